@@ -1,0 +1,56 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <system_error>
+
+/** Where the desk keeps what a device keeps in its own places. */
+namespace runtime {
+
+/**
+ * The folder of sockets, ports and properties: `OX_RUNTIME_DIR`, or a folder of this user's. It is
+ * made with mode 0700 when missing.
+ *
+ * @throws std::system_error when it cannot be made, belongs to another user or is open to one
+ */
+inline std::string directory() {
+    std::string path;
+    if (const char* own = getenv("OX_RUNTIME_DIR"); own != nullptr && *own != '\0') {
+        path = own;
+    } else if (const char* xdg = getenv("XDG_RUNTIME_DIR"); xdg != nullptr && *xdg != '\0') {
+        path = std::string(xdg) + "/ox-modem";
+    } else {
+        path = "/tmp/ox-modem-" + std::to_string(getuid());
+    }
+    struct stat info {};
+    if ((mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) || lstat(path.c_str(), &info) != 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    if (!S_ISDIR(info.st_mode) || info.st_uid != getuid() || (info.st_mode & 077) != 0) {
+        throw std::system_error(EACCES, std::generic_category(),
+                                path + " is not a folder of this user's alone (mode 0700)");
+    }
+    return path;
+}
+
+/** Name of the modem instance that this process serves, for paths: `OX_INSTANCE`, or "0". */
+inline std::string instance() {
+    const char* own = getenv("OX_INSTANCE");
+    return own != nullptr && *own != '\0' ? own : "0";
+}
+
+/** The simulated modem's text port. */
+inline std::string simulatorPort(const std::string& instance) {
+    return directory() + "/modem-sim." + instance;
+}
+
+/** Link to the simulated modem's AT port, a pseudo-terminal. */
+inline std::string atPort(const std::string& instance) {
+    return directory() + "/at-port." + instance;
+}
+
+}  // namespace runtime
