@@ -1,0 +1,30 @@
+#pragma once
+
+/* Size of a property value with its terminating NUL. */
+#define PROPERTY_VALUE_MAX 92
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Reads a property.
+ *
+ * @param value takes the text, NUL-terminated; at least PROPERTY_VALUE_MAX bytes
+ * @param default_value text for a property that is not set or empty; may be null for none
+ * @return length of the text
+ */
+int property_get(const char* key, char* value, const char* default_value);
+
+/**
+ * Writes a property so that it survives a restart; the value of before or the new one is found
+ * after a loss of power, never a mixture.
+ *
+ * @param value at most PROPERTY_VALUE_MAX - 1 characters; null is empty
+ * @return 0, or -1 when the value is too long or cannot be stored
+ */
+int property_set(const char* key, const char* value);
+
+#ifdef __cplusplus
+}
+#endif
