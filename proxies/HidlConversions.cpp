@@ -1,0 +1,75 @@
+#include "proxies/HidlConversions.h"
+
+#include <algorithm>
+#include <iterator>
+
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
+using vendor::lyr::modem::V1_0::BandsInfo;
+using vendor::lyr::modem::V1_0::MbnInfo;
+using vendor::lyr::modem::V1_0::RadioInfo;
+
+namespace hidl_conversions {
+
+namespace {
+
+template <class T>
+hidl_vec<T> copyOf(const T* values, size_t count) {
+    hidl_vec<T> copy;
+    copy.resize(count);
+    std::copy_n(values, count, copy.begin());
+    return copy;
+}
+
+/** The client keeps a count within its list; one that is not would read past it, and is cut. */
+template <size_t Capacity>
+hidl_vec<uint32_t> toVector(const BandList<Capacity>& list) {
+    return copyOf(list.bands, std::clamp<int32_t>(list.count, 0, Capacity));
+}
+
+}  // namespace
+
+hidl_string toHidl(const std::string& text) {
+    return hidl_string(text);
+}
+
+hidl_vec<uint8_t> toHidl(const std::vector<uint8_t>& bytes) {
+    return copyOf(bytes.data(), bytes.size());
+}
+
+hidl_vec<hidl_string> toHidl(const std::vector<std::string>& texts) {
+    hidl_vec<hidl_string> copy;
+    copy.resize(texts.size());
+    std::copy(texts.begin(), texts.end(), copy.begin());
+    return copy;
+}
+
+MbnInfo toHidl(const PdcMbnInfo& info) {
+    return {info.result, toHidl(info.configId)};
+}
+
+BandsInfo toHidl(const BandsInfoType& bands) {
+    return {toVector(bands.list1), toVector(bands.list2), toVector(bands.list3),
+            toVector(bands.list4), toVector(bands.list5)};
+}
+
+RadioInfo toHidl(const NetworkStatusInfoType& info) {
+    RadioInfo report{};
+    report.field1 = info.field1;
+    report.field2 = info.field2;
+    report.field3 = info.field3;
+    report.field4 = info.field4;
+    std::copy(std::begin(info.field5), std::end(info.field5), report.field5.data());
+    report.field6 = info.field6;
+    report.field7 = info.field7;
+    std::copy(std::begin(info.field8), std::end(info.field8), report.field8.data());
+    report.field9 = info.field9;
+    hidl_vec<uint32_t>* const entries[] = {&report.field10Entry1, &report.field10Entry2,
+                                           &report.field10Entry3, &report.field10Entry4};
+    for (size_t i = 0; i < std::size(entries); ++i) {
+        *entries[i] = copyOf(info.field10[i], std::size(info.field10[i]));
+    }
+    return report;
+}
+
+}  // namespace hidl_conversions
