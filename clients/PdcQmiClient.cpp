@@ -1,0 +1,288 @@
+#include "clients/PdcQmiClient.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+
+#include "clients/EventRecord.h"
+#include "clients/MbnConfigLoader.h"
+#include "params/MessageIds.h"
+#include "params/Params.h"
+
+#ifndef OX_MBN_LIST_FILE
+#define OX_MBN_LIST_FILE "/data/vendor/modem_config/mcfg_sw/oem_sw.txt"
+#endif
+
+const std::string& PdcQmiClient::RTTI_TYPE = *new std::string("PdcQmiClient");
+
+namespace {
+
+const QmiService PDC{MODEM_API_QMI_SERVICE_PDC, "PDC", PdcQmiClient::RTTI_TYPE, ERRNO_FAILED};
+
+constexpr size_t INFO_OFFSET = 12;  // of identifier or metadata in an event
+static_assert(offsetof(modem_pdc_active_info_event, config_id) == INFO_OFFSET);
+static_assert(offsetof(modem_pdc_meta_info_event, metadata) == INFO_OFFSET);
+
+using ConfigId = std::array<uint8_t, MODEM_PDC_CONFIG_ID_SIZE>;
+
+ConfigId configIdOf(const std::vector<uint8_t>& bytes) {
+    ConfigId id{};
+    std::copy_n(bytes.begin(), std::min(bytes.size(), id.size()), id.begin());
+    return id;
+}
+
+}  // namespace
+
+PdcQmiClient::PdcQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
+                           std::shared_ptr<ModemIndicationProxy> indicationProxy)
+    : QmiClient(PDC, std::move(responseProxy), std::move(indicationProxy)) {
+    enableRtti(RTTI_TYPE);
+}
+
+int PdcQmiClient::handle(std::shared_ptr<Message> msg) {
+    static constexpr Route<PdcQmiClient> ROUTES[] = {
+            {PdcMessage::GET_ACTIVE_MBN_INFO, &PdcQmiClient::handleGetActiveMbnInfoMessage},
+            {PdcMessage::GET_META_MBN_INFO, &PdcQmiClient::handleGetMetaMbnInfoMessage},
+            {PdcMessage::GET_MBN_LIST, &PdcQmiClient::handleGetMbnListMessage},
+            {PdcMessage::SELECT_MBN, &PdcQmiClient::handleSelectMbnMessage},
+            {PdcMessage::SELECT_MBN_EXT, &PdcQmiClient::handleSelectMbnExtMessage},
+            {PdcMessage::DELETE_ALL_MBNS, &PdcQmiClient::handleDeleteAllMbnsMessage},
+            {PdcMessage::LOAD_MBN_CONFIG, &PdcQmiClient::handleLoadMbnConfigMessage},
+            {PdcMessage::ACTIVATE_MBN, &PdcQmiClient::handleActivateMbnMessage},
+            {PdcMessage::DEACTIVATE_MBN, &PdcQmiClient::handleDeactivateMbnMessage},
+            {PdcMessage::ACTIVATE_REGULAR_MBN, &PdcQmiClient::handleActivateRegularMbnMessage},
+    };
+    return accepts(__func__, msg) ? route(*this, __func__, ROUTES, msg) : ERRNO_INVALID_PARAM;
+}
+
+void PdcQmiClient::onConnected() {
+    logConnected(__func__);
+}
+
+template <class Record, class... Values>
+int PdcQmiClient::postRequest(const char* func, int msgId, int serial, Values&&... values) {
+    return post<Record>(PostTexts::BY_NAME, func, msgId, serial, std::forward<Values>(values)...);
+}
+
+template <class Event>
+int PdcQmiClient::respondInfo(const char* func, const void* data, size_t len,
+                              uint32_t Event::*length, Respond<const PdcMbnInfo&> respond) const {
+    Event event;
+    if (!takeEvent(func, data, len, event)) {
+        return ERRNO_INVALID_PARAM;
+    }
+    LOG_I("%s: token is %d", func, event.token);
+    // The reported length counts, also past the area it speaks of, but never past the event.
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    const size_t reported = std::min<size_t>(event.*length, len - INFO_OFFSET);
+    const PdcMbnInfo info{event.result, {bytes + INFO_OFFSET, bytes + INFO_OFFSET + reported}};
+    return (mResponseProxy.get()->*respond)(event.token, convertModemAPIResultToOX(event.result),
+                                            info);
+}
+
+int PdcQmiClient::getActiveMbnInfo(int serial, int type) {
+    return postRequest<SerialIntParam>(__func__, PdcMessage::GET_ACTIVE_MBN_INFO, serial, type);
+}
+
+int PdcQmiClient::handleGetActiveMbnInfoMessage(const MessagePtr& msg) {
+    const auto* request = takeRecord<SerialIntParam>(__func__, msg);
+    if (request == nullptr) {
+        return ERRNO_INVALID_PARAM;
+    }
+    const Errno err = checkConnected(__func__);
+    if (err != ERRNO_SUCCESS) {
+        return err;
+    }
+    // Nobody hears of a refusal: the caller's answer is the event alone.
+    if (modem_pdc_get_activate_config_info(request->value, request->serial) == 0) {
+        LOG_I("%s: successfully sent request to modem", __func__);
+    }
+    return ERRNO_SUCCESS;
+}
+
+int PdcQmiClient::respondGetActiveMbnInfoAsync(const void* data, size_t len) const {
+    return respondInfo(__func__, data, len, &modem_pdc_active_info_event::config_id_length,
+                       &ModemResponseProxy::respondGetActiveMbnInfo);
+}
+
+int PdcQmiClient::getMetaMbnInfo(int serial, const std::vector<uint8_t>& configId, int length) {
+    return postRequest<GetMetaMbnInfoParam>(__func__, PdcMessage::GET_META_MBN_INFO, serial,
+                                            configId, length);
+}
+
+int PdcQmiClient::handleGetMetaMbnInfoMessage(const MessagePtr& msg) {
+    const auto* request = takeRecord<GetMetaMbnInfoParam>(__func__, msg);
+    if (request == nullptr) {
+        return ERRNO_INVALID_PARAM;
+    }
+    if (checkConnected(__func__) == ERRNO_SUCCESS) {
+        const ConfigId id = configIdOf(request->configId);
+        LOG_I("%s: data length = %d", __func__, request->length);
+        if (modem_pdc_get_config_info(id.data(), request->length, request->serial) == 0) {
+            LOG_I("%s: successfully sent request", __func__);
+            return ERRNO_SUCCESS;
+        }
+        LOG_I("%s: failed to send request", __func__);
+    }
+    return mResponseProxy->respondGetMetaMbnInfo(request->serial, ERRNO_FAILED, PdcMbnInfo());
+}
+
+int PdcQmiClient::respondGetMetaMbnInfoAsync(const void* data, size_t len) const {
+    return respondInfo(__func__, data, len, &modem_pdc_meta_info_event::metadata_length,
+                       &ModemResponseProxy::respondGetMetaMbnInfo);
+}
+
+int PdcQmiClient::getMbnList(int serial) {
+    return postRequest<SerialVoidParam>(__func__, PdcMessage::GET_MBN_LIST, serial);
+}
+
+int PdcQmiClient::handleGetMbnListMessage(const MessagePtr& msg) {
+    const char* func = __func__;
+    const auto readList = [func](const SerialVoidParam&, std::vector<std::string>& mbns) {
+        std::ifstream list(OX_MBN_LIST_FILE);
+        if (!list.is_open()) {
+            return ERRNO_FAILED;
+        }
+        std::vector<std::string> parsed = parseMbnList(func, list);
+        if (list.bad()) {
+            LOG_E("%s: failed to read %s", func, OX_MBN_LIST_FILE);
+            return ERRNO_FAILED;
+        }
+        mbns = std::move(parsed);
+        return ERRNO_SUCCESS;
+    };
+    // The list is the device's, not the modem's: the connection does not matter.
+    return serveWhen<SerialVoidParam>([] { return ERRNO_SUCCESS; }, func, {}, msg, readList,
+                                      &ModemResponseProxy::respondGetMbnList);
+}
+
+std::vector<std::string> PdcQmiClient::parseMbnList(const char* func, std::istream& list) {
+    constexpr size_t NAME_AT = 16;
+    constexpr const char* FILE_NAME = "mcfg_sw.mbn";
+    std::vector<std::string> mbns;
+    for (std::string line; std::getline(list, line);) {
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
+        const size_t end = line.find(FILE_NAME);
+        if (line.size() < NAME_AT || end <= NAME_AT) {
+            continue;
+        }
+        mbns.push_back(line.substr(NAME_AT, end == std::string::npos ? end : end - NAME_AT));
+        LOG_I("%s: got mbn {%s}", func, mbns.back().c_str());
+    }
+    LOG_I("%s: got %zu mbns", func, mbns.size());
+    return mbns;
+}
+
+int PdcQmiClient::selectMbn(int serial, int type, const std::vector<uint8_t>& configId) {
+    return postRequest<SelectedMbnParam>(__func__, PdcMessage::SELECT_MBN, serial, type, configId);
+}
+
+int PdcQmiClient::handleSelectMbnMessage(const MessagePtr& msg) {
+    return serve<SelectedMbnParam>(
+            __func__, {nullptr, "successfully selected mbn"}, msg,
+            [](const SelectedMbnParam& request) {
+                return modem_pdc_set_selected_config_info(request.type,
+                                                          configIdOf(request.configId).data());
+            },
+            &ModemResponseProxy::respondSelectMbn);
+}
+
+int PdcQmiClient::selectMbnExt(int serial, int type, const std::vector<uint8_t>& configId,
+                               int length) {
+    return postRequest<SelectedMbnExtParam>(__func__, PdcMessage::SELECT_MBN_EXT, serial, type,
+                                            configId, length);
+}
+
+int PdcQmiClient::handleSelectMbnExtMessage(const MessagePtr& msg) {
+    const char* func = __func__;
+    return serve<SelectedMbnExtParam>(
+            func, {nullptr, "successfully selected mbn"}, msg,
+            [func](const SelectedMbnExtParam& request) {
+                LOG_I("%s: config length = %d", func, request.length);
+                return modem_pdc_set_selected_config_info_ext(
+                        request.type, configIdOf(request.configId).data(), request.length);
+            },
+            &ModemResponseProxy::respondSelectMbnExt);
+}
+
+int PdcQmiClient::deleteAllMbns(int serial) {
+    return postRequest<SerialVoidParam>(__func__, PdcMessage::DELETE_ALL_MBNS, serial);
+}
+
+int PdcQmiClient::handleDeleteAllMbnsMessage(const MessagePtr& msg) {
+    return serve<SerialVoidParam>(
+            __func__, {nullptr, "successfully delete all mbns"}, msg,
+            [](const SerialVoidParam&) { return modem_pdc_delete_all_mbns(); },
+            &ModemResponseProxy::respondDeleteAllMbns);
+}
+
+int PdcQmiClient::loadMbnConfig(int serial, const std::vector<uint8_t>& path) {
+    return postRequest<LoadMbnConfigParam>(__func__, PdcMessage::LOAD_MBN_CONFIG, serial, path);
+}
+
+int PdcQmiClient::handleLoadMbnConfigMessage(const MessagePtr& msg) {
+    const char* func = __func__;
+    return serve<LoadMbnConfigParam>(
+            func, {}, msg,
+            [func](const LoadMbnConfigParam& request) {
+                return loadMbnConfigFile(func, request.path);
+            },
+            &ModemResponseProxy::respondLoadMbnConfig);
+}
+
+int PdcQmiClient::activateMbn(int serial, int type) {
+    return postRequest<SerialIntParam>(__func__, PdcMessage::ACTIVATE_MBN, serial, type);
+}
+
+int PdcQmiClient::handleActivateMbnMessage(const MessagePtr& msg) {
+    return serve<SerialIntParam>(
+            __func__, {nullptr, "successfully activate mbn"}, msg,
+            [](const SerialIntParam& request) { return modem_pdc_activate_config(request.value); },
+            &ModemResponseProxy::respondActivateMbn);
+}
+
+int PdcQmiClient::deactivateMbn(int serial, int type) {
+    return postRequest<SerialIntParam>(__func__, PdcMessage::DEACTIVATE_MBN, serial, type);
+}
+
+int PdcQmiClient::handleDeactivateMbnMessage(const MessagePtr& msg) {
+    return serve<SerialIntParam>(
+            __func__, {nullptr, "successfully deactivated mbn"}, msg,
+            [](const SerialIntParam& request) {
+                return modem_pdc_deactivate_config(request.value);
+            },
+            &ModemResponseProxy::respondDeactivateMbn);
+}
+
+int PdcQmiClient::activateRegularMbn(int serial, int type) {
+    return postRequest<SerialIntParam>(__func__, PdcMessage::ACTIVATE_REGULAR_MBN, serial, type);
+}
+
+int PdcQmiClient::handleActivateRegularMbnMessage(const MessagePtr& msg) {
+    const auto* request = takeRecord<SerialIntParam>(__func__, msg);
+    if (request == nullptr) {
+        return ERRNO_INVALID_PARAM;
+    }
+    if (checkConnected(__func__) == ERRNO_SUCCESS &&
+        modem_pdc_activate_regular_config(request->value, request->serial) == 0) {
+        LOG_I("%s: successfully activated regular mbn", __func__);
+        return ERRNO_SUCCESS;
+    }
+    return mResponseProxy->respondActivateRegularMbn(request->serial, ERRNO_FAILED);
+}
+
+int PdcQmiClient::respondActivateRegularMbnAsync(const void* data, size_t len) const {
+    modem_pdc_activate_regular_event event;
+    if (!takeEvent(__func__, data, len, event)) {
+        return ERRNO_INVALID_PARAM;
+    }
+    LOG_I("%s: token is %d", __func__, event.token);
+    return mResponseProxy->respondActivateRegularMbn(event.token,
+                                                     convertModemAPIResultToOX(event.result));
+}
+
+void PdcQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {
+    refuseAsync(PDC, __func__, cookie);
+}

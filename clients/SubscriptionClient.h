@@ -1,0 +1,54 @@
+#pragma once
+
+#include <mutex>
+
+#include "clients/QmiClient.h"
+
+/** How one service binds the subscription of an instance. */
+struct SubscriptionBinding {
+    int (*bind)(int32_t instanceId);
+    bool reportsCount;  ///< the reach-max line ends in the retry count, not in the limit
+};
+
+/**
+ * Base of the clients whose service must be bound to the subscription of the instance before it
+ * serves. A bind that fails is retried through the client's own queue, at once and up to a limit;
+ * a request that finds the client unbound makes one attempt of its own. Bound is for good.
+ *
+ * Binding runs on the modem's event thread (connection) and on the handler thread (retries and
+ * requests). The state has a lock, which is not held across the bind or a post.
+ */
+class SubscriptionClient : public QmiClient {
+protected:
+    SubscriptionClient(const QmiService& service, const SubscriptionBinding& binding,
+                       int instanceId, std::shared_ptr<ModemResponseProxy> responseProxy,
+                       std::shared_ptr<ModemIndicationProxy> indicationProxy);
+
+    /** One attempt; posts the next one when it fails and the limit allows. */
+    void bindSubscription(int instanceId);
+
+    int handleBindSubscriptionMessage(const MessagePtr& msg);
+
+    /** For ids from the first request on: one attempt that posts no other, while unbound. */
+    void rebindBeforeUse(const char* func, int msgId);
+
+    /** `serveWhen` the subscription is bound and the service connected. */
+    template <class Record, class Call, class... Payload>
+    int serveBound(const char* func, CallTexts texts, const MessagePtr& msg, Call call,
+                   Respond<Payload...> respond) {
+        return serveWhen<Record>([&] { return checkBound(func); }, func, texts, msg, call, respond);
+    }
+
+    const int mInstanceId;
+
+private:
+    static constexpr int MAX_BIND_RETRIES = 20;
+
+    Errno checkBound(const char* func) const;
+    bool isBound() const;
+
+    const SubscriptionBinding& mBinding;
+    mutable std::mutex mBindMutex;  ///< guards the two below
+    int mBindRetries = 0;           ///< attempts posted since the last success
+    bool mBound = false;
+};

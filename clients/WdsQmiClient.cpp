@@ -1,0 +1,98 @@
+#include "clients/WdsQmiClient.h"
+
+#include <algorithm>
+
+#include "params/MessageIds.h"
+
+const std::string& WdsQmiClient::RTTI_TYPE = *new std::string("WdsQmiClient");
+
+namespace {
+
+const QmiService WDS{MODEM_API_QMI_SERVICE_WDS, "WDS", WdsQmiClient::RTTI_TYPE};
+const SubscriptionBinding BINDING{modem_api_bind_wds_subscription, true};
+
+int deleteProfile(const char* func, const modem_ims_profile& profile) {
+    const int result = modem_qdp_delete_ims_profile(&profile);
+    if (result != 0) {
+        LOG_E("%s: failed to send sync request to delete ims profile", func);
+    } else {
+        LOG_I("%s: successfully sent sync request to delete ims profile", func);
+    }
+    return result;
+}
+
+/** Tries every profile; the last one's fate is the result, and no profile at all is a failure. */
+int deleteProfiles(const char* func) {
+    modem_ims_profile profiles[MODEM_IMS_PROFILE_MAX] = {};
+    uint8_t count = MODEM_IMS_PROFILE_MAX;
+    if (modem_qdp_get_ims_profile(profiles, &count) != 0) {
+        LOG_E("%s: failed to send sync request to get ims profile list", func);
+        return ERRNO_FAILED;
+    }
+    LOG_I("%s: successfully sent sync request to get ims profile list", func);
+    int result = ERRNO_FAILED;
+    for (uint8_t i = 0; i < std::min<uint8_t>(count, MODEM_IMS_PROFILE_MAX); ++i) {
+        result = deleteProfile(func, profiles[i]);
+    }
+    return result;
+}
+
+}  // namespace
+
+WdsQmiClient::WdsQmiClient(int instanceId, std::shared_ptr<ModemResponseProxy> responseProxy,
+                           std::shared_ptr<ModemIndicationProxy> indicationProxy)
+    : SubscriptionClient(WDS, BINDING, instanceId, std::move(responseProxy),
+                         std::move(indicationProxy)) {
+    enableRtti(RTTI_TYPE);
+}
+
+int WdsQmiClient::handle(std::shared_ptr<Message> msg) {
+    static constexpr Route<WdsQmiClient> ROUTES[] = {
+            {SubscriptionMessage::BIND_SUBSCRIPTION, &WdsQmiClient::handleBindSubscriptionMessage},
+            {WdsMessage::CHECK_IMS_PROFILE_NORMAL,
+             &WdsQmiClient::handleCheckImsProfileNormalMessage},
+            {WdsMessage::DELETE_IMS_PROFILE, &WdsQmiClient::handleDeleteImsProfileMessage},
+    };
+    if (!accepts(__func__, msg)) {
+        return ERRNO_INVALID_PARAM;
+    }
+    rebindBeforeUse(__func__, msg->getId());
+    return route(*this, __func__, ROUTES, msg);
+}
+
+void WdsQmiClient::onConnected() {
+    logConnected(__func__);
+    bindSubscription(mInstanceId);
+}
+
+int WdsQmiClient::isImsProfileNormal(int serial) {
+    LOG_I("%s: serial = %d", __func__, serial);
+    return sendRequest(serial, WdsMessage::CHECK_IMS_PROFILE_NORMAL);
+}
+
+int WdsQmiClient::handleCheckImsProfileNormalMessage(const MessagePtr& msg) {
+    // What counts as normal is the modem's business: its state goes out as it was filled.
+    return serveBound<SerialVoidParam>(
+            __func__, {"failed to check ims profile", "successfully check ims profile"}, msg,
+            [](const SerialVoidParam&, uint32_t& state) {
+                return modem_qdp_check_ims_profile(&state);
+            },
+            &ModemResponseProxy::respondIsImsProfileNormal);
+}
+
+int WdsQmiClient::deleteImsProfile(int serial) {
+    LOG_I("%s: serial = %d", __func__, serial);
+    return sendRequest(serial, WdsMessage::DELETE_IMS_PROFILE);
+}
+
+int WdsQmiClient::handleDeleteImsProfileMessage(const MessagePtr& msg) {
+    // Looks at the connection alone: profiles are deleted while the subscription is unbound too.
+    const char* func = __func__;
+    return serve<SerialVoidParam>(
+            func, {}, msg, [func](const SerialVoidParam&) { return deleteProfiles(func); },
+            &ModemResponseProxy::respondDeleteImsProfile);
+}
+
+void WdsQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {
+    refuseAsync(WDS, __func__, cookie);
+}
