@@ -1,0 +1,214 @@
+#include "service/ModemImpl.h"
+
+#include <atomic>
+#include <cstring>
+
+#include "params/ModemLog.h"
+
+using android::sp;
+using android::hardware::Return;
+using android::hardware::Void;
+using vendor::lyr::modem::V1_0::IModemIndication;
+using vendor::lyr::modem::V1_0::IModemResponse;
+
+// Never destroyed: requests and events arrive while the process exits.
+std::shared_ptr<ModemImpl>& ModemImpl::sInstance = *new std::shared_ptr<ModemImpl>;
+
+std::shared_ptr<ModemImpl> ModemImpl::create(int instanceId) {
+    sp<ModemImpl> strong(new ModemImpl(instanceId));
+    ModemImpl* const service = strong.get();
+    return {service, [strong](ModemImpl*) mutable { strong.clear(); }};
+}
+
+ModemImpl::ModemImpl(int instanceId)
+    : mResponseProxy(std::make_shared<ModemResponseProxy>()),
+      mIndicationProxy(std::make_shared<ModemIndicationProxy>()),
+      mInstanceId(instanceId),
+      mServiceName("instance" + std::to_string(instanceId)) {
+    mDmsClient = std::make_shared<DmsQmiClient>(mResponseProxy, mIndicationProxy);
+    mNasClient = std::make_shared<NasQmiClient>(mInstanceId, mResponseProxy, mIndicationProxy);
+    mVsClient = std::make_shared<VsQmiClient>(mInstanceId, mResponseProxy, mIndicationProxy);
+    mWdsClient = std::make_shared<WdsQmiClient>(mInstanceId, mResponseProxy, mIndicationProxy);
+    const bool isFullService = mInstanceId == 0;
+    if (isFullService) {
+        mAtClient = std::make_shared<AtQmiClient>(mResponseProxy, mIndicationProxy);
+        mPdcClient = std::make_shared<PdcQmiClient>(mResponseProxy, mIndicationProxy);
+        mSarClient = std::make_shared<SarQmiClient>(mResponseProxy, mIndicationProxy);
+    }
+    modem_api_init_pre();
+    modem_api_set_event_callback(modemApiEventCallback);
+    modem_api_subscribe_event(MODEM_API_EVENT_SERVICE_CONNECTED);
+    modem_api_subscribe_event(MODEM_API_EVENT_SERVICE_DISCONNECTED);
+    if (isFullService) {
+        modem_api_subscribe_event(MODEM_API_EVENT_AT_COMMAND);
+        modem_api_subscribe_event(MODEM_API_EVENT_ACTIVE_MBN_INFO);
+        modem_api_subscribe_event(MODEM_API_EVENT_META_MBN_INFO);
+        modem_api_subscribe_event(MODEM_API_EVENT_ACTIVATE_REGULAR_MBN);
+    }
+}
+
+ModemImpl::~ModemImpl() {
+    mResponseProxy.reset();
+    mIndicationProxy.reset();
+}
+
+int ModemImpl::setup() {
+    // First: opening a connection raises an event that looks for the client here.
+    std::atomic_store(&sInstance, shared_from_this());
+    const std::shared_ptr<QmiClient> clients[] = {mAtClient,  mDmsClient, mNasClient, mPdcClient,
+                                                  mSarClient, mVsClient,  mWdsClient};
+    for (const auto& client : clients) {
+        const int result = client ? client->setup() : ERRNO_SUCCESS;
+        if (result != ERRNO_SUCCESS) {
+            LOG_E("%s: failed to setup QMI clients", __func__);
+            return result;
+        }
+    }
+    const android::status_t status = registerAsService(mServiceName);
+    if (status != android::OK) {
+        LOG_E("%s: failed to register MODEM HIDL service: %s, status = %d", __func__,
+              mServiceName.c_str(), status);
+    } else {
+        LOG_I("%s: successfully registered MODEM HIDL service: %s", __func__, mServiceName.c_str());
+    }
+    return ERRNO_SUCCESS;
+}
+
+Return<void> ModemImpl::setCallback(const sp<IModemResponse>& response,
+                                    const sp<IModemIndication>& indication) {
+    LOG_I("set resp and ind callbacks for HIDL modem service");
+    mResponseProxy->update(response);
+    mIndicationProxy->update(indication);
+    onClientConnected();
+    return Void();
+}
+
+void ModemImpl::onClientConnected() const {
+    const int result = mIndicationProxy->indicateCachedInfo();
+    LOG_I("%s: result of indicating cached info: %d", __func__, result);
+}
+
+std::shared_ptr<ModemImpl> ModemImpl::getInstance() {
+    return std::atomic_load(&sInstance);
+}
+
+std::shared_ptr<QmiClient> ModemImpl::getQmiClient(modem_api_qmi_service_type service) {
+    const std::shared_ptr<ModemImpl> instance = getInstance();
+    if (!instance) {
+        return nullptr;
+    }
+    switch (service) {
+        case MODEM_API_QMI_SERVICE_WDS:
+            return instance->mWdsClient;
+        case MODEM_API_QMI_SERVICE_DMS:
+            return instance->mDmsClient;
+        case MODEM_API_QMI_SERVICE_NAS:
+            return instance->mNasClient;
+        case MODEM_API_QMI_SERVICE_AT:
+            return instance->mAtClient;
+        case MODEM_API_QMI_SERVICE_SAR:
+            return instance->mSarClient;
+        case MODEM_API_QMI_SERVICE_PDC:
+            return instance->mPdcClient;
+        case MODEM_API_QMI_SERVICE_VS:
+            return instance->mVsClient;
+        default:
+            return nullptr;
+    }
+}
+
+std::string ModemImpl::getQmiServiceName(modem_api_qmi_service_type service) {
+    switch (service) {
+        case MODEM_API_QMI_SERVICE_WDS:
+            return "WDS";
+        case MODEM_API_QMI_SERVICE_DMS:
+            return "DMS";
+        case MODEM_API_QMI_SERVICE_NAS:
+            return "NAS";
+        case MODEM_API_QMI_SERVICE_AT:
+            return "AT";
+        case MODEM_API_QMI_SERVICE_SAR:
+            return "SAR";
+        case MODEM_API_QMI_SERVICE_PDC:
+            return "PDC";
+        case MODEM_API_QMI_SERVICE_VS:
+            return "VS";
+        case MODEM_API_QMI_SERVICE_VMS:
+            return "VMS";
+        default:
+            return "UNKNOWN";
+    }
+}
+
+void ModemImpl::modemApiEventCallback(modem_api_event_type event, void* data, size_t length) {
+    LOG_I("received modem api event %d", event);
+    switch (event) {
+        case MODEM_API_EVENT_SERVICE_CONNECTED:
+            processServiceEvent(true, data, length);
+            break;
+        case MODEM_API_EVENT_SERVICE_DISCONNECTED:
+            processServiceEvent(false, data, length);
+            break;
+        case MODEM_API_EVENT_AT_COMMAND:
+            LOG_I("AT command reported");
+            forwardEvent(&ModemImpl::mAtClient, &AtQmiClient::processAtCommand, data, length);
+            break;
+        case MODEM_API_EVENT_RRC_STATE:
+            LOG_I("RRC STATE CHANGED");
+            forwardEvent(&ModemImpl::mVsClient, &VsQmiClient::reportRRCStateInd, data, length);
+            break;
+        case MODEM_API_EVENT_ACTIVE_MBN_INFO:
+            LOG_I("async response for get-active-mbn-info reported");
+            forwardEvent(&ModemImpl::mPdcClient, &PdcQmiClient::respondGetActiveMbnInfoAsync, data,
+                         length);
+            break;
+        case MODEM_API_EVENT_META_MBN_INFO:
+            LOG_I("async response for get-meta-mbn-info reported");
+            forwardEvent(&ModemImpl::mPdcClient, &PdcQmiClient::respondGetMetaMbnInfoAsync, data,
+                         length);
+            break;
+        case MODEM_API_EVENT_NR_RADIO_INFO:
+            LOG_I("NR RADIO INFO");
+            forwardEvent(&ModemImpl::mVsClient, &VsQmiClient::reportRadioInfoInd, data, length);
+            break;
+        case MODEM_API_EVENT_POWER_SAVE_MODE:
+            LOG_I("POWER SAVE MODE REPORT");
+            forwardEvent(&ModemImpl::mVsClient, &VsQmiClient::reportPowerSaveModeInd, data, length);
+            break;
+        case MODEM_API_EVENT_ACTIVATE_REGULAR_MBN:
+            LOG_I("async response for activate-regular-mbn reported");
+            forwardEvent(&ModemImpl::mPdcClient, &PdcQmiClient::respondActivateRegularMbnAsync,
+                         data, length);
+            break;
+        default:
+            LOG_E("modem api event %d NOT supported", event);
+            break;
+    }
+}
+
+void ModemImpl::processServiceEvent(bool connected, const void* data, size_t length) {
+    const char* change = connected ? "connected" : "disconnected";
+    modem_api_qmi_service_type service{};
+    if (data == nullptr || length != sizeof(service)) {
+        LOG_E("invalid data input for QMI service %s event", change);
+        return;
+    }
+    memcpy(&service, data, sizeof(service));
+    LOG_I("%s QMI service is %s", getQmiServiceName(service).c_str(), change);
+    const std::shared_ptr<QmiClient> client = getQmiClient(service);
+    if (!client) {
+        LOG_E("unknow QMI service, can't process service %s event", change);
+        return;
+    }
+    client->setConnectionStatus(connected);
+}
+
+template <class Client, class Report>
+void ModemImpl::forwardEvent(std::shared_ptr<Client> ModemImpl::*client, Report report,
+                             const void* data, size_t length) {
+    const std::shared_ptr<ModemImpl> instance = getInstance();
+    const std::shared_ptr<Client> receiver = instance ? instance.get()->*client : nullptr;
+    if (receiver) {
+        (receiver.get()->*report)(data, length);
+    }
+}
