@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <system_error>
 
@@ -34,6 +35,31 @@ inline std::string directory() {
         throw std::system_error(EACCES, std::generic_category(),
                                 path + " is not a folder of this user's alone (mode 0700)");
     }
+    return path;
+}
+
+/**
+ * The folder of what outlives a restart of the machine, made when missing: below `OX_RUNTIME_DIR`
+ * when that is set, otherwise with this user's other state.
+ *
+ * @throws std::system_error when it cannot be made
+ */
+inline std::string stateDirectory() {
+    const auto variable = [](const char* name) -> std::string {
+        const char* value = getenv(name);
+        return value != nullptr ? value : "";
+    };
+    std::string path;
+    if (!variable("OX_RUNTIME_DIR").empty()) {
+        path = directory() + "/state";
+    } else if (!variable("XDG_STATE_HOME").empty()) {
+        path = variable("XDG_STATE_HOME") + "/ox-modem";
+    } else if (!variable("HOME").empty()) {
+        path = variable("HOME") + "/.local/state/ox-modem";
+    } else {
+        path = directory() + "/state";
+    }
+    std::filesystem::create_directories(path);
     return path;
 }
 

@@ -78,22 +78,22 @@ struct State {
     }
 };
 
-void writeLine(const State& state, int priority, const char* tag, const char* text) {
+void writeLine(bool coloured, int priority, const char* tag, const char* text) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     tm local{};
     localtime_r(&now.tv_sec, &local);
     char time[32];
     strftime(time, sizeof(time), "%m-%d %H:%M:%S", &local);
-    const char* colour = !state.coloured                    ? ""
+    const char* colour = !coloured                          ? ""
                          : priority >= LOG_PRIORITY_ERROR   ? "\033[31m"
                          : priority == LOG_PRIORITY_WARNING ? "\033[33m"
                                                             : "\033[2m";
     char line[LINE_MAX_BYTES + 256];
-    const int length = snprintf(line, sizeof(line), "%s%s.%03ld %5d %5ld %c %s: %s%s%s\n", colour,
+    const int length = snprintf(line, sizeof(line), "%s%s.%03ld %5d %5ld %c %s: %s%s\n", colour,
                                 time, now.tv_nsec / 1000000, getpid(), syscall(SYS_gettid),
-                                PRIORITY_LETTERS[std::clamp(priority, 2, 8)], tag,
-                                state.prefix.c_str(), text, state.coloured ? "\033[0m" : "");
+                                PRIORITY_LETTERS[std::clamp(priority, 2, 8)], tag, text,
+                                coloured ? "\033[0m" : "");
     const size_t size = std::min<size_t>(length, sizeof(line) - 1);
     // A log that cannot be written has nowhere to say so.
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, size);
@@ -103,20 +103,20 @@ void writeLine(const State& state, int priority, const char* tag, const char* te
 
 void Log::printAndroidLog(int priority, const char* tag, const char* format, ...) {
     State& state = State::instance();
-    const bool hasSink = state.hasSink.load(std::memory_order_acquire);
-    if (!hasSink && !state.filter.takes(priority, tag)) {
+    if (!state.hasSink.load(std::memory_order_acquire) && !state.filter.takes(priority, tag)) {
         return;
     }
     char text[LINE_MAX_BYTES];
+    std::lock_guard lock(state.mutex);
+    const size_t prefix = state.prefix.copy(text, sizeof(text) - 1);
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(text, sizeof(text), format, arguments);
+    vsnprintf(text + prefix, sizeof(text) - prefix, format, arguments);
     va_end(arguments);
-    std::lock_guard lock(state.mutex);
     if (state.sink) {
-        state.sink(priority, tag, state.prefix + text);
+        state.sink(priority, tag, text);
     } else {
-        writeLine(state, priority, tag, text);
+        writeLine(state.coloured, priority, tag, text);
     }
 }
 

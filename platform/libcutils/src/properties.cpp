@@ -44,7 +44,7 @@ private:
 
 /** One file a property. Makes the folder when missing; throws std::system_error. */
 std::string folder() {
-    const std::string path = runtime::directory() + "/properties";
+    const std::string path = runtime::stateDirectory() + "/properties";
     if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
         throw std::system_error(errno, std::generic_category(), path);
     }

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <string>
 
 /** What this build of the framework offers to tests, beyond what the device's has. */
 namespace desk {
@@ -37,9 +36,10 @@ constexpr int DISPATCH_QUEUE_FULL = 11;
 
 /**
  * Takes the log's lines in place of stderr; an empty function gives them back. Called under the
- * log's lock with the prefix in place. Every priority is passed.
+ * log's lock with the prefix in place, and without an allocation before it. Every priority is
+ * passed.
  */
-using LogSink = std::function<void(int priority, const std::string& tag, const std::string& text)>;
+using LogSink = std::function<void(int priority, const char* tag, const char* text)>;
 void setLogSink(LogSink sink);
 
 }  // namespace desk
