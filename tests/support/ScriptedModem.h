@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <modem_api.h>
+
+/**
+ * A modem API that does as the test says: it notes each call as text, such as
+ * "modem_set_operating_mode(5)", and returns what was scripted for its function, 0 by default.
+ * Linked in place of the modem's library. Safe on any thread.
+ */
+class ScriptedModem {
+public:
+    static ScriptedModem& instance();
+
+    /** Forgets calls, scripts and pending answers; pending cookies must have been taken. */
+    void reset();
+
+    /** What a function returns from now on, or for the next calls alone. */
+    void returns(const std::string& function, int result);
+    void returnsOnce(const std::string& function, std::vector<int> results);
+
+    /** Runs inside a function, before it returns: to fill what it was given. */
+    void onCall(const std::string& function, std::function<void(void*)> fill);
+
+    std::vector<std::string> calls() const;
+    /** Calls of one function, or of those that begin so. */
+    std::vector<std::string> calls(const std::string& function) const;
+    void clearCalls();
+
+    /** An asynchronous request that waits for its answer. */
+    struct Pending {
+        std::string function;
+        void* cookie;
+        modem_api_async_callback callback;
+    };
+    /** The oldest one, taken out; nothing when none waits. */
+    std::optional<Pending> takePending();
+
+    /** Answers the oldest asynchronous request on this thread; false when none waits. */
+    bool answer(const void* data, size_t length);
+    bool answer(const modem_async_response& response);
+
+    /** Raises an event on this thread through the callback that the service installed. */
+    void raise(modem_api_event_type event, const void* data, size_t length);
+    void raiseService(modem_api_event_type event, modem_api_qmi_service_type service);
+
+    // For the C functions.
+    int enter(const char* function, const std::string& arguments, void* out = nullptr);
+    int enterAsync(const char* function, const std::string& arguments, void* cookie,
+                   modem_api_async_callback callback);
+    void setEventCallback(modem_api_event_callback callback) { mEventCallback = callback; }
+
+private:
+    mutable std::mutex mMutex;
+    std::vector<std::string> mCalls;
+    std::map<std::string, int> mResults;
+    std::map<std::string, std::vector<int>> mNextResults;
+    std::map<std::string, std::function<void(void*)>> mFills;
+    std::vector<Pending> mPending;
+    modem_api_event_callback mEventCallback = nullptr;
+};
+
+/** Bytes as lower-case hex, as they stand in noted calls. */
+std::string toHex(const void* data, size_t size);

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <framework/Desk.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "service/ModemImpl.h"
+#include "tests/support/Log.h"
+#include "tests/support/ScriptedModem.h"
+#include "tests/support/TextClient.h"
+
+/**
+ * The service over a scripted modem, with a client whose callbacks are installed, every QMI service
+ * connected, and messages that wait to be stepped. The log is captured, and so far empty.
+ */
+class Service {
+public:
+    explicit Service(int instanceId = 0, desk::Delivery delivery = desk::Delivery::STEPS);
+    ~Service();
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    void connect(int service) { modem.raiseService(MODEM_API_EVENT_SERVICE_CONNECTED, service); }
+    void disconnect(int service) {
+        modem.raiseService(MODEM_API_EVENT_SERVICE_DISCONNECTED, service);
+    }
+
+    /** Installs callbacks; either may be null. */
+    void install(const android::sp<TextClient::IModemResponse>& response,
+                 const android::sp<TextClient::IModemIndication>& indication) const;
+    void install() const { install(client.responses(), client.indications()); }
+    void uninstall() const { install(nullptr, nullptr); }
+
+    /** Makes a request, without running it. */
+    void call(const std::string& method, int serial,
+              const std::vector<std::string>& arguments = {}) {
+        TextClient::call(impl.get(), method, serial, arguments);
+    }
+
+    /** Runs every waiting message, and those that they post. */
+    static void runAll();
+
+    /** Forgets what was logged, called and answered so far. */
+    void forget();
+
+    ScriptedModem& modem = ScriptedModem::instance();
+    LogCapture log;
+    TextClient client;
+    std::shared_ptr<ModemImpl> impl;
+};

@@ -1,0 +1,108 @@
+#include "tests/support/TextClient.h"
+
+#include <vendor/lyr/modem/1.0/transport.h>
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <utility>
+
+#include "tools/modemctl/Values.h"
+
+using android::sp;
+using android::hardware::Return;
+using android::hardware::Status;
+using namespace vendor::lyr::modem::V1_0;
+
+struct TextClient::Inbox {
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::vector<std::string> lines;
+    std::string failure;
+    std::function<void(const std::string&)> action;
+};
+
+/** A connection whose other end is the inbox. */
+class TextClient::Channel : public hal::Connection {
+public:
+    Channel(std::shared_ptr<Inbox> inbox, const hal::Interface& interface)
+        : Connection(-1), mInbox(std::move(inbox)), mInterface(interface) {}
+
+    Return<void> transact(uint32_t, uint32_t code, hal::Parcel& args, hal::Parcel*) override {
+        const hal::Method& method = mInterface.methods[code - 1];
+        hal::Parcel reading(nullptr, args.data(), args.size());
+        nlohmann::ordered_json arguments;
+        if (!values::decode(reading, method, arguments)) {
+            throw std::logic_error(std::string("undecodable call of ") + method.name);
+        }
+        nlohmann::ordered_json line{{"method", method.name}};
+        line.update(arguments);
+        const std::string text = values::line(line);
+        std::unique_lock lock(mInbox->mutex);
+        if (!mInbox->failure.empty()) {
+            return Status::fromStatusT(android::DEAD_OBJECT, mInbox->failure);
+        }
+        mInbox->lines.push_back(text);
+        mInbox->arrived.notify_all();
+        const auto action = mInbox->action;
+        lock.unlock();
+        if (action) {
+            action(text);
+        }
+        return android::hardware::Void();
+    }
+
+private:
+    const std::shared_ptr<Inbox> mInbox;
+    const hal::Interface& mInterface;
+};
+
+TextClient::TextClient()
+    : mInbox(std::make_shared<Inbox>()),
+      mResponses(new BpHwModemResponse(std::make_shared<Channel>(mInbox, IModemResponse_table), 1)),
+      mIndications(new BpHwModemIndication(
+              std::make_shared<Channel>(mInbox, IModemIndication_table), 1)) {
+}
+
+void TextClient::failWith(const std::string& description) {
+    std::lock_guard lock(mInbox->mutex);
+    mInbox->failure = description;
+}
+
+void TextClient::onCall(std::function<void(const std::string&)> action) {
+    std::lock_guard lock(mInbox->mutex);
+    mInbox->action = std::move(action);
+}
+
+std::vector<std::string> TextClient::take() {
+    std::lock_guard lock(mInbox->mutex);
+    return std::exchange(mInbox->lines, {});
+}
+
+std::vector<std::string> TextClient::waitFor(size_t count) {
+    std::unique_lock lock(mInbox->mutex);
+    mInbox->arrived.wait_for(lock, std::chrono::seconds(30),
+                             [&] { return mInbox->lines.size() >= count; });
+    return std::exchange(mInbox->lines, {});
+}
+
+void TextClient::call(const sp<IModem>& modem, const std::string& method, int32_t serial,
+                      const std::vector<std::string>& arguments) {
+    const auto* end = IModem_table.methods + IModem_table.methodCount;
+    const auto* found = std::find_if(IModem_table.methods, end,
+                                     [&](const hal::Method& row) { return row.name == method; });
+    hal::Parcel written;
+    values::encode(written, *found, serial, arguments);
+    hal::Parcel read(nullptr, written.data(), written.size());
+    hal::Parcel reply;
+    const sp<hal::Stub> stub(new hal::InterfaceStub<IModem>(modem));
+    if (!stub->onTransact(found->code, read, reply)) {
+        throw std::logic_error("undecodable call of " + method);
+    }
+}
+
+std::string answerLine(const std::string& method, int serial, int error,
+                       const std::string& payload) {
+    return R"({"method":")" + method + R"(Response","info":{"type":0,"serial":)" +
+           std::to_string(serial) + R"(,"error":)" + std::to_string(error) + "}" + payload + "}";
+}
