@@ -1,0 +1,404 @@
+// Loading, construction, setup, and the way of the modem's events to the clients.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "plugin/ModemOptions.h"
+#include "plugin/OnLoad.h"
+#include "tests/support/Service.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+int load(Lines arguments) {
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    return onLoad(static_cast<int>(argv.size()) - 1, argv.data());
+}
+
+/** Runs in a process of its own, since options are kept for good; exits with what did not match. */
+void expectLoad(const Lines& arguments, int result, const Lines& expected) {
+    LogCapture log;
+    ScriptedModem::instance().reset();
+    const int loaded = load(arguments);
+    Lines lines = log.take();
+    std::string wrong = loaded != result ? "result " + std::to_string(loaded) + "\n" : "";
+    for (const std::string& line : expected) {
+        if (std::find(lines.begin(), lines.end(), line) == lines.end()) {
+            wrong += "no line: " + line + "\n";
+        }
+    }
+    for (const std::string& line : wrong.empty() ? Lines() : lines) {
+        wrong += "  " + line + "\n";
+    }
+    fputs(wrong.c_str(), stderr);
+    _exit(wrong.empty() ? 0 : 1);
+}
+
+}  // namespace
+
+struct LoadRow {
+    const char* name;
+    Lines arguments;
+    int result;
+    Lines lines;
+};
+
+class Load : public testing::TestWithParam<LoadRow> {};
+INSTANTIATE_TEST_SUITE_P(
+        CommandLines, Load,
+        testing::Values(
+                LoadRow{"Instance0",
+                        {"modem", "-i", "0"},
+                        0,
+                        {"I onLoad: loading modem plugin", "I parse: parsing modem options",
+                         "I parse: successfully parsed instance id {0}",
+                         "I [0] onLoad: successfully setup MODEM hal service for instance {0}"}},
+                LoadRow{"FirstIdWins",
+                        {"modem", "-i", "1", "-i", "0"},
+                        0,
+                        {"W parse: instance id {1} was parsed before, ignore {0}",
+                         "I [1] onLoad: successfully setup MODEM hal service for instance {1}"}},
+                LoadRow{"WordIsZero",
+                        {"modem", "-i", "zero"},
+                        0,
+                        {"I parse: successfully parsed instance id {0}"}},
+                LoadRow{"StrayWordAndUnknownOption",
+                        {"modem", "stray", "-x", "-i0"},
+                        0,
+                        {"I parse: skip option {\1(=1)}", "I parse: skip option {x(=120)}",
+                         "I parse: successfully parsed instance id {0}"}},
+                LoadRow{"MissingArgument",
+                        {"modem", "-i"},
+                        3,
+                        {"I parse: skip option {i(=105)}",
+                         "E onLoad: instance id is NOT valid, can't setup MODEM hal service"}},
+                LoadRow{"TooLarge",
+                        {"modem", "-i", "2"},
+                        3,
+                        {"E parse: invalid instance id {2} parsed",
+                         "E onLoad: failed to parse modem options, can't load modem plugin"}},
+                LoadRow{"Negative",
+                        {"modem", "-i", "-1"},
+                        3,
+                        {"E parse: invalid instance id {-1} parsed",
+                         "E onLoad: failed to parse modem options, can't load modem plugin"}},
+                LoadRow{"NameAlone",
+                        {"modem"},
+                        3,
+                        {"E onLoad: instance id is NOT valid, can't setup MODEM hal service"}},
+                LoadRow{"NoVector",
+                        {},
+                        3,
+                        {"E parse: invalid param input, can't parse options",
+                         "E onLoad: failed to parse modem options, can't load modem plugin"}}),
+        [](const auto& info) { return info.param.name; });
+
+TEST_P(Load, EndsAsTold) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    const LoadRow& row = GetParam();
+    EXPECT_EXIT(expectLoad(row.arguments, row.result, row.lines), testing::ExitedWithCode(0), "");
+}
+
+TEST(LoadFailure, ClientSetupFailsAndItsCodeIsReported) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    const auto run = [] {
+        ScriptedModem::instance().returns("modem_api_init_qmi_connection", 9);
+        LogCapture log;
+        const int result = load({"modem", "-i", "0"});
+        const Lines lines = log.take();
+        const Lines expected{
+                "E [0] setup: failed to setup AT QMI notifier",
+                "E [0] setup: failed to setup QMI clients",
+                "E [0] onLoad: failed to setup MODEM hal service for instance {0}",
+        };
+        _exit(result == 1 && Lines(lines.end() - 3, lines.end()) == expected ? 0 : 1);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+// What the modem is asked from construction to the last client, in order.
+TEST(ServiceCore, ConstructionAndSetupCallTheModemInOrder) {
+    const struct {
+        int instance;
+        Lines construction;
+        Lines setup;
+    } rows[] = {
+            {0,
+             {"modem_api_init_pre()", "modem_api_set_event_callback()",
+              "modem_api_subscribe_event(0)", "modem_api_subscribe_event(1)",
+              "modem_api_subscribe_event(2)", "modem_api_subscribe_event(17)",
+              "modem_api_subscribe_event(18)", "modem_api_subscribe_event(22)"},
+             {"modem_api_init_qmi_connection(8, 0)", "modem_api_init_qmi_connection(2, 0)",
+              "modem_api_init_qmi_connection(3, 0)", "modem_api_init_qmi_connection(36, 0)",
+              "modem_api_init_qmi_connection(17, 0)", "modem_api_init_qmi_connection(228, 0)",
+              "modem_api_init_qmi_connection(1, 0)"}},
+            {1,
+             {"modem_api_init_pre()", "modem_api_set_event_callback()",
+              "modem_api_subscribe_event(0)", "modem_api_subscribe_event(1)"},
+             {"modem_api_init_qmi_connection(2, 0)", "modem_api_init_qmi_connection(3, 0)",
+              "modem_api_init_qmi_connection(228, 0)", "modem_api_init_qmi_connection(1, 0)"}},
+    };
+    for (const auto& row : rows) {
+        ScriptedModem& modem = ScriptedModem::instance();
+        modem.reset();
+        const auto service = ModemImpl::create(row.instance);
+        EXPECT_THAT(modem.calls(), ElementsAreArray(row.construction));
+        modem.clearCalls();
+        EXPECT_EQ(service->setup(), 0);
+        EXPECT_THAT(modem.calls(), ElementsAreArray(row.setup));
+        EXPECT_EQ(service->getServiceName(), "instance" + std::to_string(row.instance));
+        EXPECT_EQ(ModemImpl::getInstance(), service);
+    }
+}
+
+// The first client that fails ends the setup; an object in nobody's hands cannot be set up.
+TEST(ServiceCore, SetupStopsAtTheFirstFailure) {
+    ScriptedModem& modem = ScriptedModem::instance();
+    modem.reset();
+    LogCapture log;
+    const auto service = ModemImpl::create(0);
+    modem.clearCalls();
+    modem.returnsOnce("modem_api_init_qmi_connection", {0, 0, 5});
+    EXPECT_EQ(service->setup(), 1);
+    EXPECT_THAT(modem.calls(), testing::SizeIs(3));
+    const Lines lines = log.take();
+    EXPECT_EQ(Lines(lines.end() - 2, lines.end()),
+              (Lines{"E setup: failed to setup NAS QMI notifier",
+                     "E setup: failed to setup QMI clients"}));
+}
+
+// A name that a live server holds is a line in the log, and no failure of the setup.
+TEST(ServiceCore, RefusedRegistrationIsNotReported) {
+    Service first;
+    LogCapture log;
+    const auto second = ModemImpl::create(0);
+    EXPECT_EQ(second->setup(), 0);
+    EXPECT_THAT(
+            log.take(),
+            Contains("E setup: failed to register MODEM HIDL service: instance0, status = -17"));
+}
+
+// Both kinds of owner count: the object goes with the last, whichever that is.
+TEST(ServiceCore, SharedAndStrongPointersOwnTogether) {
+    ScriptedModem::instance().reset();
+    auto shared = ModemImpl::create(1);
+    const std::weak_ptr<ModemImpl> weak = shared;
+    android::sp<ModemImpl> strong(shared.get());
+    shared.reset();
+    EXPECT_TRUE(weak.expired());
+    EXPECT_EQ(strong->getServiceName(), "instance1");
+    EXPECT_THROW(strong->setup(), std::bad_weak_ptr);
+    strong.clear();
+
+    shared = ModemImpl::create(1);
+    strong = shared.get();
+    strong.clear();
+    EXPECT_EQ(shared->getServiceName(), "instance1");
+}
+
+struct EventRow {
+    const char* name;
+    int instance;
+    int event;
+    std::vector<int32_t> data;  ///< empty for none
+    Lines lines;                ///< after the one that tells the event
+};
+
+class Event : public testing::TestWithParam<EventRow> {};
+INSTANTIATE_TEST_SUITE_P(
+        Rows, Event,
+        testing::Values(EventRow{"Connected",
+                                 0,
+                                 0,
+                                 {2},
+                                 {"I DMS QMI service is connected",
+                                  "I onConnected: DMS QMI client is connected"}},
+                        EventRow{"ConnectedSar",
+                                 0,
+                                 0,
+                                 {17},
+                                 {"I SAR QMI service is connected",
+                                  "I onConnected: SAR QMI client is connected"}},
+                        EventRow{"ConnectedPdc",
+                                 0,
+                                 0,
+                                 {36},
+                                 {"I PDC QMI service is connected",
+                                  "I onConnected: PDC QMI client is connected"}},
+                        EventRow{"Disconnected", 0, 1, {228}, {"I VS QMI service is disconnected"}},
+                        EventRow{"WrongLength",
+                                 0,
+                                 0,
+                                 {2, 2},
+                                 {"E invalid data input for QMI service connected event"}},
+                        EventRow{"NoData",
+                                 0,
+                                 1,
+                                 {},
+                                 {"E invalid data input for QMI service disconnected event"}},
+                        EventRow{"NamedWithoutClient",
+                                 0,
+                                 0,
+                                 {231},
+                                 {"I VMS QMI service is connected",
+                                  "E unknow QMI service, can't process service connected event"}},
+                        EventRow{
+                                "UnknownService",
+                                0,
+                                1,
+                                {99},
+                                {"I UNKNOWN QMI service is disconnected",
+                                 "E unknow QMI service, can't process service disconnected event"}},
+                        EventRow{"AbsentOnInstance1",
+                                 1,
+                                 0,
+                                 {8},
+                                 {"I AT QMI service is connected",
+                                  "E unknow QMI service, can't process service connected event"}},
+                        EventRow{"AtDroppedOnInstance1", 1, 2, {1}, {"I AT command reported"}},
+                        EventRow{"PdcDroppedOnInstance1",
+                                 1,
+                                 17,
+                                 {1},
+                                 {"I async response for get-active-mbn-info reported"}},
+                        EventRow{"Between", 0, 16, {1}, {"E modem api event 16 NOT supported"}},
+                        EventRow{"Beyond", 0, 23, {}, {"E modem api event 23 NOT supported"}}),
+        [](const auto& info) { return info.param.name; });
+
+TEST_P(Event, IsRoutedOrRefused) {
+    const EventRow& row = GetParam();
+    Service service(row.instance);
+    service.modem.raise(row.event, row.data.empty() ? nullptr : row.data.data(),
+                        row.data.size() * sizeof(int32_t));
+    Lines expected{"I received modem api event " + std::to_string(row.event)};
+    expected.insert(expected.end(), row.lines.begin(), row.lines.end());
+    EXPECT_EQ(service.log.take(), expected);
+    EXPECT_THAT(service.client.take(), IsEmpty());
+}
+
+TEST(ConvertModemApiResult, EachHasItsErrno) {
+    const int expected[] = {0, 1, 1, 3, 1, 2, 1, 1};
+    for (modem_api_result_type result = 0; result < 8; ++result) {
+        EXPECT_EQ(convertModemAPIResultToOX(result), expected[result]) << result;
+    }
+    EXPECT_EQ(convertModemAPIResultToOX(0xffffffff), 1);
+}
+
+// ---- What all clients share ---------------------------------------------------------------------
+
+struct ClientRow {
+    int service;
+    const char* name;
+    modem_api_async_callback callback;
+};
+
+class Client : public testing::TestWithParam<ClientRow> {
+protected:
+    const std::string name = GetParam().name;
+    std::string className() const {
+        std::string text = name;
+        std::transform(text.begin() + 1, text.end(), text.begin() + 1,
+                       [](char c) { return static_cast<char>(tolower(c)); });
+        return text + "QmiClient";
+    }
+};
+INSTANTIATE_TEST_SUITE_P(All, Client,
+                         testing::Values(ClientRow{8, "AT", AtQmiClient::modemApiAsyncCallback},
+                                         ClientRow{2, "DMS", DmsQmiClient::modemApiAsyncCallback},
+                                         ClientRow{3, "NAS", NasQmiClient::modemApiAsyncCallback},
+                                         ClientRow{36, "PDC", PdcQmiClient::modemApiAsyncCallback},
+                                         ClientRow{17, "SAR", SarQmiClient::modemApiAsyncCallback},
+                                         ClientRow{228, "VS", VsQmiClient::modemApiAsyncCallback},
+                                         ClientRow{1, "WDS", WdsQmiClient::modemApiAsyncCallback}),
+                         [](const auto& info) { return info.param.name; });
+
+TEST_P(Client, OpensAndReleasesItsConnection) {
+    Service service;
+    const auto client = ModemImpl::getQmiClient(GetParam().service);
+    service.modem.returnsOnce("modem_api_init_qmi_connection", {0, 5});
+    service.modem.returnsOnce("modem_api_release_qmi_connection", {0, -1});
+    EXPECT_EQ(client->setup(), 0);
+    EXPECT_EQ(client->setup(), 1);
+    EXPECT_EQ(client->release(), 0);
+    EXPECT_EQ(client->release(), 1);
+    const std::string number = std::to_string(GetParam().service);
+    EXPECT_THAT(service.modem.calls("modem_api_release"),
+                Contains("modem_api_release_qmi_connection(" + number + ")").Times(2));
+    EXPECT_THAT(service.log.take(),
+                ElementsAre("I setup: " + name + " QMI notifier setup completed",
+                            "E setup: failed to setup " + name + " QMI notifier",
+                            "I release: " + name + " QMI client and notifier released",
+                            "E release: failed to release " + name + " QMI client or notifier"));
+}
+
+TEST_P(Client, RefusesNoMessageAndUnknownIds) {
+    Service service;
+    const auto client = ModemImpl::getQmiClient(GetParam().service);
+    EXPECT_EQ(client->handle(nullptr), 3);
+    EXPECT_THAT(service.log.take(),
+                ElementsAre("E handle: null msg input, " + className() + " can't handle it"));
+    for (int id : {0, 6, 24, 53, -1}) {
+        const bool served = (id == 6 && (name == "NAS" || name == "PDC"));
+        if (!served) {
+            EXPECT_EQ(client->handle(Message::obtain(id, client, nullptr, nullptr)), 2);
+            const std::string number = std::to_string(id);
+            EXPECT_THAT(service.log.take(),
+                        ElementsAre("I handle: " + className() + " is handling message: " + number,
+                                    "E handle: unsupported message id " + number +
+                                            ", can't be handled in " + className()));
+        }
+    }
+    EXPECT_THAT(service.client.take(), IsEmpty());
+}
+
+TEST_P(Client, AsyncCallbackChecksItsCookieAndFreesIt) {
+    Service service;
+    const auto client = ModemImpl::getQmiClient(GetParam().service);
+    const auto other = ModemImpl::getQmiClient(name == "DMS" ? 3 : 2);
+    const auto request = [&](int id, std::shared_ptr<Param> param) {
+        return Message::obtain(id, client, std::move(param), nullptr);
+    };
+    const auto record = std::make_shared<SerialVoidParam>(7);
+    const auto callback = [&](ModemAsyncCbData* cookie) {
+        GetParam().callback(nullptr, 0, cookie, 0);
+        return service.log.take();
+    };
+    const std::string begin = "E modemApiAsyncCallback: ";
+    EXPECT_THAT(callback(nullptr), ElementsAre(begin + "null async cb data for " + name +
+                                               " QMI client, can't proceed callback"));
+    EXPECT_THAT(callback(new ModemAsyncCbData(nullptr, client)),
+                ElementsAre(begin + "can't get original " + name +
+                            " request message from cb data, maybe logic issue"));
+    for (const auto& wrong : {std::shared_ptr<QmiClient>(), other}) {
+        EXPECT_THAT(callback(new ModemAsyncCbData(request(1, record), wrong)),
+                    ElementsAre(begin + "can't get " + name +
+                                " QMI client from cb data, maybe logic issue"));
+    }
+    const auto message = request(3, record);
+    EXPECT_THAT(callback(new ModemAsyncCbData(message, client)),
+                ElementsAre("I modemApiAsyncCallback: processing modem api " + name +
+                                    " async callback data for message 3",
+                            begin + "unsupported original message id 3, can't be handled in " +
+                                    className()));
+    EXPECT_EQ(message.use_count(), 1) << "the cookie is gone";
+    if (name == "VS") {
+        EXPECT_THAT(callback(new ModemAsyncCbData(request(1, nullptr), client)),
+                    ElementsAre(begin + "null param, can't process async response"));
+    }
+    EXPECT_THAT(service.client.take(), IsEmpty());
+}
