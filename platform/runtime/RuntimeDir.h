@@ -39,8 +39,8 @@ inline std::string directory() {
 }
 
 /**
- * The folder of what outlives a restart of the machine, made when missing: below `OX_RUNTIME_DIR`
- * when that is set, otherwise with this user's other state.
+ * The folder of what outlives a restart of the machine, made when missing: with this user's other
+ * state, or below the runtime folder when `OX_RUNTIME_DIR` is set or the user has no home.
  *
  * @throws std::system_error when it cannot be made
  */
@@ -50,11 +50,9 @@ inline std::string stateDirectory() {
         return value != nullptr ? value : "";
     };
     std::string path;
-    if (!variable("OX_RUNTIME_DIR").empty()) {
-        path = directory() + "/state";
-    } else if (!variable("XDG_STATE_HOME").empty()) {
+    if (variable("OX_RUNTIME_DIR").empty() && !variable("XDG_STATE_HOME").empty()) {
         path = variable("XDG_STATE_HOME") + "/ox-modem";
-    } else if (!variable("HOME").empty()) {
+    } else if (variable("OX_RUNTIME_DIR").empty() && !variable("HOME").empty()) {
         path = variable("HOME") + "/.local/state/ox-modem";
     } else {
         path = directory() + "/state";
