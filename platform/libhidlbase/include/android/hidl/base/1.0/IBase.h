@@ -1,0 +1,20 @@
+#pragma once
+
+#include <hidl/Status.h>
+#include <utils/RefBase.h>
+#include <utils/StrongPointer.h>
+
+namespace android::hidl::base::V1_0 {
+
+/** What every interface derives from. */
+struct IBase : public virtual ::android::RefBase {
+    /**
+     * This object as one of its interfaces, for `castFrom` of generated code.
+     *
+     * @param descriptor the wanted interface's own constant, or a text of the same content
+     * @return pointer to that interface's class, or null when the object has no such interface
+     */
+    virtual void* asInterface(const char* /*descriptor*/) { return nullptr; }
+};
+
+}  // namespace android::hidl::base::V1_0

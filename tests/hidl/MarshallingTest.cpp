@@ -1,0 +1,150 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <vendor/lyr/modem/1.0/transport.h>
+
+using android::RefBase;
+using android::sp;
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
+using hal::Parcel;
+using namespace vendor::lyr::modem::V1_0;
+
+namespace {
+
+/**
+ * What was written comes back equal and whole; every shorter message, and one byte more, is
+ * refused.
+ */
+template <class T>
+void roundTrip(const T& value) {
+    Parcel written;
+    encode(written, value);
+    const std::vector<uint8_t> bytes(written.data(), written.data() + written.size());
+    Parcel whole(nullptr, bytes.data(), bytes.size());
+    T back{};
+    EXPECT_TRUE(decode(whole, back));
+    EXPECT_TRUE(whole.atEnd());
+    EXPECT_TRUE(back == value);
+    for (size_t size = 0; size < bytes.size(); ++size) {
+        const std::vector<uint8_t> cut(bytes.begin(), bytes.begin() + size);
+        Parcel part(nullptr, cut.data(), cut.size());
+        EXPECT_FALSE(decode(part, back)) << "first " << size << " of " << bytes.size() << " bytes";
+    }
+    std::vector<uint8_t> longer = bytes;
+    longer.push_back(0);
+    Parcel tail(nullptr, longer.data(), longer.size());
+    EXPECT_TRUE(decode(tail, back));
+    EXPECT_FALSE(tail.atEnd());
+}
+
+RadioInfo radioInfo() {
+    RadioInfo info{};
+    info.field1 = UINT32_MAX;
+    info.field3 = UINT64_MAX - 1;
+    info.field6 = 0x80;
+    info.field7 = 0xfffe;
+    for (uint32_t i = 0; i < 4; ++i) {
+        info.field5[i] = i;
+        info.field8[i] = UINT32_MAX - i;
+    }
+    info.field10Entry1 = {1, 2, 3, 4};
+    info.field10Entry4 = {UINT32_MAX};
+    return info;
+}
+
+TEST(MarshallingTest, everyShapeComesBackAndNothingElseDecodes) {
+    roundTrip<int32_t>(-1);
+    roundTrip<uint8_t>(255);
+    roundTrip(ResponseInfo{0, INT32_MIN, 2});
+    roundTrip(MbnInfo{-7, {}});
+    roundTrip(MbnInfo{0, {0, 255, 10}});
+    roundTrip(BandsInfo{{1}, {}, {3, UINT32_MAX}, {}, {5, 6, 7}});
+    roundTrip(radioInfo());
+    roundTrip(hidl_string());
+    roundTrip(hidl_string("a\0b", 3));
+    roundTrip(hidl_vec<hidl_string>{"", "one", std::string(300, 'x')});
+    roundTrip(hidl_vec<uint8_t>(std::vector<uint8_t>(1000, 7)));  // beyond the room inside
+}
+
+TEST(MarshallingTest, countsThatCannotBeAreRefusedBeforeAllocation) {
+    for (const uint32_t count : {3U, 0x40000001U, UINT32_MAX}) {
+        Parcel parcel;
+        parcel.write(count);
+        parcel.write(uint64_t{0});
+        hidl_vec<uint32_t> numbers;
+        Parcel asNumbers(nullptr, parcel.data(), parcel.size());
+        EXPECT_FALSE(decode(asNumbers, numbers)) << count;
+        hidl_vec<hidl_string> texts;
+        Parcel asTexts(nullptr, parcel.data(), parcel.size());
+        EXPECT_FALSE(decode(asTexts, texts)) << count;
+        EXPECT_EQ(numbers.size() + texts.size(), 0U);
+    }
+}
+
+TEST(HidlVecTest, ownsACopyButNotWhatIsExternal) {
+    int here[] = {1, 2, 3};
+    hidl_vec<int> external;
+    external.setToExternal(here, 3);
+    hidl_vec<int> copy = external;
+    hidl_vec<int> moved = std::move(external);
+    here[0] = 9;
+    EXPECT_EQ(copy, (hidl_vec<int>{1, 2, 3}));
+    EXPECT_EQ(moved[0], 9);
+    EXPECT_EQ(external.size(), 0U);  // NOLINT(bugprone-use-after-move)
+    moved.resize(4);
+    EXPECT_EQ(moved, (hidl_vec<int>{9, 2, 3, 0}));
+    moved[1] = 8;
+    EXPECT_EQ(here[1], 2) << "resized, it has a buffer of its own";
+    moved.resize(1);
+    EXPECT_EQ(static_cast<std::vector<int>>(moved), std::vector<int>{9});
+    copy.setToExternal(new int[2]{4, 5}, 2, true);  // frees what it had, and these at the end
+    hidl_vec<int>& same = copy;
+    copy = same;
+    EXPECT_EQ(copy, (hidl_vec<int>{4, 5}));
+    copy = std::move(same);
+    EXPECT_EQ(copy, (hidl_vec<int>{4, 5}));
+}
+
+struct Counted : public virtual RefBase {
+    explicit Counted(int* alive) : mAlive(alive) { ++*mAlive; }
+    ~Counted() override { --*mAlive; }
+    int* const mAlive;
+};
+
+struct Other : public virtual RefBase {
+    int filler = 0;
+};
+
+struct Derived : public Other, public Counted {
+    using Counted::Counted;
+    sp<RefBase> self;
+};
+
+TEST(StrongPointerTest, objectGoesWithTheLastReference) {
+    int alive = 0;
+    sp<Derived> first = sp<Derived>::make(&alive);
+    sp<Derived>& same = first;
+    first = same;
+    EXPECT_EQ(first->getStrongCount(), 1);
+    sp<Counted> base = first;  // another address, over a virtual base
+    sp<RefBase> root = std::move(first);
+    EXPECT_EQ(first, nullptr);  // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(base->getStrongCount(), 2);
+    base = std::move(base);
+    root.clear();
+    EXPECT_EQ(alive, 1);
+    base = nullptr;
+    EXPECT_EQ(alive, 0);
+    first = new Derived(&alive);
+    first->self = first;
+    first->self.clear();
+    EXPECT_EQ(alive, 1);
+    first = new Derived(&alive);
+    EXPECT_EQ(alive, 1);
+}
+
+}  // namespace
