@@ -1,0 +1,27 @@
+#!/bin/bash
+# Builds a preset and runs all its tests; installs what is missing first.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
+. tools/setup.sh
+
+usage="usage: ./test.sh [dev|release|asan|tsan]    (default: dev)"
+preset=${1:-dev}
+case $preset in
+    dev | release) packages=("${build_packages[@]}") ;;
+    asan | tsan) packages=("${build_packages[@]}" "${sanitizer_packages[@]}") ;;
+    -h | --help) echo "$usage"; exit 0 ;;
+    *) echo "$usage" >&2; exit 2 ;;
+esac
+(($# <= 1)) || { echo "$usage" >&2; exit 2; }
+
+install_packages "${packages[@]}"
+build "$preset"
+
+# The thread sanitizer's shadow memory does not go with every address randomisation; and it lets a
+# process sleep a second before it exits, to catch the threads that still run.
+export TSAN_OPTIONS="atexit_sleep_ms=50 ${TSAN_OPTIONS:-}"
+run=()
+if [[ $preset == tsan ]] && setarch -R true 2>/dev/null; then
+    run=(setarch -R)
+fi
+"${run[@]}" ctest --preset "$preset" -j "$(nproc)"

@@ -1,0 +1,120 @@
+"""The service and the simulated modem's port as a test scripts them, on the sockets of a folder."""
+
+import collections
+import os
+import pathlib
+import re
+import socket
+import struct
+import threading
+
+INTERFACES = pathlib.Path(os.environ["INTERFACES"])
+Request = collections.namedtuple("Request", "name serial arguments")
+
+
+def methods_of(name):
+    """Names in the order of their transaction codes, from 1 on."""
+    text = re.sub(r"/\*.*?\*/", "", (INTERFACES / (name + ".hal")).read_text(), flags=re.S)
+    return [None, *re.findall(r"(\w+)\(", text)]
+
+
+REQUESTS, ANSWERS, EVENTS = map(methods_of, ("IModem", "IModemResponse", "IModemIndication"))
+
+
+def text(value):
+    raw = value if isinstance(value, bytes) else value.encode()
+    return struct.pack("<I", len(raw)) + raw
+
+
+def numbers(code, *values):
+    return struct.pack(f"<I{len(values)}{code}", len(values), *values)
+
+
+def info(serial, error=0):
+    return struct.pack("<IiI", 0, serial, error)
+
+
+class Client:
+    """One connection: its callbacks, and what it was seen to do."""
+
+    def __init__(self, connection):
+        self.connection = connection
+        self.callbacks = ()
+        self.installed = 0
+
+    def send(self, target, code, payload, call=0):
+        self.connection.sendall(struct.pack("<4I", 12 + len(payload), target, code, call) + payload)
+
+    def answer(self, name, payload):
+        self.send(self.callbacks[0], ANSWERS.index(name), payload)
+
+    def event(self, name, payload):
+        self.send(self.callbacks[1], EVENTS.index(name), payload)
+
+    def displace(self):
+        """Lets the callbacks go, as the service does when another client installs its own."""
+        for callback in self.callbacks:
+            self.send(0, 2, struct.pack("<I", callback))
+
+    def leave(self):
+        self.connection.shutdown(socket.SHUT_RDWR)
+
+
+class Listener:
+    def __init__(self, path):
+        path.parent.mkdir(mode=0o700, exist_ok=True)
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.bind(str(path))
+        self.socket.listen()
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def accept(self):
+        while True:
+            try:
+                connection = self.socket.accept()[0]
+            except OSError:
+                return
+            threading.Thread(target=self.serve, args=(connection,), daemon=True).start()
+
+    def close(self):
+        self.socket.shutdown(socket.SHUT_RDWR)
+        self.socket.close()
+
+
+class Service(Listener):
+    """Calls on_install(client) and on_request(client, request); keeps the requests."""
+
+    def __init__(self, folder, on_request=lambda *_: None, on_install=lambda _: None, instance=0,
+                 replies=True):
+        self.on_request, self.on_install, self.replies = on_request, on_install, replies
+        self.requests = []
+        super().__init__(pathlib.Path(folder) / "vendor.lyr.modem@1.0::IModem" / f"instance{instance}")
+
+    def serve(self, connection):
+        client, stream = Client(connection), connection.makefile("rb")
+        while header := stream.read(16):
+            size, _, code, call = struct.unpack("<4I", header)
+            payload = stream.read(size - 12)
+            if REQUESTS[code] == "setCallback":
+                client.callbacks = struct.unpack("<2I", payload)
+                client.installed += 1
+                if self.replies:
+                    client.send(0, 1, b"", call)
+                    self.on_install(client)
+            else:
+                request = Request(REQUESTS[code], *struct.unpack("<i", payload[:4]), payload[4:])
+                self.requests.append(request)
+                self.on_request(client, request)
+
+
+class Port(Listener):
+    """Replies to each command line with the lines that `replies` has for it, or not at all."""
+
+    def __init__(self, folder, replies, instance=0):
+        self.replies = replies
+        super().__init__(pathlib.Path(folder) / f"modem-sim.{instance}")
+
+    def serve(self, connection):
+        for line in connection.makefile("r"):
+            reply = self.replies.get(line.rstrip("\n"), [])
+            connection.sendall("".join(line + "\n" for line in reply).encode())

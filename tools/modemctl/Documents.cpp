@@ -1,0 +1,157 @@
+#include "Documents.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "Api.h"
+
+namespace documents {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr char COMPLETION[] = R"(# Completion of modemctl for bash: . <(modemctl completion bash)
+_modemctl() {
+    local word=${COMP_WORDS[COMP_CWORD]} command= given=0 i words=
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case ${COMP_WORDS[i]} in
+            @VALUED@) ((i++)) ;;
+            -*) ;;
+            *) command=${command:-${COMP_WORDS[i]}} given=$((given + 1)) ;;
+        esac
+    done
+    case $((i > COMP_CWORD)):$given:$command:$word in
+        0:*:-*) words='@OPTIONS@' ;;
+        0:0:*) words='@COMMANDS@' ;;
+        0:1:call:*) words='@METHODS@' ;;
+        0:1:completion:*) words=bash ;;
+    esac
+    COMPREPLY=($(compgen -W "$words" -- "$word"))
+}
+complete -o default -F _modemctl modemctl
+)";
+
+constexpr char MAN_PAGE[] = R"(.TH MODEMCTL 1
+.SH NAME
+modemctl \- client of the modem service
+.SH SYNOPSIS
+.B modemctl
+[\fIOPTION\fR...] \fICOMMAND\fR [\fIWORD\fR...]
+.SH COMMANDS
+@COMMANDS@.SH OPTIONS
+They stand before the command or behind it; what follows \-\- is no option.
+@OPTIONS@.SH METHODS
+Bytes are given as hex:0a0b, @file for the content of a file, [10,11] or text:abc; a path stands for
+itself. A number may be written as 0x1f.
+@METHODS@.SH EXIT STATUS
+0 answered with success, 1 answered with an error, 2 wrong usage, 3 no service, 4 no answer in time.
+.SH ENVIRONMENT
+OX_RUNTIME_DIR is the folder of the service's sockets; NO_COLOR keeps a terminal without colour.
+.SH EXAMPLES
+.nf
+modemctl call setOperatingMode 1
+modemctl \-\-json call \-\-serial 7 getOperatingMode
+modemctl call writeNVItem 50 0 0 hex:0a0b
+modemctl watch \-\-confirm\-log
+)";
+
+void replace(std::string& text, const std::string& mark, const std::string& by) {
+    for (size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += by.size()) {
+        text.replace(at, mark.size(), by);
+    }
+}
+
+/** A paragraph of the manual page that prints its texts as they are. */
+std::string paragraph(const std::string& head, const std::string& body) {
+    std::string text = ".TP\n.B " + head + "\n" + body + "\n";
+    replace(text, "\\", "\\e");
+    replace(text, "-", "\\-");
+    return text;
+}
+
+std::string describeAtLength(const hal::Method& method) {
+    std::string head = method.name;
+    std::string body = method.doc;
+    for (size_t i = 1; i < method.argCount; ++i) {
+        const hal::Field& field = method.args[i];
+        head += std::string(" ") + field.name;
+        body += std::string("\n.br\n") + field.name + " (" + field.type->name + "): " + field.doc;
+    }
+    return paragraph(head, body);
+}
+
+std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
+    return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
+/** The program's own options and those of its commands, --help once. */
+std::vector<const CLI::Option*> optionsOf(const CLI::App& app) {
+    std::vector<const CLI::Option*> options = app.get_options();
+    for (const CLI::App* command : commandsOf(app)) {
+        const auto own = command->get_options(
+                [&](const CLI::Option* option) { return option != command->get_help_ptr(); });
+        options.insert(options.end(), own.begin(), own.end());
+    }
+    return options;
+}
+
+/** The texts of all things, in a row. */
+template <class Thing, class Text>
+std::string all(const std::vector<const Thing*>& things, Text text) {
+    std::string joined;
+    for (const Thing* thing : things) {
+        joined += text(*thing);
+    }
+    return joined;
+}
+
+std::string describe(const hal::Method& method) {
+    ordered_json list = ordered_json::array();
+    for (size_t i = 1; i < method.argCount; ++i) {
+        list.push_back({{"name", method.args[i].name}, {"type", method.args[i].type->name}});
+    }
+    return ordered_json{{"method", method.name}, {"arguments", list}}.dump() + '\n';
+}
+
+}  // namespace
+
+std::string list(bool json, bool aligned) {
+    constexpr int WIDTH = 34;
+    return all(api::callable(), [=](const hal::Method& method) {
+        std::ostringstream text;
+        text << std::left << std::setw(aligned ? WIDTH : 0) << method.name << ' '
+             << api::arguments(method) << '\n';
+        return json ? describe(method) : text.str();
+    });
+}
+
+std::string bashCompletion(const CLI::App& app) {
+    const auto name = [](const auto& thing) { return thing.get_name() + ' '; };
+    std::string script = COMPLETION;
+    replace(script, "@VALUED@", all(optionsOf(app), [](const CLI::Option& option) {
+                                    return option.get_expected_min() > 0 ? option.get_name() + " | "
+                                                                         : "";
+                                }) + "-");
+    replace(script, "@OPTIONS@", all(optionsOf(app), name));
+    replace(script, "@COMMANDS@", all(commandsOf(app), name));
+    replace(script, "@METHODS@", all(api::callable(), [](const hal::Method& method) {
+                return method.name + std::string(" ");
+            }));
+    return script;
+}
+
+std::string manPage(const CLI::App& app) {
+    const auto entry = [](const auto& thing) {
+        return paragraph(thing.get_name(), thing.get_description());
+    };
+    std::string page = MAN_PAGE;
+    replace(page, "@COMMANDS@", all(commandsOf(app), entry));
+    replace(page, "@OPTIONS@", all(optionsOf(app), entry));
+    replace(page, "@METHODS@", all(api::callable(), describeAtLength));
+    return page;
+}
+
+}  // namespace documents

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+/** How modemctl ends. */
+enum ExitCode : int { ANSWERED, ANSWERED_ERROR, WRONG_USAGE, NO_SERVICE, NO_ANSWER };
+
+/** Ends the command with a line for stderr and an exit code. */
+struct Failure : std::runtime_error {
+    Failure(ExitCode exit, const std::string& line) : std::runtime_error(line), code(exit) {}
+
+    ExitCode code;
+};

@@ -1,0 +1,59 @@
+#include "Printer.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iomanip>
+#include <iostream>
+
+#include "Values.h"
+
+using nlohmann::ordered_json;
+
+namespace {
+
+using Shown = std::vector<std::pair<std::string, std::string>>;
+
+/** Members of structs stand beside the other arguments; "type" is 0 always and left out. */
+void flatten(const hal::Field* fields, size_t count, const ordered_json& values, Shown& shown) {
+    for (const hal::Field* field = fields; field != fields + count; ++field) {
+        const ordered_json& value = values.at(field->name);
+        if (field->type->kind == hal::Type::Kind::STRUCT) {
+            flatten(field->type->fields, field->type->fieldCount, value, shown);
+        } else if (field->name != std::string("type")) {
+            shown.emplace_back(field->name, values::text(*field->type, value));
+        }
+    }
+}
+
+void printText(const hal::Method& method, const ordered_json& arguments) {
+    constexpr size_t VALUES_ON_A_LINE = 8;
+    static const bool colour = isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr;
+    const auto inColour = [](const char* code, const std::string& text) {
+        return colour ? code + text + "\033[0m" : text;
+    };
+    Shown shown;
+    flatten(method.args, method.argCount, arguments, shown);
+    std::cout << inColour("\033[1m", method.name);
+    for (const auto& [name, value] : shown) {
+        if (shown.size() > VALUES_ON_A_LINE) {
+            std::cout << "\n    " << std::left << std::setw(16) << name << value;
+        } else {
+            const bool alarm = name == "error" && value != "0";
+            std::cout << ' ' << inColour(alarm ? "\033[31m" : "", name + '=' + value);
+        }
+    }
+    std::cout << std::endl;
+}
+
+}  // namespace
+
+void printCall(bool json, const hal::Method& method, const ordered_json& arguments) {
+    if (json) {
+        ordered_json object{{"method", method.name}};
+        object.update(arguments);
+        std::cout << values::line(object) << std::endl;
+    } else {
+        printText(method, arguments);
+    }
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <chrono>
+#include <istream>
+
+#include "Failure.h"
+
+/**
+ * Gives commands to the simulated modem's text port, one a line, and prints each reply.
+ *
+ * @param timeout how long a reply may stay away
+ * @return ANSWERED when each reply ended with "ok", otherwise ANSWERED_ERROR
+ * @throws Failure when there is no simulated modem, or it goes away or does not reply
+ */
+ExitCode runSimulator(int instance, std::chrono::milliseconds timeout, std::istream& commands);
