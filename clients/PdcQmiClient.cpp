@@ -73,11 +73,14 @@ int PdcQmiClient::respondInfo(const char* func, const void* data, size_t len,
     }
     LOG_I("%s: token is %d", func, event.token);
     // The reported length counts, also past the area it speaks of, but never past the event.
-    const auto* bytes = static_cast<const uint8_t*>(data);
+    const auto* bytes = static_cast<const uint8_t*>(data) + INFO_OFFSET;
     const size_t reported = std::min<size_t>(event.*length, len - INFO_OFFSET);
-    const PdcMbnInfo info{event.result, {bytes + INFO_OFFSET, bytes + INFO_OFFSET + reported}};
-    return (mResponseProxy.get()->*respond)(event.token, convertModemAPIResultToOX(event.result),
-                                            info);
+    PdcMbnInfo info{event.result, {}};
+    const Errno err = withMemory(func, [&] {
+        info.configId.assign(bytes, bytes + reported);
+        return convertModemAPIResultToOX(event.result);
+    });
+    return (mResponseProxy.get()->*respond)(event.token, err, info);
 }
 
 int PdcQmiClient::getActiveMbnInfo(int serial, int type) {

@@ -141,6 +141,10 @@ protected:
     int serve(const char* func, CallTexts texts, const MessagePtr& msg, Call call,
               Respond<Payload...> respond);
 
+    /** The code that `fill` returns; 5 with an error line when there was no memory for it. */
+    template <class Fill>
+    static Errno withMemory(const char* func, Fill fill);
+
     /** Reads a value from the modem; one that could not be read stays as it was. */
     template <class Value>
     static int fetch(int (*get)(Value*), Value& value);
@@ -213,7 +217,9 @@ int QmiClient::serveWhen(Ready ready, const char* func, CallTexts texts, const M
     Errno err = ready();
     if (err == ERRNO_SUCCESS) {
         const auto callWith = [&](auto&... values) { return call(*request, values...); };
-        err = std::apply(callWith, payload) == 0 ? ERRNO_SUCCESS : ERRNO_FAILED;
+        err = withMemory(func, [&] {
+            return std::apply(callWith, payload) == 0 ? ERRNO_SUCCESS : ERRNO_FAILED;
+        });
         if (err != ERRNO_SUCCESS && texts.failed != nullptr) {
             LOG_E("%s: %s", func, texts.failed);
         } else if (err == ERRNO_SUCCESS && texts.succeeded != nullptr) {
@@ -230,6 +236,16 @@ template <class Record, class Call, class... Payload>
 int QmiClient::serve(const char* func, CallTexts texts, const MessagePtr& msg, Call call,
                      Respond<Payload...> respond) {
     return serveWhen<Record>([&] { return checkConnected(func); }, func, texts, msg, call, respond);
+}
+
+template <class Fill>
+Errno QmiClient::withMemory(const char* func, Fill fill) {
+    try {
+        return fill();
+    } catch (const std::bad_alloc&) {
+        LOG_E("%s: no memory for the answer", func);
+        return ERRNO_NO_MEMORY;
+    }
 }
 
 template <class Value>

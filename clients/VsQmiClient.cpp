@@ -185,18 +185,22 @@ int VsQmiClient::serveAsync(const char* func, const MessagePtr& msg, Call call,
     }
     Errno err = checkConnected(func);
     if (err == ERRNO_SUCCESS) {
-        auto self = std::static_pointer_cast<VsQmiClient>(shared_from_this());
-        std::unique_ptr<ModemAsyncCbData> cookie(new (std::nothrow)
-                                                         ModemAsyncCbData(msg, std::move(self)));
-        // The callback may run before the call returns: only a refusal gives the cookie back.
-        ModemAsyncCbData* handedOver = cookie.release();
-        if (handedOver != nullptr && call(*request, handedOver) == 0) {
-            LOG_I("%s: %s", func, ASYNC_SENT);
+        err = withMemory(func, [&] {
+            auto self = std::static_pointer_cast<VsQmiClient>(shared_from_this());
+            auto cookie = std::make_unique<ModemAsyncCbData>(msg, std::move(self));
+            // The callback may run before the call returns: only a refusal gives the cookie back.
+            ModemAsyncCbData* const handedOver = cookie.release();
+            if (call(*request, handedOver) == 0) {
+                LOG_I("%s: %s", func, ASYNC_SENT);
+                return ERRNO_SUCCESS;
+            }
+            cookie.reset(handedOver);
+            LOG_E("%s: %s", func, ASYNC_FAILED);
+            return ERRNO_FAILED;
+        });
+        if (err == ERRNO_SUCCESS) {
             return ERRNO_SUCCESS;
         }
-        cookie.reset(handedOver);
-        LOG_E("%s: %s", func, ASYNC_FAILED);
-        err = ERRNO_FAILED;
     }
     return mResponseProxy->respondEmpty(respond, request->serial, err);
 }
@@ -260,7 +264,7 @@ int VsQmiClient::finish(const char* func, const void* data, size_t length,
     } else {
         modem_async_response response;
         memcpy(&response, data, sizeof(response));  // the modem's buffer need not be aligned
-        err = extract(response.payload, payload);
+        err = withMemory(func, [&]() -> Errno { return extract(response.payload, payload); });
     }
     return (mResponseProxy.get()->*respond)(request->serial, err, payload);
 }
