@@ -20,7 +20,6 @@
 
 using android::sp;
 using android::hardware::hidl_string;
-using android::hardware::hidl_vec;
 using android::hardware::Return;
 using android::hardware::Void;
 using android::hidl::base::V1_0::IBase;

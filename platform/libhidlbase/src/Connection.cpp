@@ -350,9 +350,9 @@ bool Connection::serveCall(const Message& message) {
     if (!object->onTransact(message.code, args, reply)) {
         return false;
     }
-    if (message.call != 0 && !send(CONTROL_TARGET, CODE_REPLY, message.call, reply).isOk()) {
-        // The caller's wait ends with the connection: with it if it is gone, else by this.
-        close("reply could not be sent");
+    if (message.call != 0 && !send(CONTROL_TARGET, CODE_REPLY, message.call, reply).isOk() &&
+        mOpen) {
+        close("reply too long to be sent");  // or its caller would wait for ever
     }
     return true;
 }

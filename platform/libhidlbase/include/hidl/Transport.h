@@ -98,7 +98,7 @@ public:
     uint32_t exportObject(const android::sp<Stub>& object);
 
     /**
-     * Calls the peer.
+     * Calls the peer. Virtual, so that a double can take the place of the socket.
      *
      * @param reply null for a oneway call, which returns when the message was written; otherwise
      *        the call waits for the reply and appends it here. Serving a call, too, one may wait:
