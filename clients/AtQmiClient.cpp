@@ -285,12 +285,14 @@ int AtQmiClient::processParsedCommand(const char* func) {
                                                       command.tcName);
 }
 
-bool AtQmiClient::readLogCommand(const char* func, LogCommand& command) const {
+bool AtQmiClient::readLogCommand(const char* func, LogCommand& command) {
     if (mTokens.empty()) {
         LOG_E("%s: invalid token number for AT command, can't process", func);
         return false;
     }
-    const auto nameOr = [this](const char* name) { return mTokens.size() > 1 ? mTokens[1] : name; };
+    const auto nameOr = [this](const char* name) {
+        return mTokens.size() > 1 ? std::move(mTokens[1]) : std::string(name);
+    };
     if (mTokens[0] == AT_COMMAND_LOG_MODE_START_STRING) {
         LOG_I("%s: log start", func);
         command = {LOG_MODE_START, TEST_NONE, nameOr(AT_COMMAND_LOG_TC_NAME_TS_START)};

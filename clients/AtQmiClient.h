@@ -84,7 +84,8 @@ private:
     Errno parseAtCommand(const modem_atlog_cmd_type& command);
     /** Recognises the parsed command and tells the upper layer; nonzero when it came to nothing. */
     int processParsedCommand(const char* func);
-    bool readLogCommand(const char* func, LogCommand& command) const;
+    /** Takes the name out of the tokens. */
+    bool readLogCommand(const char* func, LogCommand& command);
     uint8_t readTestResult(const char* func) const;
 
     int sendLogControlErrorResp();

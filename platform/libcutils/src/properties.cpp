@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -81,7 +82,7 @@ int property_get(const char* key, char* value, const char* default_value) {
         try {
             const File file(folder() + "/" + key, O_RDONLY);
             length = file.isOpen() ? file.readUpTo(value, VALUE_MAX_LENGTH) : 0;
-        } catch (const std::system_error& error) {
+        } catch (const std::exception& error) {
             fprintf(stderr, "properties: %s\n", error.what());
         }
     }
@@ -101,7 +102,7 @@ int property_set(const char* key, const char* value) {
     try {
         std::lock_guard lock(sMutex);
         return store(folder(), key, value != nullptr ? value : "", length) ? 0 : -1;
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) {
         fprintf(stderr, "properties: %s\n", error.what());
         return -1;
     }

@@ -1,0 +1,432 @@
+// The AT command "+LOG": from the modem to the upper layer and back, and the log that survives.
+
+#include <cutils/properties.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "clients/AtQmiClient.h"
+#include "tests/support/Allocations.h"
+#include "tests/support/Service.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using Tokens = std::vector<const char*>;
+
+constexpr int AT = MODEM_API_QMI_SERVICE_AT;
+constexpr const char* STATUS = AtQmiClient::AT_LOG_STATUS_PROPERTY;
+constexpr const char* TC_NAME = AtQmiClient::AT_LOG_TCNAME_PROPERTY;
+constexpr const char* INDEX = AtQmiClient::AT_LOG_TCINDEX_PROPERTY;
+
+std::string get(const char* key) {
+    char value[PROPERTY_VALUE_MAX];
+    property_get(key, value, "");
+    return value;
+}
+
+std::string logStatus() {
+    return get(STATUS) + "," + get(TC_NAME) + "," + get(INDEX);
+}
+
+void setLog(const char* status, const std::string& name, const char* index) {
+    ASSERT_EQ(property_set(STATUS, status), 0);
+    ASSERT_EQ(property_set(TC_NAME, name.c_str()), 0);
+    ASSERT_EQ(property_set(INDEX, index), 0);
+}
+
+/** Makes a property unwritable until the folder in its place is removed. */
+fs::path block(const char* key) {
+    const fs::path path = getenv("OX_RUNTIME_DIR") + std::string("/state/properties/") + key;
+    fs::remove(path);
+    fs::create_directories(path);
+    return path;
+}
+
+/** A command with tokens of its own, which whoever takes the event has to free. */
+modem_atlog_cmd_type commandOf(const Tokens& tokens) {
+    const auto count = static_cast<uint16_t>(tokens.size());
+    modem_atlog_cmd_type command{42, MODEM_ATLOG_OP_CODE, "+LOG", count, {}};
+    for (size_t i = 0; i < tokens.size(); ++i) {
+        command.tokens[i] = tokens[i] != nullptr ? strdup(tokens[i]) : nullptr;
+    }
+    return command;
+}
+
+std::string indicationLine(int mode, int result, const std::string& name) {
+    return R"({"method":"atLogControlInfoInd","type":0,"logMode":)" + std::to_string(mode) +
+           R"(,"testResult":)" + std::to_string(result) + R"(,"tcName":")" + name + "\"}";
+}
+
+std::string response(int handle, int result) {
+    return "modem_atlog_send_resp(" + std::to_string(handle) + ", " + std::to_string(result) +
+           ", 3, 0)";
+}
+
+size_t threads() {
+    return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
+}
+
+const std::string H = " handleProcessAtCommandMessage: ";
+const std::string ERROR_SENT =
+        "I sendLogControlErrorResp: successfully sent log control error response";
+
+class AtCommand : public testing::Test {
+protected:
+    Service mService;
+
+    Lines raiseData(const void* data, size_t size) {
+        mService.forget();
+        mService.modem.raise(MODEM_API_EVENT_AT_COMMAND, data, size);
+        Service::runAll();
+        return mService.log.take();
+    }
+    Lines raise(const Tokens& tokens, uint64_t handle) {
+        modem_atlog_cmd_type command = commandOf(tokens);
+        command.handle = handle;
+        return raiseData(&command, sizeof(command));
+    }
+
+    /** The upper layer confirms: what is logged, answered and told to the modem. */
+    void confirm(const std::string& line, Errno err, const Lines& calls) {
+        mService.forget();
+        mService.call("sendLogControlResp", 7);
+        Service::runAll();
+        const Lines log = mService.log.take();
+        EXPECT_EQ(log[log.size() - 3],
+                  line.substr(0, 2) + "handleSendLogControlRespMessage: " + line.substr(2));
+        EXPECT_EQ(log[log.size() - 2],
+                  "I respondSendLogControlResp: serial = 7, err = " + std::to_string(err));
+        EXPECT_EQ(mService.modem.calls(), calls);
+        EXPECT_THAT(mService.client.take(),
+                    ElementsAre(answerLine("sendLogControlResp", 7, err != 0, "")));
+    }
+    void confirmNothingOpen() {
+        confirm("E currently not processing AT log command, can't send response to modem", 4, {});
+    }
+    void confirmOpen(int handle) {
+        confirm("I successfully sent log control response to modem", 0, {response(handle, 1)});
+    }
+};
+
+}  // namespace
+
+TEST_F(AtCommand, IsIndicatedOrRefused) {
+    constexpr int REFUSED = -1;
+    const std::string noResult = "I no token[2], unknow test result";
+    const std::string other = "E not AT+LOG command, can't process";
+    const std::string name22 = "+LOGLOGLOGLOGLOGLOGLOG";
+    const std::string longest(91, 'n');
+    Tokens sixty(60, "t");
+    sixty[0] = "1";
+    // clang-format off
+    const struct {
+        Tokens tokens;
+        std::string line;
+        int mode, result;
+        std::string tcName = "";
+        uint64_t opCode = 11;
+        std::string name = "+LOG";
+        int count = -1;  // reported, when not the tokens' own
+    } rows[] = {
+        {{"1"}, "I log start", 1, 3, "ts_start"},     {{"1", "tc7"}, "I log start", 1, 3, "tc7"},
+        {{"1", nullptr, "1"}, "I log start", 1, 3},   {{"1", longest.c_str()}, "I log start", 1, 3, longest},
+        {{"0"}, noResult, 0, 3, "ts_end"},            {{"0", "tc7"}, noResult, 0, 3, "tc7"},
+        {{"0", "tc7", "0"}, "I log stop", 0, 0, "tc7"},
+        {{"0", "tc7", "1"}, "I log stop", 0, 1, "tc7"},
+        {{"0", "tc7", "x"}, "E unrecognized token[2]: x, error test result", 0, 2, "tc7"},
+        {{"0", "tc7", nullptr, "1"}, "E unrecognized token[2]: , error test result", 0, 2, "tc7"},
+        {{"10"}, "E unrecognized token[0]: 10, can't set test result", REFUSED, 0},
+        {{nullptr}, "E unrecognized token[0]: , can't set test result", REFUSED, 0},
+        {{}, "E invalid token number for AT command, can't process", REFUSED, 0},
+        {{"1"}, "I log start", 1, 3, "ts_start", 11, "+lOg"},
+        {{"1"}, other, REFUSED, 0, "", 10},           {{"1"}, other, REFUSED, 0, "", 11 + (1ULL << 32)},
+        {{"1"}, other, REFUSED, 0, "", 11, "+LOGS"},  {{"1"}, other, REFUSED, 0, "", 11, name22},
+        {sixty, "I log start", 1, 3, "t", 11, "+LOG", 61},
+        {sixty, "I log start", 1, 3, "t", 11, "+LOG", 65535},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << "row " << &row - rows);
+        setLog("?", "kept", "5");
+        modem_atlog_cmd_type command = commandOf(row.tokens);
+        command.op_code = row.opCode;
+        (row.name + std::string(22, '\0')).copy(command.name, sizeof(command.name));
+        command.token_count = row.count < 0 ? row.tokens.size() : row.count;
+        const Lines log = raiseData(&command, sizeof(command));
+
+        std::ostringstream parsed;
+        parsed << std::hex << "I parseAtCommand: parsed handle = 0x2a, op code = 0x" << row.opCode
+               << ", name = " << row.name << std::dec << ", token number = " << command.token_count;
+        EXPECT_EQ(log[5], parsed.str());
+        EXPECT_THAT(log, Contains(row.line[0] + H + row.line.substr(2)));
+        if (row.mode == REFUSED) {
+            EXPECT_EQ(log[log.size() - 2],
+                      "E" + H + "failed to process AT log command, send error response to modem");
+            EXPECT_EQ(log.back(), ERROR_SENT);
+            EXPECT_THAT(mService.modem.calls(), ElementsAre(response(42, 0)));
+            EXPECT_THAT(mService.client.take(), IsEmpty());
+            EXPECT_EQ(logStatus(), "?,kept,5");
+        } else {
+            EXPECT_EQ(log[log.size() - 3],
+                      "I" + H + "AT log status saved, report AT log control info to upper layer");
+            EXPECT_THAT(mService.modem.calls(), IsEmpty()) << "waits for the upper layer";
+            EXPECT_THAT(mService.client.take(),
+                        ElementsAre(indicationLine(row.mode, row.result, row.tcName)));
+            EXPECT_EQ(logStatus(), row.mode == 1 ? "1," + row.tcName + ",1" : "0,kept,1");
+            confirmOpen(42);
+        }
+        confirmNothingOpen();
+    }
+}
+
+TEST_F(AtCommand, OfAnotherSizeIsLeftAlone) {
+    modem_atlog_cmd_type records[2] = {commandOf({"1"}), {}};
+    for (const size_t size : {0, 519, 521, 1040}) {
+        for (const void* data : {static_cast<void*>(records), static_cast<void*>(nullptr)}) {
+            EXPECT_EQ(raiseData(data, size).back(),
+                      "E" + H + "invalid AT command data input, can't process");
+        }
+    }
+    EXPECT_THAT(mService.modem.calls(), IsEmpty());
+    free(records[0].tokens[0]);
+}
+
+TEST_F(AtCommand, StaysOpenUntilTheModemGotItsResponse) {
+    raise({"1", "a"}, 1);
+    raise({"1", "b"}, 2);
+    confirmOpen(2);
+
+    const std::string notConnected = "AT QMI service not connected";
+    raise({"1"}, 3);
+    mService.disconnect(AT);
+    confirm("E " + notConnected, 4, {});
+    mService.connect(AT);
+    Service::runAll();
+    confirmOpen(3);
+
+    mService.disconnect(AT);
+    EXPECT_EQ(raise({"x"}, 4).back(), "E sendLogControlErrorResp: " + notConnected);
+    EXPECT_THAT(mService.modem.calls(), IsEmpty());
+    mService.connect(AT);
+    Service::runAll();
+    confirmOpen(4);
+
+    raise({"1"}, 5);
+    mService.modem.returns("modem_atlog_send_resp", 9);
+    confirm("E failed to send log control response to modem", 1, {response(5, 1)});
+    confirmNothingOpen();
+    EXPECT_EQ(raise({"x"}, 6).back(),
+              "E sendLogControlErrorResp: failed to send log control error response");
+    confirmNothingOpen();
+}
+
+TEST_F(AtCommand, ThatNobodyTakesIsAnError) {
+    mService.install(mService.client.responses(), nullptr);
+    EXPECT_EQ(raise({"1", "tc7"}, 1).back(), ERROR_SENT);
+    EXPECT_THAT(mService.modem.calls(), ElementsAre(response(1, 0)));
+    EXPECT_EQ(logStatus(), "1,tc7,1") << "kept all the same";
+    mService.install();
+    mService.client.failWith("gone");
+    EXPECT_EQ(raise({"0"}, 2).back(), ERROR_SENT);
+    EXPECT_THAT(mService.modem.calls(), ElementsAre(response(2, 0)));
+    mService.client.failWith("");
+    confirmNothingOpen();
+    desk::setQueueLimit(0);  // its tokens are freed all the same
+    EXPECT_EQ(raise({"1", "tc7"}, 3).back(), "E processAtCommand: failed to dispatch msg");
+}
+
+// Whichever allocation fails, the tokens are freed once and what was read gets a response.
+TEST_F(AtCommand, SurvivesEveryFailingAllocation) {
+    mService.uninstall();
+    desk::setDelivery(desk::Delivery::CALLER);
+    const auto client = std::static_pointer_cast<AtQmiClient>(ModemImpl::getQmiClient(AT));
+    size_t answered = 0;
+    for (size_t failing = 0, failed = 1; failed != 0; ++failing) {
+        mService.forget();
+        const auto command = commandOf({"1", "a name that needs memory of its own"});
+        allocations::start(failing);
+        const int result = client->processAtCommand(&command, sizeof(command));
+        allocations::stop();
+        failed = allocations::failed();
+        const Lines calls = mService.modem.calls();
+        EXPECT_EQ(calls, result == ERRNO_NO_MEMORY ? Lines{} : Lines{response(42, 0)}) << failing;
+        answered += calls.size();
+    }
+    EXPECT_GE(answered, 4U);
+}
+
+TEST(AtLogStatus, IsRetrievedWithItsIndex) {
+    const std::string n34(34, 'n');
+    const std::string on = "I retrieveAtLogStatus: log on = true";
+    const std::string off = "I retrieveAtLogStatus: log on = false";
+    const std::string cut = "W retrieveAtLogStatus: tcName too long, should be truncated";
+    const std::string tooLong =
+            "E retrieveAtLogStatus: tcIndex string too long, should not append to tcName";
+    const std::string invalid = "E retrieveAtLogStatus: invalid param input";
+    // clang-format off
+    const struct {
+        const char* status;
+        std::string name;
+        const char* index;
+        Lines lines;
+        std::string retrieved, next;
+        int result = 0;
+        size_t size = 40;
+    } rows[] = {
+        {"", "abc", "1", {off}, "", "1"},                  {"true", "abc", "1", {off}, "", "1"},
+        {"1x", "abc", "1", {on}, "abc_1", "2"},            {"1", "abc", "", {on}, "abc_", "1"},
+        {"1", "", "9", {on}, "_9", "10"},                  {"1", "abc", "7xy", {on}, "abc_7xy", "8"},
+        {"1", "abc", "99999", {on}, "abc_99999", "100000"},
+        {"1", "abc", "100000", {on, tooLong}, "abc_", "100000", 1},
+        {"1", n34.substr(1), "1", {on}, n34.substr(1) + "_1", "2"},
+        {"1", n34, "2", {on, cut}, n34 + "_2", "3"},       {"1", n34 + "x", "2", {on, cut}, n34 + "_2", "3"},
+        {"1", std::string(91, 'n'), "100000", {on, cut, tooLong}, n34 + "_", "100000", 1},
+        {"1", n34, "12345", {on, cut}, n34 + "_1234", "12346"},  // all that 40 bytes hold
+        {"1", "abc", "1", {on, cut}, "_1", "2", 0, 6},     {"1", "abc", "1", {invalid}, "", "1", 3, 5},
+        {"1", "abc", "12345", {on, cut}, "_1234", "12346", 0, 6},
+    };
+    // clang-format on
+    LogCapture log;
+    bool isOn = false;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << "row " << &row - rows);
+        setLog(row.status, row.name, row.index);
+        const std::unique_ptr<char[]> name(new char[row.size]());
+        isOn = false;
+        EXPECT_EQ(AtQmiClient::retrieveAtLogStatus(&isOn, name.get(), row.size), row.result);
+        EXPECT_EQ(log.take(), row.lines);
+        EXPECT_EQ(name.get(), row.retrieved);
+        EXPECT_EQ(isOn, !row.retrieved.empty());
+        EXPECT_EQ(get(INDEX), row.next);
+    }
+    char name[40];
+    EXPECT_EQ(AtQmiClient::retrieveAtLogStatus(nullptr, name, sizeof(name)), 3);
+    EXPECT_EQ(AtQmiClient::retrieveAtLogStatus(&isOn, nullptr, sizeof(name)), 3);
+    const fs::path blocked = block(INDEX);
+    EXPECT_EQ(AtQmiClient::retrieveAtLogStatus(&isOn, name, sizeof(name)), 1);
+    EXPECT_STREQ(name, "abc_");
+    fs::remove(blocked);
+}
+
+TEST(AtLogStatus, IsSavedOrTellsWhatCouldNotBe) {
+    const struct {
+        bool start;
+        const char* blocked;
+        std::string name, line, kept;
+    } rows[] = {
+            {true, "none", "tc7", "", "1,tc7,1"},
+            {false, "none", "tc7", "", "0,kept,1"},
+            {true, STATUS, "tc7", "failed to enable property ", ",kept,5"},
+            {false, STATUS, "tc7", "failed to disable property ", ",kept,5"},
+            {true, TC_NAME, "tc7", "failed to update property ", "1,,5"},
+            {true, INDEX, "tc7", "failed to set property ", "1,tc7,"},
+            {false, INDEX, "tc7", "failed to set property ", "0,kept,"},
+            {true, "none", std::string(92, 'n'), "failed to update property ", "1,kept,5"},
+    };
+    LogCapture log;
+    for (const auto& row : rows) {
+        setLog("?", "kept", "5");
+        const fs::path blocked = block(row.blocked);
+        EXPECT_EQ(AtQmiClient::saveAtLogStatus(row.start, row.name.c_str()), !row.line.empty());
+        EXPECT_EQ(logStatus(), row.kept);
+        const bool isName = row.line.find("update") != std::string::npos;
+        const std::string end = isName ? TC_NAME + (" to " + row.name) : row.blocked;
+        EXPECT_EQ(log.take(),
+                  row.line.empty() ? Lines{} : Lines{"E saveAtLogStatus: " + row.line + end});
+        fs::remove(blocked);
+    }
+}
+
+class AtReport : public testing::Test {
+protected:
+    const std::string REPORT = "I reportAtLogControlInfo: ";
+
+    void SetUp() override { AtQmiClient::sReportDelay = std::chrono::milliseconds(0); }
+    void TearDown() override { AtQmiClient::sReportDelay = std::chrono::seconds(3); }
+
+    /** The modem connects, and answers the registration of the command so. */
+    static void connect(Service& service, int result) {
+        service.modem.returns("modem_atlog_cmd_reg", result);
+        service.connect(AT);
+        Service::runAll();
+    }
+    static void connectWithoutReport(Service& service, int result) {
+        AtQmiClient::sReportDelay = std::chrono::seconds(3);
+        const size_t before = threads();
+        connect(service, result);
+        EXPECT_LE(threads(), before) << "it would sleep";
+        AtQmiClient::sReportDelay = std::chrono::milliseconds(0);
+    }
+};
+
+TEST_F(AtReport, AnnouncesTheLogOncePerClientUnderItsNextIndex) {
+    setLog("1", "tc7", "1");
+    for (const char* name : {"tc7_1", "tc7_2"}) {
+        Service restarted;
+        connect(restarted, 1);
+        EXPECT_THAT(restarted.client.waitFor(1), ElementsAre(indicationLine(1, 3, name)));
+        ASSERT_TRUE(restarted.log.waitFor("indicateAtLogControlInfo: succeed"));
+        EXPECT_THAT(restarted.log.take(),
+                    Contains(REPORT + "report AT log control info at 1st time connected to AT QMI "
+                                      "service"));
+        connectWithoutReport(restarted, 1);
+        EXPECT_EQ(restarted.modem.calls(), Lines(2, "modem_atlog_cmd_reg(+LOG)"));
+    }
+    EXPECT_EQ(get(INDEX), "3");
+}
+
+TEST_F(AtReport, IsLeftOutWhenThereIsNoNeed) {
+    setLog("0", "tc7", "1");
+    {
+        Service service;
+        connect(service, 1);
+        ASSERT_TRUE(service.log.waitFor(REPORT + "no need to report AT log contorl info at 1st "
+                                                 "time connected to AT QMI service"));
+    }
+    setLog("1", "tc7", "1");
+    Service service;
+    connectWithoutReport(service, 0);
+    EXPECT_EQ(service.log.take().back(),
+              "I handleRegisterAtCommandIndMessage: successfully registered AT command indication");
+}
+
+TEST_F(AtReport, TouchesNoClientThatIsGone) {
+    setLog("1", "tc7", "1");
+    Service service;
+    service.modem.returns("modem_atlog_cmd_reg", 1);
+    const auto indications = std::make_shared<ModemIndicationProxy>();
+    indications->update(service.client.indications());
+    auto client = std::make_shared<AtQmiClient>(nullptr, indications);
+    std::promise<void> isGone;
+    service.log.onLine([gone = isGone.get_future().share()](const std::string& line) {
+        if (line == "I retrieveAtLogStatus: log on = true") {
+            gone.wait();
+        }
+    });
+    const size_t before = threads();
+    client->setConnectionStatus(true);
+    Service::runAll();
+    client.reset();
+    isGone.set_value();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (threads() > before && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(get(INDEX), "2") << "it had begun";
+    EXPECT_THAT(service.client.take(), IsEmpty());
+    EXPECT_THAT(service.log.take(), Not(Contains(HasSubstr(REPORT))));
+}
