@@ -325,18 +325,7 @@ uint8_t AtQmiClient::readTestResult(const char* func) const {
 // ---- Responses to the modem ---------------------------------------------------------------------
 
 int AtQmiClient::sendLogControlErrorResp() {
-    const Errno err = checkConnected(__func__);
-    if (err != ERRNO_SUCCESS) {
-        return err;
-    }
-    const int result = sendToModem(RESPONSE_ERROR);
-    if (result == ERRNO_SUCCESS) {
-        LOG_I("%s: successfully sent log control error response", __func__);
-    } else {
-        LOG_E("%s: failed to send log control error response", __func__);
-    }
-    mProcessing = false;
-    return result;
+    return sendToModem(__func__, RESPONSE_ERROR, "log control error response");
 }
 
 int AtQmiClient::sendLogControlResp(int serial) {
@@ -358,21 +347,21 @@ int AtQmiClient::confirmLogCommand(const char* func) {
         LOG_E("%s: currently not processing AT log command, can't send response to modem", func);
         return ERRNO_NOT_CONNECTED;
     }
+    return sendToModem(func, RESPONSE_SUCCESS, "log control response to modem");
+}
+
+int AtQmiClient::sendToModem(const char* func, uint32_t result, const char* what) {
     const Errno err = checkConnected(func);
     if (err != ERRNO_SUCCESS) {
         return err;
     }
-    const int result = sendToModem(RESPONSE_SUCCESS);
-    if (result == ERRNO_SUCCESS) {
-        LOG_I("%s: successfully sent log control response to modem", func);
+    const modem_atlog_resp_type response{mHandle, result, RESPONSE_KIND, 0};
+    const bool sent = modem_atlog_send_resp(&response) == 0;
+    if (sent) {
+        LOG_I("%s: successfully sent %s", func, what);
     } else {
-        LOG_E("%s: failed to send log control response to modem", func);
+        LOG_E("%s: failed to send %s", func, what);
     }
     mProcessing = false;
-    return result;
-}
-
-int AtQmiClient::sendToModem(uint32_t result) const {
-    const modem_atlog_resp_type response{mHandle, result, RESPONSE_KIND, 0};
-    return modem_atlog_send_resp(&response) == 0 ? ERRNO_SUCCESS : ERRNO_FAILED;
+    return sent ? ERRNO_SUCCESS : ERRNO_FAILED;
 }

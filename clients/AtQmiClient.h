@@ -90,7 +90,8 @@ private:
 
     int sendLogControlErrorResp();
     int confirmLogCommand(const char* func);
-    int sendToModem(uint32_t result) const;
+    /** Ends the open command; stays open while not connected. `what` names it in the log. */
+    int sendToModem(const char* func, uint32_t result, const char* what);
 
     // The command of now, on the handler thread alone. The handle stays for the later response.
     uint64_t mHandle = 0;
