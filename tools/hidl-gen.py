@@ -313,7 +313,7 @@ class Writer:
         for interface in self.interfaces:
             proxy = "BpHw" + interface.name[1:]
             methods = "".join(signature(m, " override;") for m in interface.methods)
-            body += (f"class {proxy} final : public {interface.name}, public hal::Proxy {{\n"
+            body += (f"class {proxy} : public {interface.name}, public hal::Proxy {{\n"
                      f"public:\n    using Proxy::Proxy;\n\n{methods}}};\n\n")
             rest += (f"\ntemplate <>\nstruct hal::Binding<{self.namespace}::{interface.name}> {{\n"
                      f"    using Proxy = {self.namespace}::{proxy};\n"

@@ -18,7 +18,6 @@
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

@@ -80,6 +80,10 @@ Session::Session(int instance) : mInbox(std::make_shared<Inbox>()) {
     mConnection->onClosed([inbox = mInbox] { inbox->put({Arrival::CLOSED, nullptr, {}}); });
 }
 
+Session::~Session() {
+    mConnection->close("session over");
+}
+
 void Session::install() {
     mInbox->installation = ++mInstallation;
     // The call waits for the service, and a service that hangs would not let go of this thread.

@@ -23,13 +23,16 @@ struct Arrival {
     nlohmann::ordered_json arguments;
 };
 
-/** A client of one instance of the modem service. One thread uses it. */
+/** A client of one instance of the modem service. Any thread may send; one thread does the rest. */
 class Session {
 public:
     using Clock = std::chrono::steady_clock;
 
     /** Connects; throws Failure with NO_SERVICE when there is nobody. */
     explicit Session(int instance);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
 
     /** Starts to install callbacks, in place of whosever are there; INSTALLED follows. */
     void install();

@@ -4,7 +4,6 @@
 #include <sys/un.h>
 
 #include <cstring>
-#include <iostream>
 #include <memory>
 
 #include "platform/runtime/RuntimeDir.h"
@@ -41,7 +40,8 @@ std::string readLine(FILE* port) {
 
 }  // namespace
 
-ExitCode runSimulator(int instance, std::chrono::milliseconds timeout, std::istream& commands) {
+ExitCode runSimulator(int instance, std::chrono::milliseconds timeout, std::istream& commands,
+                      std::ostream& out) {
     const Port port = connectPort(instance, timeout);
     ExitCode result = ANSWERED;
     for (std::string command; std::getline(commands, command);) {
@@ -50,7 +50,7 @@ ExitCode runSimulator(int instance, std::chrono::milliseconds timeout, std::istr
         std::string reply;
         while (reply != "ok" && reply.rfind("error:", 0) != 0) {
             reply = readLine(port.get());
-            std::cout << reply << std::endl;
+            out << reply << std::endl;
         }
         result = reply == "ok" ? result : ANSWERED_ERROR;
     }

@@ -2,14 +2,16 @@
 
 #include <chrono>
 #include <istream>
+#include <ostream>
 
 #include "Failure.h"
 
 /**
- * Gives commands to the simulated modem's text port, one a line, and prints each reply.
+ * Gives commands to the simulated modem's text port, one a line, and prints the replies to `out`.
  *
  * @param timeout how long a reply may stay away
  * @return ANSWERED when each reply ended with "ok", otherwise ANSWERED_ERROR
  * @throws Failure when there is no simulated modem, or it goes away or does not reply
  */
-ExitCode runSimulator(int instance, std::chrono::milliseconds timeout, std::istream& commands);
+ExitCode runSimulator(int instance, std::chrono::milliseconds timeout, std::istream& commands,
+                      std::ostream& out);

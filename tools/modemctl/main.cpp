@@ -210,7 +210,7 @@ public:
             [this](const Words& words) {
                 std::istringstream line(CLI::detail::join(words, " "));
                 return runSimulator(mOptions.instance, mOptions.patience(),
-                                    words.empty() ? std::cin : line);
+                                    words.empty() ? std::cin : line, std::cout);
             });
     }
 

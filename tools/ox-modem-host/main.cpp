@@ -57,7 +57,6 @@ void load(const std::string& plugin, std::vector<std::string>& arguments) {
     const OnLoad onLoad = findEntry(plugin);
     arguments.insert(arguments.begin(), "ox-modem");
     std::vector<char*> argv;
-    argv.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
         argv.push_back(argument.data());
     }
