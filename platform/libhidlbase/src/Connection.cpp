@@ -140,12 +140,31 @@ void Connection::releaseProxy(uint32_t target) {
         --mProxies;
     }
     if (mOpen) {
-        Parcel args;
-        args.write(target);
-        // Where this fails, the connection is over and so is everything exported on it.
-        (void)send(CONTROL_TARGET, CODE_RELEASE, 0, args);
+        release(target);
     }
     closeIfUnused();
+}
+
+/** Whoever lets go of a proxy does not wait for a peer that reads nothing: then a thread does. */
+void Connection::release(uint32_t target) {
+    // Where it does not get through, the connection is over and so is everything exported on it.
+    Parcel args;
+    args.write(target);
+    pollfd writable{mFd, POLLOUT, 0};
+    const std::unique_lock sending(mSendLock, std::try_to_lock);
+    if (sending && poll(&writable, 1, 0) == 1) {
+        (void)write(CONTROL_TARGET, CODE_RELEASE, 0, args);
+        return;
+    }
+    try {
+        std::thread([self = shared_from_this(), target] {
+            Parcel later;
+            later.write(target);
+            (void)self->send(CONTROL_TARGET, CODE_RELEASE, 0, later);
+        }).detach();
+    } catch (const std::system_error&) {
+        close("no thread to release an object");
+    }
 }
 
 // Calling.
@@ -179,11 +198,17 @@ Status Connection::send(uint32_t target, uint32_t code, uint32_t call, Parcel& a
                                    "message of " + std::to_string(size) + " bytes, at most " +
                                            std::to_string(MAX_MESSAGE_SIZE) + " go");
     }
+    std::lock_guard lock(mSendLock);
+    return write(target, code, call, args);
+}
+
+/** Under mSendLock. */
+Status Connection::write(uint32_t target, uint32_t code, uint32_t call, Parcel& args) {
+    const size_t size = Parcel::HEADER_SIZE + args.size();
     const uint32_t header[] = {static_cast<uint32_t>(size - SIZE_FIELD), target, code, call};
     static_assert(sizeof header == Parcel::HEADER_SIZE);
     uint8_t* frame = args.frame();
     memcpy(frame, header, sizeof header);
-    std::lock_guard lock(mSendLock);
     return mOpen && writeAll(frame, size) ? Status::ok() : deadObject();
 }
 

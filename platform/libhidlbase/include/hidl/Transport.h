@@ -155,7 +155,9 @@ private:
     void closeIfUnused();
 
     android::hardware::Status send(uint32_t target, uint32_t code, uint32_t call, Parcel& args);
+    android::hardware::Status write(uint32_t target, uint32_t code, uint32_t call, Parcel& args);
     bool writeAll(const uint8_t* bytes, size_t size);
+    void release(uint32_t target);
     void stopSending(const std::string& reason);
     android::hardware::Status deadObject() const;
 
