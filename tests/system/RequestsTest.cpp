@@ -1,121 +1,96 @@
-#include "tests/system/Client.h"
-#include "tests/system/Desk.h"
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <sstream>
+
+#include "tests/system/System.h"
 
 namespace {
 
-struct Row {
-    const char* request;
-    const char* answer;
-    const char* absent = nullptr;  ///< on instance 1, where its client is absent
-};
+using Requests = SystemTest;
 
-/** All requests, so that each finds what those before it left. */
-const Row ROWS[] = {
-        {"switchNRNetworkMode 2", "0 {}"},
-        {"getNRNetworkMode", R"(0 {"mode":2})"},
-        {"getBuildTime", R"(0 {"buildTime":"Jan 15 2024 10:30:00"})"},
-        {"getBuildId", R"(0 {"buildId":"SIMULATED.MODEM.1.0-00001"})"},
-        {"getActiveMbnInfo 0",
-         R"(0 {"mbnInfo":{"result":0,"configId":[102,97,99,116,111,114,121]}})",
-         R"(1 {"mbnInfo":{"result":0,"configId":[]}})"},
-        {"getMetaMbnInfo text:none 4", R"(1 {"mbnInfo":{"result":1,"configId":[]}})",
-         R"(1 {"mbnInfo":{"result":0,"configId":[]}})"},
-        {"getMbnList",
-         R"(0 {"mbns":["generic/common/default/","generic/row/commercial/",)"
-         R"("generic/row/volte/","generic/eu/commercial/","generic/na/lab/"]})",
-         R"(1 {"mbns":[]})"},
-        {"loadMbnConfig FILE", "0 {}", "1 {}"},
-        {"selectMbn 0 text:MbnApp_FILE", "0 {}", "1 {}"},
-        {"selectMbnExt 1 text:factory-and-more 7", "0 {}", "1 {}"},
-        {"activateMbn 0", "0 {}", "1 {}"},
-        {"deactivateMbn 1", "0 {}", "1 {}"},
-        {"activateRegularMbn 1", "0 {}", "1 {}"},
-        {"activateMbnByName row", "0 {}"},
-        {"restoreMbn", "0 {}"},
-        {"deleteAllMbns", "0 {}", "1 {}"},
-        {"writeNVItem 550 255 3 hex:0a0b", "0 {}"},
-        {"readNVItem 550 255 3", R"(0 {"data":[10,11]})"},
-        {"verifyNV 550 hex:0a0b", R"(0 {"verified":1})"},
-        {"writeEfsFile -2 200 hex:00ff", "0 {}"},
-        {"readEfsFile -2 200", R"(0 {"data":[0,255]})"},
-        {"deleteEfsFile -2 200", "0 {}"},
-        {"deleteEfsFileDir -2", "1 {}"},
-        {"setAgpsTestMode 4294967295", "0 {}"},
-        {"getAgpsTestMode", R"(0 {"mode":4294967295})"},
-        {"setModemPowerSaveMode 255", "0 {}"},
-        {"getModemPowerSaveMode", R"(0 {"mode":255})"},
-        {"setModemPowerSaveStatus 1", "0 {}"},
-        {"setModemProperty ims.mode auto", "0 {}"},
-        {"getModemProperty ims.mode", R"(0 {"value":"auto"})"},
-        {"deleteModemProperty ims.mode", "0 {}"},
-        {"doCommonInterfaceDebug 6", "0 {}"},
-        {"writePrl 9 hex:0c", "0 {}"},
-        {"readPrl 9", R"(0 {"data":[12]})"},
-        {"getSimlockInfoStatus", R"(0 {"status":0})"},
-        {"getSimlockInfoCategory", R"(0 {"category":0})"},
-        {"getSimlockInfoNumberRetriesRemain", R"(0 {"retries":10})"},
-        {"getSimlockFuseStatus", R"(0 {"status":1})"},
-        {"getBandsInfo", R"(0 {"bands":{"list1":[1,3,8],"list2":[1,8],"list3":[1,3,7,20,28],)"
-                         R"("list4":[1,78],"list5":[78]}})"},
-        {"removeRatMask", "0 {}"},
-        {"abortRRCConnection", "0 {}"},
-        {"setRadioInfoReportEnabled 0", "0 {}"},
-        {"setVoNRMode -1", "0 {}"},
-        {"getVoNRMode", R"(0 {"mode":4294967295})"},
-        {"isImsProfileNormal", R"(0 {"result":1})"},
-        {"deprioritizeNr 3", "0 {}"},
-        {"deleteImsProfile", "0 {}"},
-        {"setSarState -3", "0 {}", "1 {}"},
-        {"setOperatingMode -1", "0 {}"},
-        {"getOperatingMode", R"(0 {"mode":-1})"},
-        {"sendLogControlResp", "1 {}", "1 {}"},
-        {"rebootModem", "0 {}"},
-};
-static_assert(std::size(ROWS) == 52);
+/** A request and its answers on instance 0 and 1. */
+using Row = std::vector<std::string>;
 
-class Requests : public SystemTest {
-protected:
-    /** Makes every request on an instance. */
-    void callAll(int instance) {
-        const std::string path = file("config.mbn", std::string(2000, 'x'));
-        Client client(instance);
-        for (const Row& row : ROWS) {
-            std::string request = row.request;
-            if (const size_t at = request.find("FILE"); at != std::string::npos) {
-                request.replace(at, 4, path);
-            }
-            const bool isAbsent = instance == 1 && row.absent != nullptr;
-            EXPECT_EQ(isAbsent ? row.absent : row.answer, client.call(request)) << request;
+/** The table of docs/answers.md, in whose order the requests find what others left. */
+std::vector<Row> documentedAnswers(const std::string& path) {
+    std::ifstream document(DOCUMENT);
+    std::vector<Row> rows;
+    for (std::string line; std::getline(document, line);) {
+        Row row;
+        std::istringstream columns(line);
+        for (std::string column; std::getline(columns, column, '|');) {
+            const size_t begin = column.find('`') + 1;
+            row.push_back(column.substr(begin, column.find('`', begin) - begin));
+        }
+        if (line.rfind("| `", 0) == 0) {
+            const size_t at = row[1].find("FILE");
+            row[1].replace(std::min(at, row[1].size()), 4, at != row[1].npos ? path : "");
+            rows.push_back({row[1], row[2], row[3] == " the same " ? row[2] : row[3]});
         }
     }
-};
+    return rows;
+}
+
+std::string outputOf(const std::string& command) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    std::string output;
+    for (int c = 0; (c = getc(pipe.get())) != EOF;) {
+        output += static_cast<char>(c);
+    }
+    return output;
+}
 
 }  // namespace
 
 /** Both instances side by side: the whole service, and the one without MBN, SAR and AT log. */
-TEST_F(Requests, AreAllServedOnBothInstances) {
-    const Host first(0);
-    const Host second(1);
-    callAll(0);
-    callAll(1);
-    struct {
-        const char* command;
-        const char* first;
-        const char* second;
-    } const states[] = {{"state nr-network-mode", "2", "2"},
-                        {"state sar-state", "-3", "0"},
-                        {"state debug-value", "6", "6"},
-                        {"state rrc-connected", "0", "0"},
-                        {"state nv.-1.550", "2 ", "2 "},
-                        {"state service.sar", "up", "closed"},
-                        {"state service.vs", "up bound 0", "up bound 1"},
-                        {"state service.nas", "up bound 0", "up bound 1"},
-                        {"state service.wds", "up bound 0", "up bound 1"},
-                        {"calls modem_set_sar_dsi", "1", "0"},
-                        {"calls modem_pdc_load_configuration", "3", "0"},
-                        {"calls modem_qdp_delete_ims_profile", "2", "2"}};
-    for (const auto& state : states) {
-        EXPECT_TRUE(first.awaitSim(state.command, state.first)) << state.command;
-        EXPECT_TRUE(second.awaitSim(state.command, state.second)) << state.command;
+TEST_F(Requests, AreAnsweredAsDocumentedOnBothInstances) {
+    const Host hosts[] = {Host(0), Host(1)};
+    Client clients[] = {Client(0), Client(1)};
+    std::set<std::string> called;
+    for (const Row& row : documentedAnswers(file("config.mbn", std::string(2000, 'x')))) {
+        called.insert(row[0].substr(0, row[0].find(' ')));
+        EXPECT_EQ(row[1], clients[0].call(row[0])) << row[0];
+        EXPECT_EQ(row[2], clients[1].call(row[0])) << row[0];
     }
+    EXPECT_EQ(52U, called.size());
+    const char* const states[][3] = {{"state sar-state", " 2\n", " 0\n"},
+                                     {"state service.sar", "up", "closed"},
+                                     {"state service.nas", "up bound 0", "up bound 1"},
+                                     {"state service.wds", "up bound 0", "up bound 1"},
+                                     {"state service.vs", "up bound 0", "up bound 1"},
+                                     {"state debug-value", " 6\n", " 6\n"},
+                                     {"calls modem_set_sar_dsi", "1\n", "0\n"},
+                                     {"calls modem_pdc_load_configuration", "3\n", "0\n"},
+                                     {"calls modem_qdp_delete_ims_profile", "2\n", "2\n"}};
+    for (int instance : {0, 1}) {
+        for (const auto& state : states) {
+            EXPECT_TRUE(hosts[instance].awaitSim(state[0], state[1 + instance])) << state[0];
+        }
+        // What was written, from before the reboot.
+        EXPECT_EQ("error=0 data=hex:0a0b", clients[instance].call("readNVItem 550 0 0"));
+        EXPECT_EQ("error=0 data=hex:00ff10", clients[instance].call("readPrl 0"));
+    }
+}
+
+TEST(Library, ExportsItsEntryAloneAndNeedsTheDevicesLibraries) {
+    if (SANITIZED) {
+        GTEST_SKIP() << "sanitizers add symbols and libraries";
+    }
+    const std::string exported = outputOf("nm -D --defined-only '" PLUGIN "'");
+    EXPECT_EQ(exported.find(" T onLoad\n") + 10, exported.size()) << exported;
+    EXPECT_EQ(exported.size() - 1, exported.find('\n')) << exported;
+    std::istringstream needed(
+            outputOf("readelf -d '" PLUGIN "' | sed -n 's/.*NEEDED.*\\[\\(.*\\)\\]/\\1/p'"));
+    const std::set<std::string> known = {
+            "lib-framework.so", "libcutils.so",          "libhidlbase.so",
+            "libutils.so",      "libmodemapi_vendor.so", "vendor.lyr.modem@1.0.so",
+            "libstdc++.so.6",   "libgcc_s.so.1",         "libc.so.6",
+            "libm.so.6",        "ld-linux-x86-64.so.2"};
+    size_t count = 0;
+    for (std::string library; std::getline(needed, library); ++count) {
+        EXPECT_EQ(1U, known.count(library)) << library;
+    }
+    EXPECT_GE(count, 5U);
 }

@@ -1,4 +1,4 @@
-#include "tests/system/Desk.h"
+#include "tests/system/System.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -8,10 +8,13 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
+#include "tools/modemctl/Api.h"
 #include "tools/modemctl/Simulator.h"
+#include "tools/modemctl/Values.h"
 
 namespace {
 
@@ -21,6 +24,20 @@ size_t countOf(const std::string& text, const std::string& part) {
         ++count;
     }
     return count;
+}
+
+/** " name=value" of each, without serial and type. */
+std::string shown(const hal::Field* fields, size_t count, const nlohmann::ordered_json& values) {
+    std::string text;
+    for (const hal::Field* field = fields; field != fields + count; ++field) {
+        const std::string name = field->name;
+        if (field->type->kind == hal::Type::Kind::STRUCT) {
+            text += shown(field->type->fields, field->type->fieldCount, values[name]);
+        } else if (name != "serial" && name != "type") {
+            text += ' ' + name + '=' + values::text(*field->type, values[name]);
+        }
+    }
+    return text;
 }
 
 std::string newFolder() {
@@ -50,14 +67,15 @@ Process::Process(std::vector<std::string> words) {
     const int error = posix_spawn(&mId, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
+    mCollector = std::thread(&Process::collect, this, ends[0]);
     if (error != 0) {
+        mCollector.join();
         throw std::runtime_error("cannot start " + words[0]);
     }
-    mCollector = std::thread(&Process::collect, this, ends[0]);
 }
 
 Process::~Process() {
-    if (mRunning) {
+    if (mCollector.joinable()) {
         signal(SIGKILL);
         wait();
     }
@@ -81,17 +99,15 @@ void Process::signal(int number) const {
 }
 
 int Process::wait() {
-    {
-        std::unique_lock lock(mLock);
-        if (!mChanged.wait_for(lock, PATIENCE, [this] { return mEnded; })) {
-            ADD_FAILURE() << "does not end:\n" << mOutput;
-            signal(SIGKILL);
-        }
+    std::unique_lock lock(mLock);
+    if (!mChanged.wait_for(lock, PATIENCE, [this] { return mEnded; })) {
+        ADD_FAILURE() << "does not end:\n" << mOutput;
+        signal(SIGKILL);
     }
+    lock.unlock();
     mCollector.join();
     int status = 0;
     waitpid(mId, &status, 0);
-    mRunning = false;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
@@ -110,14 +126,14 @@ std::string Process::output() const {
 Host::Host(int instance) : Host(instance, {HOST, "--", "-i", std::to_string(instance)}) {
     // The last steps of the services that connect last, at start and after a restart.
     if (!awaitSim("state service.wds", "bound") || !awaitSim("state indications", "on\n")) {
-        throw std::runtime_error("services do not connect:\n" + process.output());
+        throw std::runtime_error("services do not connect:\n" + output());
     }
 }
 
 Host::Host(int instance, std::vector<std::string> words)
-    : process(std::move(words)), mInstance(instance) {
-    if (!process.prints("ready: ")) {
-        throw std::runtime_error("host does not start:\n" + process.output());
+    : Process(std::move(words)), mInstance(instance) {
+    if (!prints("ready: ")) {
+        throw std::runtime_error("host does not start:\n" + output());
     }
 }
 
@@ -125,11 +141,6 @@ Host::~Host() {
     if (!mStopped) {
         stop();
     }
-}
-
-std::vector<std::string> Host::prepared(int instance, std::vector<std::string> commands) {
-    commands.insert(commands.begin(), {PREPARED_HOST, std::to_string(instance)});
-    return commands;
 }
 
 std::string Host::trySim(const std::string& command) const {
@@ -142,7 +153,7 @@ std::string Host::trySim(const std::string& command) const {
 std::string Host::sim(const std::string& command) const {
     const std::string reply = trySim(command);
     EXPECT_EQ(reply.size() - 3, reply.rfind("ok\n")) << command << ": " << reply;
-    return reply.substr(0, reply.size() - 3);
+    return reply;
 }
 
 bool Host::awaitSim(const std::string& command, const std::string& text) const {
@@ -156,21 +167,91 @@ bool Host::awaitCalls(const std::string& function, int count) const {
 
 void Host::stop() {
     mStopped = true;
-    process.signal(SIGTERM);
-    EXPECT_EQ(0, process.wait()) << process.output();
-    EXPECT_EQ(std::string::npos, process.output().find("Sanitizer")) << process.output();
+    signal(SIGTERM);
+    EXPECT_EQ(0, wait()) << output();
+    EXPECT_EQ(std::string::npos, output().find("Sanitizer")) << output();
 }
 
-SystemTest::SystemTest() : folder(newFolder()) {
-    setenv("OX_RUNTIME_DIR", folder.c_str(), 1);
+void Client::install() {
+    mSession.install();
+    while (take() != Arrival::INSTALLED) {
+    }
+}
+
+int32_t Client::send(const std::string& request) {
+    const int32_t serial = mSerial++;
+    send(request, serial);
+    return serial;
+}
+
+void Client::send(const std::string& request, int32_t serial) {
+    std::istringstream words(request);
+    const std::vector<std::string> list(std::istream_iterator<std::string>(words), {});
+    const hal::Method& method = api::request(list[0]);
+    hal::Parcel parcel;
+    values::encode(parcel, method, serial, {list.begin() + 1, list.end()});
+    mSession.send(method, parcel);
+}
+
+Arrival::Kind Client::take() {
+    const auto arrival = mSession.next(Session::Clock::now() + PATIENCE);
+    if (!arrival) {
+        throw std::runtime_error("nothing comes");
+    }
+    if (const hal::Method* method = arrival->method; method != nullptr) {
+        const auto& values = arrival->arguments;
+        const bool isAnswer = arrival->kind == Arrival::ANSWER;
+        (isAnswer ? mAnswers[values["info"]["serial"]] : mEvents)
+                .push_back(method->name + shown(method->args, method->argCount, values));
+    }
+    return arrival->kind;
+}
+
+std::string Client::answer(int32_t serial) {
+    std::deque<std::string>& answers = mAnswers[serial];
+    while (answers.empty()) {
+        take();
+    }
+    const std::string first = answers.front();
+    answers.pop_front();
+    return first;
+}
+
+std::string Client::call(const std::string& request) {
+    const std::string text = answer(send(request));
+    const std::string name = request.substr(0, request.find(' ')) + "Response ";
+    return text.rfind(name, 0) == 0 ? text.substr(name.size()) : text;
+}
+
+std::string Client::event() {
+    while (mEvents.empty()) {
+        take();
+    }
+    const std::string first = mEvents.front();
+    mEvents.pop_front();
+    return first;
+}
+
+std::map<int32_t, std::deque<std::string>> Client::drain() {
+    try {
+        while (true) {
+            take();
+        }
+    } catch (const Failure&) {  // the service has gone
+        return mAnswers;
+    }
+}
+
+SystemTest::SystemTest() : mFolder(newFolder()) {
+    setenv("OX_RUNTIME_DIR", mFolder.c_str(), 1);
     setenv("ANDROID_LOG_TAGS", "*:W", 1);
 }
 
 SystemTest::~SystemTest() {
-    std::filesystem::remove_all(folder);
+    std::filesystem::remove_all(mFolder);
 }
 
 std::string SystemTest::file(const std::string& name, const std::string& content) const {
-    std::ofstream(folder + "/" + name, std::ios::binary) << content;
-    return folder + "/" + name;
+    std::ofstream(mFolder + "/" + name, std::ios::binary) << content;
+    return mFolder + "/" + name;
 }

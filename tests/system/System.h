@@ -2,21 +2,26 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <deque>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tools/modemctl/Session.h"
+
 /** Nothing that is waited for takes so long, sanitized or not. */
-constexpr std::chrono::seconds PATIENCE(60);
+constexpr std::chrono::milliseconds PATIENCE(60000);
 
 constexpr bool SANITIZED = SANITIZER[0] != '\0';
 
 /** Asks again until it is so; false when it never was. */
 template <class Condition>
-bool await(Condition isMet) {
+[[nodiscard]] bool await(Condition isMet) {
     const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
     while (!isMet()) {
         if (std::chrono::steady_clock::now() > deadline) {
@@ -27,7 +32,7 @@ bool await(Condition isMet) {
     return true;
 }
 
-/** A child process. What it prints, to stdout and stderr, is kept. Killed at the end. */
+/** A child process whose output, stdout and stderr, is kept. Killed at the end. */
 class Process {
 public:
     explicit Process(std::vector<std::string> words);
@@ -41,16 +46,13 @@ public:
     int wait();
 
     /** Waits until the text was printed so many times. */
-    bool prints(const std::string& text, size_t times = 1);
+    [[nodiscard]] bool prints(const std::string& text, size_t times = 1);
     std::string output() const;
-
-    pid_t id() const { return mId; }
 
 private:
     void collect(int pipe);
 
     pid_t mId = -1;
-    bool mRunning = true;
     std::thread mCollector;
     mutable std::mutex mLock;
     std::condition_variable mChanged;
@@ -58,18 +60,13 @@ private:
     bool mEnded = false;
 };
 
-/**
- * A host with its plug-in and simulated modem, all services connected and bound. At the end it is
- * stopped and has to leave cleanly.
- */
-class Host {
+/** A host; its plug-in is loaded. At the end it is stopped and has to leave cleanly. */
+class Host : public Process {
 public:
+    /** All services are connected and bound. */
     explicit Host(int instance = 0);
     Host(int instance, std::vector<std::string> words);
     ~Host();
-
-    /** A host whose modem was given commands before the plug-in started. */
-    static std::vector<std::string> prepared(int instance, std::vector<std::string> commands);
 
     /** Gives the simulated modem a command that has to succeed; what it printed. */
     std::string sim(const std::string& command) const;
@@ -83,13 +80,46 @@ public:
     /** Stops it by SIGTERM: exit status 0, and no report of a sanitizer. */
     void stop();
 
-    Process process;
-
 private:
     std::string trySim(const std::string& command) const;
 
     const int mInstance;
     bool mStopped = false;
+};
+
+/** A client process's session with a host. What it is called stands as modemctl shows it. */
+class Client {
+public:
+    /** Connects and installs its callbacks. */
+    explicit Client(int instance = 0) : mSession(instance) { install(); }
+
+    /** Takes answers and events from whosever they were; what was kept has come by then. */
+    void install();
+
+    /** Sends a request such as "readNVItem 550 0 0", from any thread; gives its serial. */
+    int32_t send(const std::string& request);
+    void send(const std::string& request, int32_t serial);
+
+    /** Waits for the answer, such as "getOperatingModeResponse error=0 mode=0". */
+    std::string answer(int32_t serial);
+
+    /** Sends a request and waits; its answer from "error=" on. */
+    std::string call(const std::string& request);
+
+    /** Waits for the next event, such as "powerSaveModeInd mode=4". */
+    std::string event();
+    bool hasEvents() const { return !mEvents.empty(); }
+
+    /** Takes what comes until the service goes; the answers to a serial that nobody took. */
+    std::map<int32_t, std::deque<std::string>> drain();
+
+private:
+    Arrival::Kind take();
+
+    Session mSession;
+    std::atomic<int32_t> mSerial{-5};  ///< those below 0, too, come back as they were
+    std::map<int32_t, std::deque<std::string>> mAnswers;
+    std::deque<std::string> mEvents;
 };
 
 /** A runtime folder of its own for each test. */
@@ -101,5 +131,6 @@ protected:
     /** The path of a new file in it. */
     std::string file(const std::string& name, const std::string& content) const;
 
-    const std::string folder;
+private:
+    const std::string mFolder;
 };
