@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <system_error>
+#include <exception>
 #include <thread>
 
 #include <cutils/properties.h>
@@ -15,14 +15,14 @@
 #include "params/Params.h"
 
 const std::string& AtQmiClient::RTTI_TYPE = *new std::string("AtQmiClient");
-std::atomic<std::chrono::milliseconds> AtQmiClient::sReportDelay{std::chrono::seconds(3)};
 
 namespace {
 
 const QmiService AT{MODEM_API_QMI_SERVICE_AT, "AT", AtQmiClient::RTTI_TYPE};
 
 constexpr int INTERNAL_SERIAL = -1;
-constexpr size_t INDEX_ROOM = 6;  // of "_" and a re-announced name's index, with the NUL
+constexpr size_t STORED_NAME_MAX = 34;  // characters of the stored name in a re-announced one
+constexpr size_t INDEX_ROOM = 6;        // of "_" and up to five characters of the index
 
 enum : uint8_t { LOG_MODE_STOP = 0, LOG_MODE_START = 1 };
 enum : uint8_t { TEST_SUCCESS = 0, TEST_FAILURE = 1, TEST_UNRECOGNISED = 2, TEST_NONE = 3 };
@@ -75,8 +75,10 @@ int setFirstIndex(const char* func) {
 }  // namespace
 
 AtQmiClient::AtQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                         std::shared_ptr<ModemIndicationProxy> indicationProxy)
-    : QmiClient(AT, std::move(responseProxy), std::move(indicationProxy)) {
+                         std::shared_ptr<ModemIndicationProxy> indicationProxy,
+                         std::chrono::milliseconds reportDelay)
+    : QmiClient(AT, std::move(responseProxy), std::move(indicationProxy)),
+      mReportDelay(reportDelay) {
     enableRtti(RTTI_TYPE);
 }
 
@@ -116,7 +118,7 @@ int AtQmiClient::handleRegisterAtCommandIndMessage(const MessagePtr&) {
         return ERRNO_SUCCESS;
     }
     LOG_E("%s: failed to register AT command indication", __func__);
-    // The report belongs to the failing registration, in the field as well.
+    // Only a registration that fails starts the report; devices in use rely on that.
     if (!mReported.exchange(true)) {
         startReportThread();
     }
@@ -125,26 +127,32 @@ int AtQmiClient::handleRegisterAtCommandIndMessage(const MessagePtr&) {
 
 void AtQmiClient::startReportThread() {
     const auto self = std::static_pointer_cast<AtQmiClient>(shared_from_this());
-    const auto report = [weak = std::weak_ptr<AtQmiClient>(self), delay = sReportDelay.load()] {
-        TcName name{};
-        if (!findLogToReport(name)) {
-            return;
-        }
-        std::this_thread::sleep_for(delay);
-        if (const auto client = weak.lock()) {
-            client->reportAtLogControlInfo(name);
-        }
-    };
     try {
-        std::thread(report).detach();
-    } catch (const std::system_error& error) {
+        std::thread(runReport, std::weak_ptr<AtQmiClient>(self), mReportDelay).detach();
+    } catch (const std::exception& error) {
         LOG_E("%s: no thread to report AT log control info: %s", __func__, error.what());
     }
 }
 
-bool AtQmiClient::findLogToReport(TcName& name) {
+void AtQmiClient::runReport(const std::weak_ptr<AtQmiClient>& client,
+                            std::chrono::milliseconds delay) {
+    try {
+        std::string tcName;
+        if (!findLogToReport(tcName)) {
+            return;
+        }
+        std::this_thread::sleep_for(delay);
+        if (const auto self = client.lock()) {
+            self->reportAtLogControlInfo(tcName);
+        }
+    } catch (const std::bad_alloc&) {
+        LOG_E("%s: no memory to report AT log control info", "reportAtLogControlInfo");
+    }
+}
+
+bool AtQmiClient::findLogToReport(std::string& tcName) {
     bool on = false;
-    if (retrieveAtLogStatus(&on, name.data(), name.size()) != ERRNO_SUCCESS) {
+    if (readLogStatus("retrieveAtLogStatus", STORED_NAME_MAX, on, tcName) != ERRNO_SUCCESS) {
         return false;
     }
     if (!on) {
@@ -154,9 +162,9 @@ bool AtQmiClient::findLogToReport(TcName& name) {
     return on;
 }
 
-void AtQmiClient::reportAtLogControlInfo(const TcName& name) {
+void AtQmiClient::reportAtLogControlInfo(const std::string& tcName) {
     LOG_I("%s: report AT log control info at 1st time connected to AT QMI service", __func__);
-    mIndicationProxy->indicateAtLogControlInfo(LOG_MODE_START, TEST_NONE, name.data());
+    mIndicationProxy->indicateAtLogControlInfo(LOG_MODE_START, TEST_NONE, tcName);
 }
 
 int AtQmiClient::retrieveAtLogStatus(bool* on, char* name, size_t size) {
@@ -164,23 +172,32 @@ int AtQmiClient::retrieveAtLogStatus(bool* on, char* name, size_t size) {
         LOG_E("%s: invalid param input", __func__);
         return ERRNO_INVALID_PARAM;
     }
-    *on = property(AT_LOG_STATUS_PROPERTY, "0")[0] == '1';
-    LOG_I("%s: log on = %s", __func__, *on ? "true" : "false");
-    if (!*on) {
+    std::string whole;
+    const int result = readLogStatus(__func__, size - INDEX_ROOM, *on, whole);
+    if (*on) {
+        snprintf(name, size, "%s", whole.c_str());
+    }
+    return result;
+}
+
+int AtQmiClient::readLogStatus(const char* func, size_t storedMax, bool& on, std::string& name) {
+    on = property(AT_LOG_STATUS_PROPERTY, "0")[0] == '1';
+    LOG_I("%s: log on = %s", func, on ? "true" : "false");
+    if (!on) {
         return ERRNO_SUCCESS;
     }
-    std::string tcName = property(AT_LOG_TCNAME_PROPERTY, "");
-    if (tcName.size() >= size - INDEX_ROOM) {
-        LOG_W("%s: tcName too long, should be truncated", __func__);
-        tcName.resize(size - INDEX_ROOM);
+    name = property(AT_LOG_TCNAME_PROPERTY, "");
+    if (name.size() >= storedMax) {
+        LOG_W("%s: tcName too long, should be truncated", func);
+        name.resize(storedMax);
     }
+    name += '_';
     const std::string index = property(AT_LOG_TCINDEX_PROPERTY, "");
     if (index.size() >= INDEX_ROOM) {
-        snprintf(name, size, "%s_", tcName.c_str());
-        LOG_E("%s: tcIndex string too long, should not append to tcName", __func__);
+        LOG_E("%s: tcIndex string too long, should not append to tcName", func);
         return ERRNO_FAILED;
     }
-    snprintf(name, size, "%s_%s", tcName.c_str(), index.c_str());
+    name += index;
     const std::string next = std::to_string(atoi(index.c_str()) + 1);
     return property_set(AT_LOG_TCINDEX_PROPERTY, next.c_str()) == 0 ? ERRNO_SUCCESS : ERRNO_FAILED;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <chrono>
 
@@ -30,11 +29,10 @@ public:
     static constexpr const char* AT_LOG_TCNAME_PROPERTY = "persist.service.atlog.tcname";
     static constexpr const char* AT_LOG_TCINDEX_PROPERTY = "persist.service.atlog.tcindex";
 
-    /** How long a re-announcement waits; read when its thread starts. */
-    static std::atomic<std::chrono::milliseconds> sReportDelay;
-
+    /** @param reportDelay how long the re-announcement of a log waits */
     AtQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                std::shared_ptr<ModemIndicationProxy> indicationProxy);
+                std::shared_ptr<ModemIndicationProxy> indicationProxy,
+                std::chrono::milliseconds reportDelay = std::chrono::seconds(3));
 
     /** Posts the registration of the command with the modem. */
     int registerAtCommandInd();
@@ -50,7 +48,7 @@ public:
     /**
      * Reads the log's state back and, while it is on, consumes one index.
      *
-     * @param name takes the stored name, "_" and the index, NUL-terminated
+     * @param name takes the stored name, "_" and the index, NUL-terminated, as far as they fit
      * @param size bytes of `name`, above 5; the stored name is cut to `size` - 6 characters
      * @return 0; 1 when the index is too long or cannot be written; 3 for a bad argument
      */
@@ -63,9 +61,6 @@ public:
                                       modem_api_result_type result);
 
 private:
-    static constexpr size_t NAME_SIZE = 40;  // of a re-announced name
-    using TcName = std::array<char, NAME_SIZE>;
-
     /** What an AT+LOG command asks for. */
     struct LogCommand {
         uint8_t logMode;
@@ -78,8 +73,15 @@ private:
     int handleSendLogControlRespMessage(const MessagePtr& msg);
 
     void startReportThread();
-    static bool findLogToReport(TcName& name);
-    void reportAtLogControlInfo(const TcName& name);
+
+    /** The report thread: waits and announces a log that was left running. */
+    static void runReport(const std::weak_ptr<AtQmiClient>& client,
+                          std::chrono::milliseconds delay);
+    static bool findLogToReport(std::string& tcName);
+    void reportAtLogControlInfo(const std::string& tcName);
+
+    /** `retrieveAtLogStatus` with a name of any length, whose stored part is cut to `storedMax`. */
+    static int readLogStatus(const char* func, size_t storedMax, bool& on, std::string& name);
 
     Errno parseAtCommand(const modem_atlog_cmd_type& command);
     /** Recognises the parsed command and tells the upper layer; nonzero when it came to nothing. */
@@ -93,7 +95,10 @@ private:
     /** Ends the open command; stays open while not connected. `what` names it in the log. */
     int sendToModem(const char* func, uint32_t result, const char* what);
 
-    // The command of now, on the handler thread alone. The handle stays for the later response.
+    const std::chrono::milliseconds mReportDelay;
+
+    // The command that is being handled, for the handler thread alone. The handle stays until the
+    // next command: the response to this one may be sent long after.
     uint64_t mHandle = 0;
     uint64_t mOpCode = 0;
     std::string mName;

@@ -2,16 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 
 #include "clients/EventRecord.h"
 #include "clients/MbnConfigLoader.h"
+#include "clients/MbnList.h"
 #include "params/MessageIds.h"
 #include "params/Params.h"
-
-#ifndef OX_MBN_LIST_FILE
-#define OX_MBN_LIST_FILE "/data/vendor/modem_config/mcfg_sw/oem_sw.txt"
-#endif
 
 const std::string& PdcQmiClient::RTTI_TYPE = *new std::string("PdcQmiClient");
 
@@ -141,41 +137,13 @@ int PdcQmiClient::getMbnList(int serial) {
 
 int PdcQmiClient::handleGetMbnListMessage(const MessagePtr& msg) {
     const char* func = __func__;
-    const auto readList = [func](const SerialVoidParam&, std::vector<std::string>& mbns) {
-        std::ifstream list(OX_MBN_LIST_FILE);
-        if (!list.is_open()) {
-            return ERRNO_FAILED;
-        }
-        std::vector<std::string> parsed = parseMbnList(func, list);
-        if (list.bad()) {
-            LOG_E("%s: failed to read %s", func, OX_MBN_LIST_FILE);
-            return ERRNO_FAILED;
-        }
-        mbns = std::move(parsed);
-        return ERRNO_SUCCESS;
-    };
     // The list is the device's, not the modem's: the connection does not matter.
-    return serveWhen<SerialVoidParam>([] { return ERRNO_SUCCESS; }, func, {}, msg, readList,
-                                      &ModemResponseProxy::respondGetMbnList);
-}
-
-std::vector<std::string> PdcQmiClient::parseMbnList(const char* func, std::istream& list) {
-    constexpr size_t NAME_AT = 16;
-    constexpr const char* FILE_NAME = "mcfg_sw.mbn";
-    std::vector<std::string> mbns;
-    for (std::string line; std::getline(list, line);) {
-        if (!line.empty() && line.back() == '\r') {
-            line.pop_back();
-        }
-        const size_t end = line.find(FILE_NAME);
-        if (line.size() < NAME_AT || end <= NAME_AT) {
-            continue;
-        }
-        mbns.push_back(line.substr(NAME_AT, end == std::string::npos ? end : end - NAME_AT));
-        LOG_I("%s: got mbn {%s}", func, mbns.back().c_str());
-    }
-    LOG_I("%s: got %zu mbns", func, mbns.size());
-    return mbns;
+    return serveWhen<SerialVoidParam>(
+            [] { return ERRNO_SUCCESS; }, func, {}, msg,
+            [func](const SerialVoidParam&, std::vector<std::string>& mbns) {
+                return readMbnList(func, mbns);
+            },
+            &ModemResponseProxy::respondGetMbnList);
 }
 
 int PdcQmiClient::selectMbn(int serial, int type, const std::vector<uint8_t>& configId) {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <istream>
-
 #include "clients/QmiClient.h"
 
 /**
@@ -34,12 +32,6 @@ public:
     int respondGetActiveMbnInfoAsync(const void* data, size_t len) const;
     int respondGetMetaMbnInfoAsync(const void* data, size_t len) const;
     int respondActivateRegularMbnAsync(const void* data, size_t len) const;
-
-    /**
-     * Reads the names out of a list of configurations, one line each: 16 characters, the name, and
-     * the file name that ends it. Logs each in the name of `func`.
-     */
-    static std::vector<std::string> parseMbnList(const char* func, std::istream& list);
 
     int handle(std::shared_ptr<Message> msg) override;
     void onConnected() override;

@@ -354,63 +354,54 @@ TEST(AtLogStatus, IsSavedOrTellsWhatCouldNotBe) {
 class AtReport : public testing::Test {
 protected:
     const std::string REPORT = "I reportAtLogControlInfo: ";
+    Service service;
+    std::shared_ptr<AtQmiClient> client = newClient();
 
-    void SetUp() override { AtQmiClient::sReportDelay = std::chrono::milliseconds(0); }
-    void TearDown() override { AtQmiClient::sReportDelay = std::chrono::seconds(3); }
-
-    /** The modem connects, and answers the registration of the command so. */
-    static void connect(Service& service, int result) {
-        service.modem.returns("modem_atlog_cmd_reg", result);
-        service.connect(AT);
-        Service::runAll();
+    std::shared_ptr<AtQmiClient> newClient() const {
+        const auto indications = std::make_shared<ModemIndicationProxy>();
+        indications->update(service.client.indications());
+        return std::make_shared<AtQmiClient>(nullptr, indications, std::chrono::milliseconds(0));
     }
-    static void connectWithoutReport(Service& service, int result) {
-        AtQmiClient::sReportDelay = std::chrono::seconds(3);
-        const size_t before = threads();
-        connect(service, result);
-        EXPECT_LE(threads(), before) << "it would sleep";
-        AtQmiClient::sReportDelay = std::chrono::milliseconds(0);
+
+    /** The service connects, and the modem answers the registration of the command so. */
+    void connect(int result) {
+        service.modem.returns("modem_atlog_cmd_reg", result);
+        client->setConnectionStatus(true);
+        Service::runAll();
     }
 };
 
 TEST_F(AtReport, AnnouncesTheLogOncePerClientUnderItsNextIndex) {
-    setLog("1", "tc7", "1");
-    for (const char* name : {"tc7_1", "tc7_2"}) {
-        Service restarted;
-        connect(restarted, 1);
-        EXPECT_THAT(restarted.client.waitFor(1), ElementsAre(indicationLine(1, 3, name)));
-        ASSERT_TRUE(restarted.log.waitFor("indicateAtLogControlInfo: succeed"));
-        EXPECT_THAT(restarted.log.take(),
+    const std::string n34(34, 'n');
+    setLog("1", n34 + "x", "12345");
+    for (const std::string& name : {n34 + "_12345", n34 + "_12346"}) {
+        client = newClient();
+        connect(1);
+        EXPECT_THAT(service.client.waitFor(1), ElementsAre(indicationLine(1, 3, name)));
+        ASSERT_TRUE(service.log.waitFor("indicateAtLogControlInfo: succeed"));
+        EXPECT_THAT(service.log.take(),
                     Contains(REPORT + "report AT log control info at 1st time connected to AT QMI "
                                       "service"));
-        connectWithoutReport(restarted, 1);
-        EXPECT_EQ(restarted.modem.calls(), Lines(2, "modem_atlog_cmd_reg(+LOG)"));
+        connect(1);
+        EXPECT_EQ(service.modem.calls(), Lines(2, "modem_atlog_cmd_reg(+LOG)"));
+        service.forget();
     }
-    EXPECT_EQ(get(INDEX), "3");
+    EXPECT_EQ(get(INDEX), "12347");
 }
 
 TEST_F(AtReport, IsLeftOutWhenThereIsNoNeed) {
-    setLog("0", "tc7", "1");
-    {
-        Service service;
-        connect(service, 1);
-        ASSERT_TRUE(service.log.waitFor(REPORT + "no need to report AT log contorl info at 1st "
-                                                 "time connected to AT QMI service"));
-    }
     setLog("1", "tc7", "1");
-    Service service;
-    connectWithoutReport(service, 0);
+    connect(0);
     EXPECT_EQ(service.log.take().back(),
               "I handleRegisterAtCommandIndMessage: successfully registered AT command indication");
+    setLog("0", "tc7", "1");
+    connect(1);
+    ASSERT_TRUE(service.log.waitFor(REPORT + "no need to report AT log contorl info at 1st time "
+                                             "connected to AT QMI service"));
 }
 
 TEST_F(AtReport, TouchesNoClientThatIsGone) {
     setLog("1", "tc7", "1");
-    Service service;
-    service.modem.returns("modem_atlog_cmd_reg", 1);
-    const auto indications = std::make_shared<ModemIndicationProxy>();
-    indications->update(service.client.indications());
-    auto client = std::make_shared<AtQmiClient>(nullptr, indications);
     std::promise<void> isGone;
     service.log.onLine([gone = isGone.get_future().share()](const std::string& line) {
         if (line == "I retrieveAtLogStatus: log on = true") {
@@ -418,8 +409,7 @@ TEST_F(AtReport, TouchesNoClientThatIsGone) {
         }
     });
     const size_t before = threads();
-    client->setConnectionStatus(true);
-    Service::runAll();
+    connect(1);
     client.reset();
     isGone.set_value();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);

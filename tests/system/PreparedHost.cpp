@@ -1,15 +1,12 @@
 #include <signal.h>
 
-#include <chrono>
 #include <iostream>
 
-#include "clients/AtQmiClient.h"
 #include "platform/libmodemapi_vendor/src/Commands.h"
 #include "plugin/OnLoad.h"
 
 /**
- * A host whose simulated modem takes commands before the plug-in sees it, and whose plug-in does
- * not wait long before it re-announces a log.
+ * A host whose simulated modem takes commands before the plug-in sees it.
  *
  * Arguments: the instance, then commands. Serves until SIGTERM.
  */
@@ -22,7 +19,6 @@ int main(int argc, char** argv) {
     for (int i = 2; i < argc; ++i) {
         std::cout << sim::runCommand(argv[i]);
     }
-    AtQmiClient::sReportDelay = std::chrono::milliseconds(20);
     std::string words[] = {"ox-modem", "-i", argv[1]};
     char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
     if (onLoad(3, arguments) != 0) {

@@ -1,0 +1,64 @@
+#include "clients/MbnList.h"
+
+#include "clients/InputFile.h"
+#include "params/ModemLog.h"
+
+namespace {
+
+constexpr size_t NAME_AT = 16;
+constexpr std::string_view FILE_NAME = "mcfg_sw.mbn";
+
+bool readRegular(const InputFile& file, std::string& text) {
+    struct stat status {};
+    if (!file.getStatus(status) || !S_ISREG(status.st_mode)) {
+        return false;
+    }
+    char part[4096];
+    ssize_t count = 0;
+    while ((count = file.read(part, sizeof(part))) > 0) {
+        text.append(part, static_cast<size_t>(count));
+    }
+    return count == 0;
+}
+
+/** Cuts the first line off the list; its end may be "\n", "\r\n" or the end of the list. */
+std::string_view takeLine(std::string_view& list) {
+    const size_t end = list.find('\n');
+    std::string_view line = list.substr(0, end);
+    list.remove_prefix(end == std::string_view::npos ? list.size() : end + 1);
+    if (!line.empty() && line.back() == '\r') {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+}  // namespace
+
+Errno readMbnList(const char* func, std::vector<std::string>& mbns) {
+    const InputFile file(mbnListFile());
+    if (!file.isOpen()) {
+        return ERRNO_FAILED;
+    }
+    std::string text;
+    if (!readRegular(file, text)) {
+        LOG_E("%s: failed to read %s", func, mbnListFile());
+        return ERRNO_FAILED;
+    }
+    mbns = parseMbnList(func, text);
+    return ERRNO_SUCCESS;
+}
+
+std::vector<std::string> parseMbnList(const char* func, std::string_view list) {
+    std::vector<std::string> mbns;
+    while (!list.empty()) {
+        const std::string_view line = takeLine(list);
+        const size_t end = line.find(FILE_NAME);
+        if (line.size() < NAME_AT || end <= NAME_AT) {
+            continue;
+        }
+        mbns.emplace_back(line.substr(NAME_AT, end == line.npos ? end : end - NAME_AT));
+        LOG_I("%s: got mbn {%s}", func, mbns.back().c_str());
+    }
+    LOG_I("%s: got %zu mbns", func, mbns.size());
+    return mbns;
+}
