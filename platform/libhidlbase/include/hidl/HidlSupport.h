@@ -9,11 +9,46 @@
 #include <utility>
 #include <vector>
 
+#include <cutils/native_handle.h>
 #include <hidl/Status.h>
 #include <utils/StrongPointer.h>
 
 namespace android {
 namespace hardware {
+
+/** File descriptors and numbers as an argument, or none. A copy has duplicates of its own. */
+class hidl_handle {
+public:
+    hidl_handle() = default;
+    hidl_handle(const native_handle_t* handle)  // NOLINT(google-explicit-constructor)
+        : mHandle(handle) {}
+    hidl_handle(const hidl_handle& other) { *this = other; }
+    hidl_handle(hidl_handle&& other) noexcept { *this = std::move(other); }
+    ~hidl_handle() { release(); }
+
+    /** Stops the process when the descriptors cannot be duplicated. */
+    hidl_handle& operator=(const hidl_handle& other);
+    hidl_handle& operator=(hidl_handle&& other) noexcept;
+
+    /** Stands for a handle of somebody else, who keeps it as long as this object needs it. */
+    hidl_handle& operator=(const native_handle_t* handle);
+
+    /** The same; with `shouldOwn`, closes the descriptors and frees the handle at the end. */
+    void setTo(native_handle_t* handle, bool shouldOwn = false);
+
+    const native_handle_t* getNativeHandle() const { return mHandle; }
+    const native_handle_t* operator->() const { return mHandle; }
+    operator const native_handle_t*() const {  // NOLINT(google-explicit-constructor)
+        return mHandle;
+    }
+
+private:
+    void release();
+
+    const native_handle_t* mHandle = nullptr;
+    bool mOwnsHandle = false;
+};
+static_assert(sizeof(hidl_handle) == 16, "as code that the device's generator writes asserts");
 
 /** Text of any bytes. */
 class hidl_string {
