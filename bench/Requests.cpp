@@ -82,7 +82,8 @@ void registerRequests() {
         request(state, 2, [](auto& modem, auto serial) { return modem.getOperatingMode(serial); });
     });
     benchmark::RegisterBenchmark("getBuildTime", [](State& state) {
-        request(state, 3, [](auto& modem, auto serial) { return modem.getBuildTime(serial); });
+        // One of them is the answer's text as HIDL carries it.
+        request(state, 4, [](auto& modem, auto serial) { return modem.getBuildTime(serial); });
     });
     benchmark::RegisterBenchmark("copy", copyOfFile);
     benchmark::RegisterBenchmark("readEfsFile", [](State& state) {

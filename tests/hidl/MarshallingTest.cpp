@@ -12,6 +12,7 @@ using android::sp;
 using android::hardware::hidl_handle;
 using android::hardware::hidl_string;
 using android::hardware::hidl_vec;
+using android::hardware::Status;
 using hal::Parcel;
 using namespace vendor::lyr::modem::V1_0;
 
@@ -111,6 +112,44 @@ TEST(HidlVecTest, ownsACopyButNotWhatIsExternal) {
     EXPECT_EQ(copy, (hidl_vec<int>{4, 5}));
 }
 
+TEST(HidlStringTest, standsForATextElsewhereUntilItIsCopied) {
+    char here[] = "one";
+    hidl_string external;
+    external.setToExternal(here, 3);
+    const hidl_string copy = external;
+    hidl_string moved = std::move(external);
+    here[0] = 'O';
+    EXPECT_EQ(copy, "one");
+    EXPECT_EQ(moved, "One");
+    EXPECT_EQ(external, "");  // NOLINT(bugprone-use-after-move)
+    moved = std::string("a text of its own");
+    hidl_string& same = moved;
+    moved = same;
+    EXPECT_EQ(std::string(moved), "a text of its own");
+    EXPECT_DEATH(moved.setToExternal("two", 2), "without NUL");
+}
+
+TEST(ReturnTest, failureThatNobodyLooksAtStopsTheProcess) {
+    using android::hardware::Return;
+    const auto fail = [] { return Return<void>(Status::fromStatusT(android::DEAD_OBJECT)); };
+    const char* const line = "status not checked: Status\\(EX_TRANSACTION_FAILED\\): 'DEAD_OBJECT";
+    EXPECT_DEATH({ EXPECT_TRUE(fail().isDeadObject()); }, line);
+    EXPECT_DEATH(
+            {
+                Return<void> status = fail();
+                status = android::hardware::Void();
+            },
+            line);
+    EXPECT_DEATH((void)int(Return<int>(Status::fromStatusT(android::DEAD_OBJECT))), line);
+    EXPECT_FALSE(fail().isOk());
+    Return<void> looked = fail();
+    EXPECT_FALSE(looked.isOk());
+    looked = fail();
+    const Return<void> moved = std::move(looked);
+    EXPECT_FALSE(moved.isOk());
+    EXPECT_EQ(int(Return<int>(7)), 7);
+}
+
 TEST(HidlHandleTest, copiesAndOwnedHandlesCloseTheirDescriptorsAlone) {
     const int kept = open("/dev/null", O_RDONLY | O_CLOEXEC);
     hidl_handle handle;
@@ -147,7 +186,7 @@ struct Derived : public Other, public Counted {
 
 TEST(StrongPointerTest, objectGoesWithTheLastReference) {
     int alive = 0;
-    sp<Derived> first = sp<Derived>::make(&alive);
+    sp<Derived> first = new Derived(&alive);
     sp<Derived>& same = first;
     first = same;
     EXPECT_EQ(first->getStrongCount(), 1);
@@ -155,7 +194,6 @@ TEST(StrongPointerTest, objectGoesWithTheLastReference) {
     sp<RefBase> root = std::move(first);
     EXPECT_EQ(first, nullptr);  // NOLINT(bugprone-use-after-move)
     EXPECT_EQ(base->getStrongCount(), 2);
-    base = std::move(base);
     root.clear();
     EXPECT_EQ(alive, 1);
     base = nullptr;

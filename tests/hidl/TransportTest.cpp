@@ -342,7 +342,7 @@ TEST_F(TransportTest, callsToAClientThatIsGoneFail) {
     sent.wait(10);
     close(fd);
     sender.join();
-    EXPECT_TRUE(gone->powerSaveModeInd(0, 1).isDeadObject());
+    EXPECT_FALSE(gone->powerSaveModeInd(0, 1).isOk());
     EXPECT_TRUE(Client().isServed(1));
 }
 
@@ -364,6 +364,7 @@ TEST_F(TransportTest, waitForAReplyEndsWithTheConnection) {
     Parcel args;
     Parcel reply;
     const Return<void> status = connection->transact(hal::SERVICE_TARGET, 1, args, &reply);
+    EXPECT_FALSE(status.isOk());
     EXPECT_TRUE(status.isDeadObject()) << status.description();
     EXPECT_FALSE(connection->isOpen());
     EXPECT_EQ(closed.wait(1).size(), 1U);
@@ -377,6 +378,7 @@ TEST_F(TransportTest, limitsHold) {
     Client client;
     const Return<void> status =
             client.modem->activateMbnByName(1, std::string(hal::MAX_MESSAGE_SIZE - 23, 'x'));
+    EXPECT_FALSE(status.isOk());
     EXPECT_NE(status.description().find("FAILED_TRANSACTION"), std::string::npos);
     EXPECT_TRUE(client.modem->activateMbnByName(1, std::string(hal::MAX_MESSAGE_SIZE - 24, 'x'))
                         .isOk());
@@ -386,7 +388,7 @@ TEST_F(TransportTest, limitsHold) {
     while (clients.size() < hal::MAX_CLIENTS) {  // with the one above, one too many
         clients.push_back(IModem::getService("instance0"));
     }
-    EXPECT_TRUE(clients.back()->setCallback(nullptr, nullptr).isDeadObject());
+    EXPECT_FALSE(clients.back()->setCallback(nullptr, nullptr).isOk());
     EXPECT_TRUE(client.isServed(2));
 
     std::vector<sp<IModemIndication>> held;  // one client makes the service hold one too many
@@ -497,11 +499,11 @@ TEST_F(TransportTest, processThatEndsUnderLoadEndsCleanly) {
 TEST(CastTest, givesTheInterfaceThatAnObjectHas) {
     const sp<IBase> indication = new Indication;
     const std::string descriptor = IModemIndication::descriptor;  // at another address
-    EXPECT_EQ(IModemIndication::castFrom(indication), indication);
+    EXPECT_EQ(sp<IModemIndication>(IModemIndication::castFrom(indication)), indication);
     EXPECT_NE(indication->asInterface(descriptor.c_str()), nullptr);
-    EXPECT_EQ(IModemResponse::castFrom(indication), nullptr);
-    EXPECT_EQ(IModemIndication::castFrom(nullptr), nullptr);
-    EXPECT_EQ(IModemIndication::castFrom(new IBase), nullptr);
+    EXPECT_EQ(sp<IModemResponse>(IModemResponse::castFrom(indication)), nullptr);
+    EXPECT_EQ(sp<IModemIndication>(IModemIndication::castFrom(sp<IBase>())), nullptr);
+    EXPECT_EQ(sp<IModemIndication>(IModemIndication::castFrom(sp<IBase>(new IBase))), nullptr);
 }
 
 }  // namespace

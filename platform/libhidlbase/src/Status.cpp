@@ -1,5 +1,7 @@
 #include <hidl/Status.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace android::hardware {
@@ -21,5 +23,21 @@ std::string Status::description() const {
     return "Status(EX_TRANSACTION_FAILED): '" + kind + (mMessage.empty() ? "" : ": " + mMessage) +
            "'";
 }
+
+namespace details {
+
+return_status& return_status::operator=(return_status&& other) noexcept {
+    stopIfUnchecked();
+    mStatus = std::exchange(other.mStatus, Status());
+    mChecked = std::exchange(other.mChecked, false);
+    return *this;
+}
+
+void return_status::stop() const {
+    fprintf(stderr, "HIDL return status not checked: %s\n", description().c_str());
+    abort();
+}
+
+}  // namespace details
 
 }  // namespace android::hardware

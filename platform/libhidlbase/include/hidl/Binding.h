@@ -35,8 +35,8 @@ bool invoke(I& object, android::hardware::Return<void> (I::*method)(Args...), Pa
     if (!decoded || !parcel.atEnd()) {
         return false;
     }
-    // A method's own status has nowhere to go: oneway calls have no answer, and replies no content.
-    (void)std::apply([&](auto&... arg) { return (object.*method)(arg...); }, args);
+    // A method of one's own returns no failure of the transport; it stops the process here.
+    std::apply([&](auto&... arg) { return (object.*method)(arg...); }, args).assertOk();
     return true;
 }
 

@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
-#include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,22 @@
 
 namespace android {
 namespace hardware {
+
+namespace details {
+
+/** Kinds of generated classes: interface, server stub, proxy, passthrough. */
+struct i_tag {};
+struct bnhw_tag {};
+struct bphw_tag {};
+struct bs_tag {};
+
+/** A size as containers keep it; stops the process when it takes more than 32 bits. */
+uint32_t size32(size_t size);
+
+/** Stops the process with a line on stderr. */
+[[noreturn]] void fatal(const std::string& message);
+
+}  // namespace details
 
 /** File descriptors and numbers as an argument, or none. A copy has duplicates of its own. */
 class hidl_handle {
@@ -45,55 +62,74 @@ public:
 private:
     void release();
 
-    const native_handle_t* mHandle = nullptr;
+    alignas(8) const native_handle_t* mHandle = nullptr;
     bool mOwnsHandle = false;
 };
-static_assert(sizeof(hidl_handle) == 16, "as code that the device's generator writes asserts");
 
-/** Text of any bytes. */
+/** Text of any bytes, with a NUL behind it. A buffer of its own, or somebody else's. */
 class hidl_string {
 public:
     hidl_string() = default;
-    hidl_string(const char* text) : mText(text) {}  // NOLINT(google-explicit-constructor)
-    hidl_string(const char* text, size_t size) : mText(text, size) {}
-    hidl_string(std::string text)  // NOLINT(google-explicit-constructor)
-        : mText(std::move(text)) {}
+    /** Null is empty. */
+    hidl_string(const char* text);  // NOLINT(google-explicit-constructor)
+    hidl_string(const char* text, size_t size) { copyFrom(text, size); }
+    hidl_string(const std::string& text)  // NOLINT(google-explicit-constructor)
+        : hidl_string(text.data(), text.size()) {}
+    hidl_string(const hidl_string& other) : hidl_string(other.mBuffer, other.mSize) {}
+    hidl_string(hidl_string&& other) noexcept { swap(other); }
+    ~hidl_string() { clear(); }
 
-    operator std::string() const { return mText; }  // NOLINT(google-explicit-constructor)
-    const char* c_str() const { return mText.c_str(); }
-    size_t size() const { return mText.size(); }
-    bool empty() const { return mText.empty(); }
-    void clear() { mText.clear(); }
+    /** A copy that there is no memory for leaves the text of before. */
+    hidl_string& operator=(const hidl_string& other) { return *this = hidl_string(other); }
+    hidl_string& operator=(const char* text) { return *this = hidl_string(text); }
+    hidl_string& operator=(const std::string& text) { return *this = hidl_string(text); }
+    hidl_string& operator=(hidl_string&& other) noexcept;
 
-    friend bool operator==(const hidl_string& a, const hidl_string& b) {
-        return a.mText == b.mText;
-    }
-    friend bool operator!=(const hidl_string& a, const hidl_string& b) { return !(a == b); }
-    friend bool operator<(const hidl_string& a, const hidl_string& b) { return a.mText < b.mText; }
+    operator std::string() const {
+        return {mBuffer, mSize};
+    }  // NOLINT(google-explicit-constructor)
+    const char* c_str() const { return mBuffer; }
+    size_t size() const { return mSize; }
+    bool empty() const { return mSize == 0; }
+    void clear();
+
+    /** Stands for a text elsewhere that outlives it; stops the process when no NUL ends that. */
+    void setToExternal(const char* text, size_t size);
 
 private:
-    std::string mText;
+    void copyFrom(const char* text, size_t size);
+    void swap(hidl_string& other) noexcept;
+
+    alignas(8) const char* mBuffer = "";
+    uint32_t mSize = 0;  ///< in bytes, without the NUL
+    bool mOwnsBuffer = false;
 };
+
+/** Texts compare up to the first NUL. */
+inline bool operator==(const hidl_string& a, const hidl_string& b) {
+    return strcmp(a.c_str(), b.c_str()) == 0;
+}
+inline bool operator!=(const hidl_string& a, const hidl_string& b) {
+    return !(a == b);
+}
+inline bool operator<(const hidl_string& a, const hidl_string& b) {
+    return strcmp(a.c_str(), b.c_str()) < 0;
+}
 
 /** A buffer of its own, or somebody else's that outlives it. A copy always has its own. */
 template <class T>
 class hidl_vec {
 public:
     hidl_vec() = default;
-    hidl_vec(std::initializer_list<T> list) { assign(list.begin(), list.size()); }
-    hidl_vec(const std::vector<T>& other) {  // NOLINT(google-explicit-constructor)
-        assign(other.data(), other.size());
+    hidl_vec(std::initializer_list<T> list) : hidl_vec() { copyFrom(list.begin(), list.size()); }
+    hidl_vec(const std::vector<T>& other) : hidl_vec() {  // NOLINT(google-explicit-constructor)
+        copyFrom(other.data(), other.size());
     }
-    hidl_vec(const hidl_vec& other) { assign(other.mData, other.mSize); }
+    hidl_vec(const hidl_vec& other) : hidl_vec() { copyFrom(other.mBuffer, other.mSize); }
     hidl_vec(hidl_vec&& other) noexcept { swap(other); }
     ~hidl_vec() { release(); }
 
-    hidl_vec& operator=(const hidl_vec& other) {
-        hidl_vec copy(other);
-        swap(copy);
-        return *this;
-    }
-
+    hidl_vec& operator=(const hidl_vec& other) { return *this = hidl_vec(other); }
     hidl_vec& operator=(hidl_vec&& other) noexcept {
         hidl_vec taken(std::move(other));
         swap(taken);
@@ -107,28 +143,28 @@ public:
     /** Keeps the elements that fit; new ones are zero. The buffer is its own afterwards. */
     void resize(size_t size) {
         hidl_vec resized;
-        resized.allocate(size);
-        std::copy_n(mData, std::min(size, mSize), resized.mData);
+        resized.setToExternal(size == 0 ? nullptr : new T[size](), size, true);
+        std::copy_n(mBuffer, std::min(size, this->size()), resized.mBuffer);
         swap(resized);
     }
 
     /** Stands for elements elsewhere; with `shouldOwn` they were made by new[] and are freed. */
     void setToExternal(T* data, size_t size, bool shouldOwn = false) {
         release();
-        mData = data;
-        mSize = size;
-        mOwns = shouldOwn;
+        mBuffer = data;
+        mSize = details::size32(size);
+        mOwnsBuffer = shouldOwn;
     }
 
-    T* data() { return mData; }
-    const T* data() const { return mData; }
+    T* data() { return mBuffer; }
+    const T* data() const { return mBuffer; }
     size_t size() const { return mSize; }
-    T& operator[](size_t index) { return mData[index]; }
-    const T& operator[](size_t index) const { return mData[index]; }
-    T* begin() { return mData; }
-    T* end() { return mData + mSize; }
-    const T* begin() const { return mData; }
-    const T* end() const { return mData + mSize; }
+    T& operator[](size_t index) { return mBuffer[index]; }
+    const T& operator[](size_t index) const { return mBuffer[index]; }
+    T* begin() { return mBuffer; }
+    T* end() { return mBuffer + mSize; }
+    const T* begin() const { return mBuffer; }
+    const T* end() const { return mBuffer + mSize; }
 
     bool operator==(const hidl_vec& other) const {
         return std::equal(begin(), end(), other.begin(), other.end());
@@ -136,52 +172,89 @@ public:
     bool operator!=(const hidl_vec& other) const { return !(*this == other); }
 
 private:
-    void allocate(size_t size) {
-        mData = size == 0 ? nullptr : new T[size]();
-        mSize = size;
-        mOwns = true;
-    }
-
-    void assign(const T* data, size_t size) {
-        allocate(size);
-        std::copy_n(data, size, mData);
+    void copyFrom(const T* data, size_t size) {
+        setToExternal(size == 0 ? nullptr : new T[size], size, true);
+        std::copy_n(data, size, mBuffer);
     }
 
     void release() {
-        if (mOwns) {
-            delete[] mData;
+        if (mOwnsBuffer) {
+            delete[] mBuffer;
         }
     }
 
     void swap(hidl_vec& other) noexcept {
-        std::swap(mData, other.mData);
+        std::swap(mBuffer, other.mBuffer);
         std::swap(mSize, other.mSize);
-        std::swap(mOwns, other.mOwns);
+        std::swap(mOwnsBuffer, other.mOwnsBuffer);
     }
 
-    T* mData = nullptr;
-    size_t mSize = 0;
-    bool mOwns = true;
+    alignas(8) T* mBuffer = nullptr;
+    uint32_t mSize = 0;
+    bool mOwnsBuffer = true;
 };
 
-/** A fixed number of elements. */
+/** A fixed number of elements; numbers are not set by the default constructor. */
 template <class T, size_t N>
 class hidl_array {
 public:
-    T* data() { return mElements; }
-    const T* data() const { return mElements; }
+    T* data() { return mBuffer; }
+    const T* data() const { return mBuffer; }
     static constexpr size_t size() { return N; }
-    T& operator[](size_t index) { return mElements[index]; }
-    const T& operator[](size_t index) const { return mElements[index]; }
+    T& operator[](size_t index) { return mBuffer[index]; }
+    const T& operator[](size_t index) const { return mBuffer[index]; }
 
     bool operator==(const hidl_array& other) const {
-        return std::equal(mElements, mElements + N, other.mElements);
+        return std::equal(mBuffer, mBuffer + N, other.mBuffer);
     }
     bool operator!=(const hidl_array& other) const { return !(*this == other); }
 
 private:
-    T mElements[N] = {};
+    T mBuffer[N];
 };
+
+// Generated code asserts the offsets and sizes of structs, which these make up.
+static_assert(sizeof(hidl_handle) == 16 && sizeof(hidl_string) == 16 &&
+              sizeof(hidl_vec<char>) == 16);
+
+/** What is kept in an argument that was declared as bits of an enumeration. */
+template <class Enum>
+using hidl_bitfield = std::underlying_type_t<Enum>;
+
+// Values as generated `toString` functions join them.
+
+template <class Number, class = std::enable_if_t<std::is_arithmetic_v<Number>>>
+std::string toString(Number value) {
+    return std::to_string(value);
+}
+
+inline std::string toString(const hidl_string& text) {
+    return '"' + std::string(text) + '"';
+}
+
+namespace details {
+
+template <class T>
+std::string toString(const T* elements, size_t count) {
+    using ::android::hardware::toString;
+    std::string text = "[" + std::to_string(count) + "]{";
+    for (size_t i = 0; i < count; ++i) {
+        text += (i == 0 ? "" : ", ") + toString(elements[i]);
+    }
+    return text + "}";
+}
+
+}  // namespace details
+
+template <class T>
+std::string toString(const hidl_vec<T>& elements) {
+    return details::toString(elements.data(), elements.size());
+}
+
+template <class T, size_t N>
+std::string toString(const hidl_array<T, N>& elements) {
+    return details::toString(elements.data(), N);
+}
 
 }  // namespace hardware
 }  // namespace android

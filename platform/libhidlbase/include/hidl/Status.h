@@ -1,34 +1,18 @@
 #pragma once
 
-#include <cerrno>
-#include <cstdint>
-#include <limits>
 #include <string>
 #include <utility>
 
-namespace android {
+#include <utils/Errors.h>
 
-using status_t = int32_t;
-
-/** Errors are negative errno values, or these. */
-enum : status_t {
-    OK = 0,
-    UNKNOWN_ERROR = std::numeric_limits<status_t>::min(),
-    FAILED_TRANSACTION = UNKNOWN_ERROR + 2,
-    BAD_VALUE = -EINVAL,
-    ALREADY_EXISTS = -EEXIST,
-    PERMISSION_DENIED = -EPERM,
-    DEAD_OBJECT = -EPIPE,
-};
-
-namespace hardware {
+namespace android::hardware {
 
 /** How a call went. Success takes no allocation. */
 class Status {
 public:
     Status() = default;
     static Status ok() { return Status(); }
-    /** A failure of the transport, or OK. */
+    /** A failure of the transport, or OK. The desk's transport tells the reason as well. */
     static Status fromStatusT(status_t status, const std::string& message = "");
 
     bool isOk() const { return mStatus == OK; }
@@ -42,27 +26,84 @@ private:
     std::string mMessage;
 };
 
-template <class T>
-class Return;
+namespace details {
 
-/** Result of a call that returns no value of its own. */
-template <>
-class [[nodiscard]] Return<void> {
+/**
+ * A status that somebody has to look at: destroyed or overwritten with a failure that nobody asked
+ * `isOk` about, it stops the process with a line on stderr that describes the failure.
+ */
+class return_status {
 public:
-    Return() = default;
-    Return(Status status) : mStatus(std::move(status)) {}  // NOLINT(google-explicit-constructor)
+    return_status() = default;
+    return_status(Status status)  // NOLINT(google-explicit-constructor)
+        : mStatus(std::move(status)) {}
+    return_status(return_status&& other) noexcept { swap(other); }
+    return_status& operator=(return_status&& other) noexcept;
+    ~return_status() { stopIfUnchecked(); }
 
-    bool isOk() const { return mStatus.isOk(); }
+    bool isOk() const {
+        mChecked = true;
+        return mStatus.isOk();
+    }
+
+    /** Tells one failure from another; the status still has to be looked at with `isOk`. */
     bool isDeadObject() const { return mStatus.transactionError() == DEAD_OBJECT; }
     std::string description() const { return mStatus.description(); }
 
+    /** Looks, and stops the process in the same way when the call failed. */
+    void assertOk() const {
+        if (!isOk()) {
+            stop();
+        }
+    }
+
 private:
+    void stopIfUnchecked() const {
+        if (!mChecked) {
+            assertOk();
+        }
+    }
+
+    [[noreturn]] void stop() const;
+
+    void swap(return_status& other) noexcept {
+        std::swap(mStatus, other.mStatus);
+        std::swap(mChecked, other.mChecked);
+    }
+
     Status mStatus;
+    mutable bool mChecked = false;
+};
+
+}  // namespace details
+
+/** Result of a call: a value, or the status of one that failed. Taking the value asserts success.
+ */
+template <class T>
+class [[nodiscard]] Return : public details::return_status {
+public:
+    Return(T value) : mValue(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+    Return(Status status)                          // NOLINT(google-explicit-constructor)
+        : return_status(std::move(status)), mValue() {}
+
+    operator T() const {  // NOLINT(google-explicit-constructor)
+        assertOk();
+        return mValue;
+    }
+
+private:
+    T mValue;
+};
+
+/** Result of a call that returns no value of its own. */
+template <>
+class [[nodiscard]] Return<void> : public details::return_status {
+public:
+    using return_status::return_status;
 };
 
 inline Return<void> Void() {
-    return Return<void>();
+    return {};
 }
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -32,18 +32,11 @@ public:
         return *this;
     }
 
-    template <class... Args>
-    static sp make(Args&&... args) {
-        return sp(new T(std::forward<Args>(args)...));
-    }
-
-    void clear() { sp().swap(*this); }
+    void clear() { *this = sp(); }
     T* get() const { return mObject; }
     T& operator*() const { return *mObject; }
     T* operator->() const { return mObject; }
     explicit operator bool() const { return mObject != nullptr; }
-
-    void swap(sp& other) noexcept { std::swap(mObject, other.mObject); }
 
 private:
     template <class U>
