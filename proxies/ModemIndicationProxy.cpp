@@ -1,5 +1,6 @@
 #include "proxies/ModemIndicationProxy.h"
 
+#include <new>
 #include <shared_mutex>
 
 #include "params/ModemLog.h"
@@ -99,9 +100,12 @@ int ModemIndicationProxy::send(const char* func, Call call) const {
 
 template <class Value>
 int ModemIndicationProxy::keep(Cache<Value>& cache, const std::string& key, const Value& value) {
-    {
+    try {
         std::lock_guard lock(sCacheMutex);
         cache.emplace(key, value);  // the first one stays
+    } catch (const std::bad_alloc&) {
+        LOG_E("%s: no memory to keep %s", __func__, key.c_str());
+        return ERRNO_NO_MEMORY;
     }
     // A callback installed between the look for one and the keeping has replayed without this
     // event, and nobody would replay again.

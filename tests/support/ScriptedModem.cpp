@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <sstream>
 #include <type_traits>
 #include <utility>
 
@@ -10,22 +9,27 @@
 
 namespace {
 
-template <class T>
-void append(std::ostringstream& text, const T& value) {
-    if constexpr (std::is_integral_v<T>) {
-        text << +value;
-    } else {
-        text << value;
-    }
+std::string noted(const std::string& text) {
+    return text;
+}
+
+template <class Integer, class = std::enable_if_t<std::is_integral_v<Integer>>>
+std::string noted(Integer value) {
+    return std::to_string(value);
 }
 
 template <class... Args>
 std::string listed(const Args&... args) {
-    const allocations::Pause pause;
-    std::ostringstream text;
-    [[maybe_unused]] const char* separator = "";
-    ((text << separator, append(text, args), separator = ", "), ...);
-    return text.str();
+    std::string text;
+    ((text += noted(args), text += ", "), ...);
+    text.resize(text.size() - (text.empty() ? 0 : 2));
+    return text;
+}
+
+/** Where a value stands until the call that it is made for is over. */
+template <class T>
+T* at(T&& value) {
+    return &value;
 }
 
 ScriptedModem& modem() {
@@ -124,241 +128,120 @@ void ScriptedModem::raiseService(modem_api_event_type event, modem_api_qmi_servi
     raise(event, &service, sizeof(service));
 }
 
-int ScriptedModem::enter(const char* function, const std::string& arguments, void* out) {
-    const allocations::Pause pause;
+int ScriptedModem::enter(const Call& call) {
+    if (mTaker) {
+        return mTaker(call);
+    }
     std::function<void(void*)> fill;
     int result = 0;
     {
         std::lock_guard lock(mMutex);
-        mCalls.push_back(std::string(function) + "(" + arguments + ")");
-        if (const auto found = mFills.find(function); found != mFills.end()) {
+        mCalls.push_back(call.function + ("(" + call.arguments + ")"));
+        if (const auto found = mFills.find(call.function); found != mFills.end()) {
             fill = found->second;
         }
-        auto& next = mNextResults[function];
+        auto& next = mNextResults[call.function];
         if (!next.empty()) {
             result = next.front();
             next.erase(next.begin());
-        } else if (const auto found = mResults.find(function); found != mResults.end()) {
+        } else if (const auto found = mResults.find(call.function); found != mResults.end()) {
             result = found->second;
+        }
+        if (result == 0 && call.callback != nullptr) {
+            mPending.push_back({call.function, call.cookie, call.callback});
         }
     }
     if (fill) {
-        fill(out);
+        fill(call.out);
     }
     return result;
 }
 
-int ScriptedModem::enterAsync(const char* function, const std::string& arguments, void* cookie,
-                              modem_api_async_callback callback) {
-    const int result = enter(function, arguments, nullptr);
-    if (result == 0) {
-        const allocations::Pause pause;
-        std::lock_guard lock(mMutex);
-        mPending.push_back({function, cookie, callback});
+// The functions, one row each: name, parameters, where the answer goes, what is noted.
+
+#define SYNC(function, parameters, out, ...)                         \
+    int function parameters {                                        \
+        const allocations::Pause pause;                              \
+        return modem().enter({#function, listed(__VA_ARGS__), out}); \
     }
-    return result;
-}
+#define COOKIE void *cookie, modem_api_async_callback callback
+#define ASYNC(function, parameters, ...)                                                   \
+    int function parameters {                                                              \
+        const allocations::Pause pause;                                                    \
+        return modem().enter({#function, listed(__VA_ARGS__), nullptr, cookie, callback}); \
+    }
 
-// The functions. Those that fill a value hand its address to the test's fill.
+// clang-format off
+SYNC(modem_api_init_pre, (), nullptr)
+SYNC(modem_api_subscribe_event, (modem_api_event_type event), nullptr, event)
+SYNC(modem_api_register_indications, (), nullptr)
+SYNC(modem_api_init_qmi_connection, (modem_api_qmi_service_type service, int flags), nullptr, service, flags)
+SYNC(modem_api_release_qmi_connection, (modem_api_qmi_service_type service), nullptr, service)
+SYNC(modem_api_bind_nas_subscription, (int32_t instance), nullptr, instance)
+SYNC(modem_api_bind_wds_subscription, (int32_t instance), nullptr, instance)
+SYNC(modem_api_bind_vs_subscription, (int32_t instance), nullptr, instance)
+SYNC(modem_get_operating_mode, (int32_t* mode), mode)
+SYNC(modem_set_operating_mode, (int32_t mode), nullptr, mode)
+SYNC(modem_suppress_nas_ss_inds, (), nullptr)
+SYNC(modem_switch_nr_network_mode, (int32_t mode), nullptr, mode)
+SYNC(modem_get_nr_network_mode, (uint32_t* mode), mode)
+SYNC(modem_set_vonr_mode, (int32_t mode), nullptr, mode)
+SYNC(modem_get_vonr_mode, (uint32_t* mode), mode)
+SYNC(modem_deprioritize_nr_mode, (int32_t mode), nullptr, mode)
+SYNC(modem_qdp_check_ims_profile, (uint32_t* state), state)
+SYNC(modem_qdp_get_ims_profile, (modem_ims_profile* list, uint8_t* count), at(std::pair(list, count)), *count)
+SYNC(modem_qdp_delete_ims_profile, (const modem_ims_profile* profile), nullptr, toHex(profile, 8))
+SYNC(modem_set_sar_dsi, (int32_t state), nullptr, state)
+SYNC(modem_pdc_get_activate_config_info, (int32_t type, int32_t token), nullptr, type, token)
+SYNC(modem_pdc_get_config_info, (const uint8_t* id, int32_t length, int32_t token), nullptr, toHex(id, 124), length, token)
+SYNC(modem_pdc_set_selected_config_info, (int32_t type, const uint8_t* id), nullptr, type, toHex(id, 124))
+SYNC(modem_pdc_set_selected_config_info_ext, (int32_t type, const uint8_t* id, int32_t length), nullptr, type, toHex(id, 124), length)
+SYNC(modem_pdc_delete_all_mbns, (), nullptr)
+SYNC(modem_pdc_activate_config, (int32_t type), nullptr, type)
+SYNC(modem_pdc_deactivate_config, (int32_t type), nullptr, type)
+SYNC(modem_pdc_activate_regular_config, (int32_t type, int32_t token), nullptr, type, token)
+SYNC(modem_pdc_load_configuration, (const char* id, const uint8_t* chunk, int32_t length, int32_t total),
+     at(std::string(chunk, chunk + length)), id, length, total)
+SYNC(modem_api_delete_modem_property_sync, (const char* name), nullptr, name)
+SYNC(modem_common_interface_debug, (uint32_t value), nullptr, value)
+SYNC(modem_api_get_simlock_info, (modem_simlock_info* info), info)
+SYNC(modem_api_get_simlock_fuse_status, (uint32_t* status), status)
+SYNC(modem_subsystem_reboot, (), nullptr)
+SYNC(modem_read_nv_for_subid, (int32_t selector1, int32_t item, uint8_t selector2, uint8_t* buffer, size_t* length),
+     at(std::pair(buffer, length)), selector1, item, selector2, *length)
+SYNC(modem_write_nv_for_subid, (int32_t selector1, int32_t item, const uint8_t* data, size_t size), nullptr,
+     selector1, item, toHex(data, size))
+SYNC(modem_verify_nv, (int32_t item, const uint8_t* data, size_t size, modem_nv_verification* result), result, item, toHex(data, size))
+SYNC(modem_read_efs_for_subid, (uint32_t sub, int32_t file, uint8_t* buffer, size_t* length),
+     at(std::pair(buffer, length)), sub, file, *length)
+SYNC(modem_write_efs_for_subid, (uint32_t sub, int32_t file, const uint8_t* data, size_t size), nullptr, sub, file, toHex(data, size))
+SYNC(modem_del_efs_for_subid, (uint32_t sub, int32_t file), nullptr, sub, file)
+SYNC(modem_del_efs_file_dir, (int32_t directory), nullptr, directory)
+SYNC(modem_read_prl, (uint8_t selector, uint8_t* buffer, size_t* length), at(std::pair(buffer, length)), selector, *length)
+SYNC(modem_write_prl, (uint8_t selector, const uint8_t* data, size_t size), nullptr, selector, toHex(data, size))
+SYNC(modem_atlog_cmd_reg, (const char* name), nullptr, name)
+SYNC(modem_atlog_send_resp, (const modem_atlog_resp_type* response), nullptr,
+     response->handle, response->result, response->kind, response->unused)
 
-#define ENTER(...) modem().enter(__func__, listed(__VA_ARGS__))
-#define ENTER_OUT(out, ...) modem().enter(__func__, listed(__VA_ARGS__), out)
-#define ENTER_ASYNC(...) modem().enterAsync(__func__, listed(__VA_ARGS__), cookie, callback)
+ASYNC(modem_get_build_time, (COOKIE))
+ASYNC(modem_get_build_id, (COOKIE))
+ASYNC(modem_api_active_mbn, (const char* name, COOKIE), name)
+ASYNC(modem_api_restore_mbn, (COOKIE))
+ASYNC(modem_api_set_agps_test_mode, (uint32_t mode, COOKIE), mode)
+ASYNC(modem_api_get_agps_test_mode, (COOKIE))
+ASYNC(modem_api_get_power_save_mode, (COOKIE))
+ASYNC(modem_api_set_power_save_mode, (uint8_t mode, COOKIE), mode)
+ASYNC(modem_api_set_modem_property, (const modem_property_record* property, COOKIE), toHex(property, 576))
+ASYNC(modem_api_get_modem_property, (const char* name, COOKIE), name)
+ASYNC(modem_api_set_power_save_status, (uint8_t status, COOKIE), status)
+ASYNC(modem_get_bands_info, (COOKIE))
+ASYNC(modem_api_remove_rat_mask, (COOKIE))
+ASYNC(modem_abort_rrc_connection, (COOKIE))
+ASYNC(modem_api_set_radio_info_report_enabled, (uint32_t enabled, COOKIE), enabled)
+// clang-format on
 
-int modem_api_init_pre(void) {
-    return ENTER();
-}
 int modem_api_set_event_callback(modem_api_event_callback callback) {
+    const allocations::Pause pause;
     modem().setEventCallback(callback);
-    return ENTER();
-}
-int modem_api_subscribe_event(modem_api_event_type event) {
-    return ENTER(event);
-}
-int modem_api_register_indications(void) {
-    return ENTER();
-}
-int modem_api_init_qmi_connection(modem_api_qmi_service_type service, int flags) {
-    return ENTER(service, flags);
-}
-int modem_api_release_qmi_connection(modem_api_qmi_service_type service) {
-    return ENTER(service);
-}
-int modem_api_bind_nas_subscription(int32_t instance) {
-    return ENTER(instance);
-}
-int modem_api_bind_wds_subscription(int32_t instance) {
-    return ENTER(instance);
-}
-int modem_api_bind_vs_subscription(int32_t instance) {
-    return ENTER(instance);
-}
-int modem_get_operating_mode(int32_t* mode) {
-    return ENTER_OUT(mode);
-}
-int modem_set_operating_mode(int32_t mode) {
-    return ENTER(mode);
-}
-int modem_suppress_nas_ss_inds(void) {
-    return ENTER();
-}
-int modem_switch_nr_network_mode(int32_t mode) {
-    return ENTER(mode);
-}
-int modem_get_nr_network_mode(uint32_t* mode) {
-    return ENTER_OUT(mode);
-}
-int modem_set_vonr_mode(int32_t mode) {
-    return ENTER(mode);
-}
-int modem_get_vonr_mode(uint32_t* mode) {
-    return ENTER_OUT(mode);
-}
-int modem_deprioritize_nr_mode(int32_t mode) {
-    return ENTER(mode);
-}
-int modem_qdp_check_ims_profile(uint32_t* state) {
-    return ENTER_OUT(state);
-}
-int modem_qdp_get_ims_profile(modem_ims_profile* list, uint8_t* count) {
-    std::pair<modem_ims_profile*, uint8_t*> out(list, count);
-    return ENTER_OUT(&out, *count);
-}
-int modem_qdp_delete_ims_profile(const modem_ims_profile* profile) {
-    return ENTER(toHex(profile->bytes, sizeof(profile->bytes)));
-}
-int modem_set_sar_dsi(int32_t state) {
-    return ENTER(state);
-}
-int modem_pdc_get_activate_config_info(int32_t type, int32_t token) {
-    return ENTER(type, token);
-}
-int modem_pdc_get_config_info(const uint8_t* config_id, int32_t length, int32_t token) {
-    return ENTER(toHex(config_id, MODEM_PDC_CONFIG_ID_SIZE), length, token);
-}
-int modem_pdc_set_selected_config_info(int32_t type, const uint8_t* config_id) {
-    return ENTER(type, toHex(config_id, MODEM_PDC_CONFIG_ID_SIZE));
-}
-int modem_pdc_set_selected_config_info_ext(int32_t type, const uint8_t* config_id, int32_t length) {
-    return ENTER(type, toHex(config_id, MODEM_PDC_CONFIG_ID_SIZE), length);
-}
-int modem_pdc_delete_all_mbns(void) {
-    return ENTER();
-}
-int modem_pdc_activate_config(int32_t type) {
-    return ENTER(type);
-}
-int modem_pdc_deactivate_config(int32_t type) {
-    return ENTER(type);
-}
-int modem_pdc_activate_regular_config(int32_t type, int32_t token) {
-    return ENTER(type, token);
-}
-int modem_pdc_load_configuration(const char* identifier, const uint8_t* chunk, int32_t length,
-                                 int32_t total_size) {
-    std::string content(reinterpret_cast<const char*>(chunk), length);
-    return ENTER_OUT(&content, identifier, length, total_size);
-}
-int modem_get_build_time(void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC();
-}
-int modem_get_build_id(void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC();
-}
-int modem_api_active_mbn(const char* name, void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC(name);
-}
-int modem_api_restore_mbn(void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC();
-}
-int modem_api_set_agps_test_mode(uint32_t mode, void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC(mode);
-}
-int modem_api_get_agps_test_mode(void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC();
-}
-int modem_api_get_power_save_mode(void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC();
-}
-int modem_api_set_power_save_mode(uint8_t mode, void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC(mode);
-}
-int modem_api_set_modem_property(const modem_property_record* property, void* cookie,
-                                 modem_api_async_callback callback) {
-    return ENTER_ASYNC(toHex(property, sizeof(*property)));
-}
-int modem_api_get_modem_property(const char* name, void* cookie,
-                                 modem_api_async_callback callback) {
-    return ENTER_ASYNC(name);
-}
-int modem_api_set_power_save_status(uint8_t status, void* cookie,
-                                    modem_api_async_callback callback) {
-    return ENTER_ASYNC(status);
-}
-int modem_get_bands_info(void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC();
-}
-int modem_api_remove_rat_mask(void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC();
-}
-int modem_abort_rrc_connection(void* cookie, modem_api_async_callback callback) {
-    return ENTER_ASYNC();
-}
-int modem_api_set_radio_info_report_enabled(uint32_t enabled, void* cookie,
-                                            modem_api_async_callback callback) {
-    return ENTER_ASYNC(enabled);
-}
-int modem_api_delete_modem_property_sync(const char* name) {
-    return ENTER(name);
-}
-int modem_common_interface_debug(uint32_t value) {
-    return ENTER(value);
-}
-int modem_api_get_simlock_info(modem_simlock_info* info) {
-    return ENTER_OUT(info);
-}
-int modem_api_get_simlock_fuse_status(uint32_t* status) {
-    return ENTER_OUT(status);
-}
-int modem_subsystem_reboot(void) {
-    return ENTER();
-}
-int modem_read_nv_for_subid(int32_t selector1, int32_t item, uint8_t selector2, uint8_t* buffer,
-                            size_t* length) {
-    std::pair<uint8_t*, size_t*> out(buffer, length);
-    return ENTER_OUT(&out, selector1, item, selector2, *length);
-}
-int modem_write_nv_for_subid(int32_t selector1, int32_t item, const uint8_t* data, size_t size) {
-    return ENTER(selector1, item, toHex(data, size));
-}
-int modem_verify_nv(int32_t item, const uint8_t* data, size_t size,
-                    modem_nv_verification* verification) {
-    return ENTER_OUT(verification, item, toHex(data, size));
-}
-int modem_read_efs_for_subid(uint32_t sub_selector, int32_t file, uint8_t* buffer, size_t* length) {
-    std::pair<uint8_t*, size_t*> out(buffer, length);
-    return ENTER_OUT(&out, sub_selector, file, *length);
-}
-int modem_write_efs_for_subid(uint32_t sub_selector, int32_t file, const uint8_t* data,
-                              size_t size) {
-    return ENTER(sub_selector, file, toHex(data, size));
-}
-int modem_del_efs_for_subid(uint32_t sub_selector, int32_t file) {
-    return ENTER(sub_selector, file);
-}
-int modem_del_efs_file_dir(int32_t directory) {
-    return ENTER(directory);
-}
-int modem_read_prl(uint8_t selector, uint8_t* buffer, size_t* length) {
-    std::pair<uint8_t*, size_t*> out(buffer, length);
-    return ENTER_OUT(&out, selector, *length);
-}
-int modem_write_prl(uint8_t selector, const uint8_t* data, size_t size) {
-    return ENTER(selector, toHex(data, size));
-}
-int modem_atlog_cmd_reg(const char* name) {
-    return ENTER(name);
-}
-int modem_atlog_send_resp(const modem_atlog_resp_type* response) {
-    return ENTER(response->handle, response->result, response->kind, response->unused);
+    return modem().enter({__func__, "", nullptr});
 }

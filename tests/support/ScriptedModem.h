@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <modem_api.h>
@@ -52,10 +53,19 @@ public:
     void raise(modem_api_event_type event, const void* data, size_t length);
     void raiseService(modem_api_event_type event, modem_api_qmi_service_type service);
 
+    /** A call as the modem gets it. */
+    struct Call {
+        const char* function;
+        std::string arguments;  ///< as they are noted, without the brackets
+        void* out;              ///< what the function is to fill, or null
+        void* cookie = nullptr;
+        modem_api_async_callback callback = nullptr;
+    };
+    /** Gives every call to `taker`, and nothing to the script; an empty one ends that. */
+    void takeCalls(std::function<int(const Call&)> taker) { mTaker = std::move(taker); }
+
     // For the C functions.
-    int enter(const char* function, const std::string& arguments, void* out = nullptr);
-    int enterAsync(const char* function, const std::string& arguments, void* cookie,
-                   modem_api_async_callback callback);
+    int enter(const Call& call);
     void setEventCallback(modem_api_event_callback callback) { mEventCallback = callback; }
 
 private:
@@ -66,6 +76,7 @@ private:
     std::map<std::string, std::function<void(void*)>> mFills;
     std::vector<Pending> mPending;
     modem_api_event_callback mEventCallback = nullptr;
+    std::function<int(const Call&)> mTaker;
 };
 
 /** Bytes as lower-case hex, as they stand in noted calls. */

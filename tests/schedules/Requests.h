@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <hidl/Table.h>
+
+/** The seven clients, by the QMI service that each serves. */
+enum Service : int { WDS = 1, DMS = 2, NAS = 3, AT = 8, SAR = 17, PDC = 36, VS = 228 };
+
+/** How a request gets its answer. */
+enum class Way {
+    SYNC,    ///< the modem's call returns it
+    ASYNC,   ///< the modem calls back with a response record
+    TOKEN,   ///< a modem event carries the serial back
+    FILE,    ///< from a list on the device's disk
+    LOAD,    ///< after one modem call for each chunk of a file
+    DELETE,  ///< after one modem call for each IMS profile
+    CONFIRM  ///< closes the AT command that is open, if any
+};
+
+/** What an answer carries besides its info, and the modem's bytes that it is made of. */
+enum class Payload {
+    NONE,
+    WORD,
+    BYTE,
+    BYTE1,
+    BYTE2,
+    VERIFIED,
+    DATA,
+    BUILD,
+    TEXT,
+    BANDS,
+    MBN,
+    LIST
+};
+
+/** One request: who serves it, what the modem is asked, and what comes back. */
+struct Request {
+    const char* name;
+    Service service;
+    Way way;
+    /**
+     * The modem's call: %N the argument N as it is, %-N as a signed byte, %#N as an identifier of
+     * 124 bytes, %p both as a property record, %t the serial.
+     */
+    const char* call;
+    Payload payload = Payload::NONE;
+    int event = 0;                          ///< of a TOKEN
+    const hal::Method* method = nullptr;    ///< of IModem
+    const hal::Method* response = nullptr;  ///< of IModemResponse
+};
+
+/** An argument: its number, or its bytes. */
+struct Value {
+    int64_t number = 0;
+    std::string bytes{};
+};
+
+/** All 52, in the order of the interface. */
+const std::vector<Request>& requests();
+
+std::string callOf(const Request& request, int32_t serial, const std::vector<Value>& args);
