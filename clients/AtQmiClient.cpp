@@ -15,12 +15,10 @@
 #include "params/Params.h"
 
 const std::string& AtQmiClient::RTTI_TYPE = *new std::string("AtQmiClient");
+const QmiService AtQmiClient::SERVICE{MODEM_API_QMI_SERVICE_AT, "AT", RTTI_TYPE};
 
 namespace {
 
-const QmiService AT{MODEM_API_QMI_SERVICE_AT, "AT", AtQmiClient::RTTI_TYPE};
-
-constexpr int INTERNAL_SERIAL = -1;
 constexpr size_t STORED_NAME_MAX = 34;  // characters of the stored name in a re-announced one
 constexpr size_t INDEX_ROOM = 6;        // of "_" and up to five characters of the index
 
@@ -74,11 +72,10 @@ int setFirstIndex(const char* func) {
 
 }  // namespace
 
-AtQmiClient::AtQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                         std::shared_ptr<ModemIndicationProxy> indicationProxy,
+AtQmiClient::AtQmiClient(const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                         const std::shared_ptr<ModemIndicationProxy>& indicationProxy,
                          std::chrono::milliseconds reportDelay)
-    : QmiClient(AT, std::move(responseProxy), std::move(indicationProxy)),
-      mReportDelay(reportDelay) {
+    : QmiClient(SERVICE, responseProxy, indicationProxy), mReportDelay(reportDelay) {
     enableRtti(RTTI_TYPE);
 }
 
@@ -97,7 +94,13 @@ void AtQmiClient::onConnected() {
 }
 
 void AtQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {
-    refuseAsync(AT, __func__, cookie);
+    refuseAsync(SERVICE, __func__, cookie);
+}
+
+ClientState AtQmiClient::getState() const {
+    ClientState state = QmiClient::getState();
+    state.openCommand = mProcessing;
+    return state;
 }
 
 // ---- Registration, and the report of a log that was left running --------------------------------
@@ -219,15 +222,10 @@ int AtQmiClient::saveAtLogStatus(bool start, const char* tcName) {
 
 int AtQmiClient::processAtCommand(const void* data, size_t len) {
     LOG_I("%s: internal request", __func__);
-    std::shared_ptr<Param> record;
-    try {
-        record = std::make_shared<AtCommandParam>(data, len);
-    } catch (const std::bad_alloc&) {
-        freeTokens(data, len);
-        return refusePost(PostTexts::WITHOUT_SERIAL, __func__, AtMessage::PROCESS_AT_COMMAND);
-    }
-    const int result = postRecord(PostTexts::WITHOUT_SERIAL, __func__,
-                                  AtMessage::PROCESS_AT_COMMAND, INTERNAL_SERIAL, record);
+    const int result = postMade(PostTexts::WITHOUT_SERIAL, __func__, AtMessage::PROCESS_AT_COMMAND,
+                                INTERNAL_SERIAL, [&]() -> std::shared_ptr<Param> {
+                                    return std::make_shared<AtCommandParam>(data, len);
+                                });
     if (result != ERRNO_SUCCESS) {
         freeTokens(data, len);
     }
@@ -356,7 +354,8 @@ int AtQmiClient::handleSendLogControlRespMessage(const MessagePtr& msg) {
     if (request == nullptr) {
         return ERRNO_INVALID_PARAM;
     }
-    return mResponseProxy->respondSendLogControlResp(request->serial, confirmLogCommand(__func__));
+    return answer(&ModemResponseProxy::respondSendLogControlResp, request->serial,
+                  confirmLogCommand(__func__));
 }
 
 int AtQmiClient::confirmLogCommand(const char* func) {

@@ -17,6 +17,7 @@
 class AtQmiClient : public QmiClient {
 public:
     static const std::string& RTTI_TYPE;
+    static const QmiService SERVICE;
 
     static constexpr const char* sAtLogCommandName = "+LOG";
     static constexpr const char* AT_COMMAND_LOG_MODE_START_STRING = "1";
@@ -30,8 +31,8 @@ public:
     static constexpr const char* AT_LOG_TCINDEX_PROPERTY = "persist.service.atlog.tcindex";
 
     /** @param reportDelay how long the re-announcement of a log waits */
-    AtQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                std::shared_ptr<ModemIndicationProxy> indicationProxy,
+    AtQmiClient(const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                const std::shared_ptr<ModemIndicationProxy>& indicationProxy,
                 std::chrono::milliseconds reportDelay = std::chrono::seconds(3));
 
     /** Posts the registration of the command with the modem. */
@@ -54,6 +55,7 @@ public:
      */
     static int retrieveAtLogStatus(bool* on, char* name, size_t size);
 
+    ClientState getState() const override;
     int handle(std::shared_ptr<Message> msg) override;
     void onConnected() override;
 

@@ -3,16 +3,11 @@
 #include "params/MessageIds.h"
 
 const std::string& DmsQmiClient::RTTI_TYPE = *new std::string("DmsQmiClient");
+const QmiService DmsQmiClient::SERVICE{MODEM_API_QMI_SERVICE_DMS, "DMS", RTTI_TYPE};
 
-namespace {
-
-const QmiService DMS{MODEM_API_QMI_SERVICE_DMS, "DMS", DmsQmiClient::RTTI_TYPE};
-
-}  // namespace
-
-DmsQmiClient::DmsQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                           std::shared_ptr<ModemIndicationProxy> indicationProxy)
-    : QmiClient(DMS, std::move(responseProxy), std::move(indicationProxy)) {
+DmsQmiClient::DmsQmiClient(const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                           const std::shared_ptr<ModemIndicationProxy>& indicationProxy)
+    : QmiClient(SERVICE, responseProxy, indicationProxy) {
     enableRtti(RTTI_TYPE);
 }
 
@@ -62,5 +57,5 @@ int DmsQmiClient::handleSetOperatingModeMessage(const MessagePtr& msg) {
 }
 
 void DmsQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {
-    refuseAsync(DMS, __func__, cookie);
+    refuseAsync(SERVICE, __func__, cookie);
 }

@@ -6,9 +6,10 @@
 class DmsQmiClient : public QmiClient {
 public:
     static const std::string& RTTI_TYPE;
+    static const QmiService SERVICE;
 
-    DmsQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                 std::shared_ptr<ModemIndicationProxy> indicationProxy);
+    DmsQmiClient(const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                 const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
     int getOperatingMode(int serial);
     int setOperatingMode(int serial, int mode);

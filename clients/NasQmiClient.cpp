@@ -3,18 +3,17 @@
 #include "params/MessageIds.h"
 
 const std::string& NasQmiClient::RTTI_TYPE = *new std::string("NasQmiClient");
+const QmiService NasQmiClient::SERVICE{MODEM_API_QMI_SERVICE_NAS, "NAS", RTTI_TYPE};
 
 namespace {
 
-const QmiService NAS{MODEM_API_QMI_SERVICE_NAS, "NAS", NasQmiClient::RTTI_TYPE};
 const SubscriptionBinding BINDING{modem_api_bind_nas_subscription, false};
 
 }  // namespace
 
-NasQmiClient::NasQmiClient(int instanceId, std::shared_ptr<ModemResponseProxy> responseProxy,
-                           std::shared_ptr<ModemIndicationProxy> indicationProxy)
-    : SubscriptionClient(NAS, BINDING, instanceId, std::move(responseProxy),
-                         std::move(indicationProxy)) {
+NasQmiClient::NasQmiClient(int instanceId, const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                           const std::shared_ptr<ModemIndicationProxy>& indicationProxy)
+    : SubscriptionClient(SERVICE, BINDING, instanceId, responseProxy, indicationProxy) {
     enableRtti(RTTI_TYPE);
 }
 
@@ -54,7 +53,7 @@ int NasQmiClient::handleSwitchNRNetworkMode(const MessagePtr& msg) {
 }
 
 int NasQmiClient::getNRNetworkMode(int serial) {
-    return postGet(__func__, NasMessage::GET_NR_NETWORK_MODE, serial);
+    return postVoid(__func__, NasMessage::GET_NR_NETWORK_MODE, serial);
 }
 
 int NasQmiClient::handleGetNRNetworkMode(const MessagePtr& msg) {
@@ -72,7 +71,7 @@ int NasQmiClient::handleSetVoNRMode(const MessagePtr& msg) {
 }
 
 int NasQmiClient::getVoNRMode(int serial) {
-    return postGet(__func__, NasMessage::GET_VONR_MODE, serial);
+    return postVoid(__func__, NasMessage::GET_VONR_MODE, serial);
 }
 
 int NasQmiClient::handleGetVoNRMode(const MessagePtr& msg) {
@@ -94,11 +93,6 @@ int NasQmiClient::postMode(const char* func, int msgId, int serial, int mode) {
     return sendRequest(serial, msgId, mode);
 }
 
-int NasQmiClient::postGet(const char* func, int msgId, int serial) {
-    LOG_I("%s: serial = %d", func, serial);
-    return sendRequest(serial, msgId);
-}
-
 int NasQmiClient::serveSet(const char* func, CallTexts texts, const MessagePtr& msg,
                            int (*set)(int32_t), Respond<> respond) {
     return serveBound<SerialIntParam>(
@@ -114,5 +108,5 @@ int NasQmiClient::serveGet(const char* func, CallTexts texts, const MessagePtr& 
 }
 
 void NasQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {
-    refuseAsync(NAS, __func__, cookie);
+    refuseAsync(SERVICE, __func__, cookie);
 }

@@ -9,9 +9,10 @@
 class NasQmiClient : public SubscriptionClient {
 public:
     static const std::string& RTTI_TYPE;
+    static const QmiService SERVICE;
 
-    NasQmiClient(int instanceId, std::shared_ptr<ModemResponseProxy> responseProxy,
-                 std::shared_ptr<ModemIndicationProxy> indicationProxy);
+    NasQmiClient(int instanceId, const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                 const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
     int switchNRNetworkMode(int serial, int mode);
     int getNRNetworkMode(int serial);
@@ -33,7 +34,6 @@ private:
     int handleSetDeprioritizeNrMode(const MessagePtr& msg);
 
     int postMode(const char* func, int msgId, int serial, int mode);
-    int postGet(const char* func, int msgId, int serial);
     int serveSet(const char* func, CallTexts texts, const MessagePtr& msg, int (*set)(int32_t),
                  Respond<> respond);
     int serveGet(const char* func, CallTexts texts, const MessagePtr& msg, int (*get)(uint32_t*),

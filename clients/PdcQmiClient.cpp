@@ -10,10 +10,9 @@
 #include "params/Params.h"
 
 const std::string& PdcQmiClient::RTTI_TYPE = *new std::string("PdcQmiClient");
+const QmiService PdcQmiClient::SERVICE{MODEM_API_QMI_SERVICE_PDC, "PDC", RTTI_TYPE, ERRNO_FAILED};
 
 namespace {
-
-const QmiService PDC{MODEM_API_QMI_SERVICE_PDC, "PDC", PdcQmiClient::RTTI_TYPE, ERRNO_FAILED};
 
 constexpr size_t INFO_OFFSET = 12;  // of identifier or metadata in an event
 static_assert(offsetof(modem_pdc_active_info_event, config_id) == INFO_OFFSET);
@@ -29,9 +28,9 @@ ConfigId configIdOf(const std::vector<uint8_t>& bytes) {
 
 }  // namespace
 
-PdcQmiClient::PdcQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                           std::shared_ptr<ModemIndicationProxy> indicationProxy)
-    : QmiClient(PDC, std::move(responseProxy), std::move(indicationProxy)) {
+PdcQmiClient::PdcQmiClient(const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                           const std::shared_ptr<ModemIndicationProxy>& indicationProxy)
+    : QmiClient(SERVICE, responseProxy, indicationProxy) {
     enableRtti(RTTI_TYPE);
 }
 
@@ -56,8 +55,8 @@ void PdcQmiClient::onConnected() {
 }
 
 template <class Record, class... Values>
-int PdcQmiClient::postRequest(const char* func, int msgId, int serial, Values&&... values) {
-    return post<Record>(PostTexts::BY_NAME, func, msgId, serial, std::forward<Values>(values)...);
+int PdcQmiClient::postRequest(const char* func, int msgId, int serial, const Values&... values) {
+    return post<Record>(PostTexts::BY_NAME, func, msgId, serial, values...);
 }
 
 template <class Event>
@@ -76,7 +75,7 @@ int PdcQmiClient::respondInfo(const char* func, const void* data, size_t len,
         info.configId.assign(bytes, bytes + reported);
         return convertModemAPIResultToOX(event.result);
     });
-    return (mResponseProxy.get()->*respond)(event.token, err, info);
+    return answer(respond, event.token, err, info);
 }
 
 int PdcQmiClient::getActiveMbnInfo(int serial, int type) {
@@ -92,7 +91,7 @@ int PdcQmiClient::handleGetActiveMbnInfoMessage(const MessagePtr& msg) {
     if (err != ERRNO_SUCCESS) {
         return err;
     }
-    // Nobody hears of a refusal: the caller's answer is the event alone.
+    // A call that the modem refuses stays without an answer: only an event answers this request.
     if (modem_pdc_get_activate_config_info(request->value, request->serial) == 0) {
         LOG_I("%s: successfully sent request to modem", __func__);
     }
@@ -123,7 +122,8 @@ int PdcQmiClient::handleGetMetaMbnInfoMessage(const MessagePtr& msg) {
         }
         LOG_I("%s: failed to send request", __func__);
     }
-    return mResponseProxy->respondGetMetaMbnInfo(request->serial, ERRNO_FAILED, PdcMbnInfo());
+    return answer(&ModemResponseProxy::respondGetMetaMbnInfo, request->serial, ERRNO_FAILED,
+                  PdcMbnInfo());
 }
 
 int PdcQmiClient::respondGetMetaMbnInfoAsync(const void* data, size_t len) const {
@@ -136,14 +136,15 @@ int PdcQmiClient::getMbnList(int serial) {
 }
 
 int PdcQmiClient::handleGetMbnListMessage(const MessagePtr& msg) {
-    const char* func = __func__;
+    const auto* request = takeRecord<SerialVoidParam>(__func__, msg);
+    if (request == nullptr) {
+        return ERRNO_INVALID_PARAM;
+    }
     // The list is the device's, not the modem's: the connection does not matter.
-    return serveWhen<SerialVoidParam>(
-            [] { return ERRNO_SUCCESS; }, func, {}, msg,
-            [func](const SerialVoidParam&, std::vector<std::string>& mbns) {
-                return readMbnList(func, mbns);
-            },
-            &ModemResponseProxy::respondGetMbnList);
+    std::vector<std::string> mbns;
+    const Errno err =
+            withMemory(__func__, [&, func = __func__] { return readMbnList(func, mbns); });
+    return answer(&ModemResponseProxy::respondGetMbnList, request->serial, err, mbns);
 }
 
 int PdcQmiClient::selectMbn(int serial, int type, const std::vector<uint8_t>& configId) {
@@ -241,7 +242,7 @@ int PdcQmiClient::handleActivateRegularMbnMessage(const MessagePtr& msg) {
         LOG_I("%s: successfully activated regular mbn", __func__);
         return ERRNO_SUCCESS;
     }
-    return mResponseProxy->respondActivateRegularMbn(request->serial, ERRNO_FAILED);
+    return answer(&ModemResponseProxy::respondActivateRegularMbn, request->serial, ERRNO_FAILED);
 }
 
 int PdcQmiClient::respondActivateRegularMbnAsync(const void* data, size_t len) const {
@@ -250,10 +251,10 @@ int PdcQmiClient::respondActivateRegularMbnAsync(const void* data, size_t len) c
         return ERRNO_INVALID_PARAM;
     }
     LOG_I("%s: token is %d", __func__, event.token);
-    return mResponseProxy->respondActivateRegularMbn(event.token,
-                                                     convertModemAPIResultToOX(event.result));
+    return answer(&ModemResponseProxy::respondActivateRegularMbn, event.token,
+                  convertModemAPIResultToOX(event.result));
 }
 
 void PdcQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {
-    refuseAsync(PDC, __func__, cookie);
+    refuseAsync(SERVICE, __func__, cookie);
 }

@@ -13,9 +13,10 @@
 class PdcQmiClient : public QmiClient {
 public:
     static const std::string& RTTI_TYPE;
+    static const QmiService SERVICE;
 
-    PdcQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                 std::shared_ptr<ModemIndicationProxy> indicationProxy);
+    PdcQmiClient(const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                 const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
     int getActiveMbnInfo(int serial, int type);
     int getMetaMbnInfo(int serial, const std::vector<uint8_t>& configId, int length);
@@ -52,7 +53,7 @@ private:
     int handleActivateRegularMbnMessage(const MessagePtr& msg);
 
     template <class Record, class... Values>
-    int postRequest(const char* func, int msgId, int serial, Values&&... values);
+    int postRequest(const char* func, int msgId, int serial, const Values&... values);
 
     /** Answers an info request from its event, whose record holds the bytes at offset 12. */
     template <class Event>

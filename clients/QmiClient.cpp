@@ -1,5 +1,7 @@
 #include "clients/QmiClient.h"
 
+#include <new>
+
 #include <framework/Param.h>
 
 int convertModemAPIResultToOX(modem_api_result_type result) {
@@ -15,12 +17,13 @@ int convertModemAPIResultToOX(modem_api_result_type result) {
     }
 }
 
-QmiClient::QmiClient(const QmiService& service, std::shared_ptr<ModemResponseProxy> responseProxy,
-                     std::shared_ptr<ModemIndicationProxy> indicationProxy)
-    : mService(service),
-      mResponseProxy(std::move(responseProxy)),
-      mIndicationProxy(std::move(indicationProxy)) {
+QmiClient::QmiClient(const QmiService& service,
+                     const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                     const std::shared_ptr<ModemIndicationProxy>& indicationProxy)
+    : mService(service), mResponseProxy(responseProxy), mIndicationProxy(indicationProxy) {
 }
+
+QmiClient::~QmiClient() = default;
 
 void QmiClient::onConnected() {
     LOG_I("QMI client is connected, nothing to do");
@@ -49,6 +52,22 @@ void QmiClient::setConnectionStatus(bool connected) {
     if (connected) {
         onConnected();
     }
+}
+
+ClientState QmiClient::getState() const {
+    ClientState state;
+    state.connected = isConnected();
+    state.taken = mTaken.load(std::memory_order_relaxed);
+    state.answered = mAnswered.load(std::memory_order_relaxed);
+    state.refused = mRefused.load(std::memory_order_relaxed);
+    return state;
+}
+
+int QmiClient::countAnswer(int result) const {
+    if (result == ERRNO_SUCCESS) {
+        mAnswered.fetch_add(1, std::memory_order_relaxed);
+    }
+    return result;
 }
 
 void QmiClient::logConnected(const char* func) const {
@@ -81,6 +100,22 @@ int QmiClient::sendRequest(int serial, int msgId, const std::string& value) {
 
 int QmiClient::sendRequest(int serial, int msgId, const std::vector<uint8_t>& value) {
     return post<SerialByteArrayParam>(PostTexts::BY_ID, __func__, msgId, serial, value);
+}
+
+int QmiClient::postVoid(const char* func, int msgId, int serial) {
+    LOG_I("%s: serial = %d", func, serial);
+    return sendRequest(serial, msgId);
+}
+
+int QmiClient::postMade(PostTexts texts, const char* func, int msgId, int serial,
+                        FunctionRef<std::shared_ptr<Param>()> make) {
+    std::shared_ptr<Param> record;
+    try {
+        record = make();
+    } catch (const std::bad_alloc&) {
+        return refusePost(texts, func, msgId);
+    }
+    return postRecord(texts, func, msgId, serial, std::move(record));
 }
 
 int QmiClient::postRecord(PostTexts texts, const char* func, int msgId, int serial,
@@ -129,12 +164,72 @@ bool QmiClient::accepts(const char* func, const MessagePtr& msg) const {
     return true;
 }
 
+const Param* QmiClient::takeRecord(const std::string& type, const char* func,
+                                   const MessagePtr& msg) {
+    const std::shared_ptr<Param> param = msg->getParam();
+    if (!param || !param->isType(type)) {
+        LOG_E("%s: invalid parameter", func);
+        return nullptr;
+    }
+    return param.get();  // the message keeps it
+}
+
 Errno QmiClient::checkConnected(const char* func) const {
     if (isConnected()) {
         return ERRNO_SUCCESS;
     }
     LOG_E("%s: %s QMI service not connected", func, mService.name);
     return mService.notConnected;
+}
+
+Errno QmiClient::callModem(Errno ready, const char* func, CallTexts texts,
+                           FunctionRef<int()> call) {
+    if (ready != ERRNO_SUCCESS) {
+        return ready;
+    }
+    Errno err = ERRNO_FAILED;
+    try {
+        err = call() == 0 ? ERRNO_SUCCESS : ERRNO_FAILED;
+    } catch (const std::bad_alloc&) {
+        err = refuseAnswer(func);
+    }
+    if (err != ERRNO_SUCCESS && texts.failed != nullptr) {
+        LOG_E("%s: %s", func, texts.failed);
+    } else if (err == ERRNO_SUCCESS && texts.succeeded != nullptr) {
+        LOG_I("%s: %s", func, texts.succeeded);
+    }
+    return err;
+}
+
+Errno QmiClient::withMemory(const char* func, FunctionRef<Errno()> fill) {
+    try {
+        return fill();
+    } catch (const std::bad_alloc&) {
+        return refuseAnswer(func);
+    }
+}
+
+Errno QmiClient::refuseAnswer(const char* func) {
+    LOG_E("%s: no memory for the answer", func);
+    return ERRNO_NO_MEMORY;
+}
+
+void QmiClient::finishAsync(const QmiService& service, const char* func, void* cookie,
+                            FunctionRef<void(const ModemAsyncCbData&)> finish) {
+    if (cookie == nullptr) {
+        LOG_E("%s: null async cb data for %s QMI client, can't proceed callback", func,
+              service.name);
+        return;
+    }
+    const std::unique_ptr<ModemAsyncCbData> owned(static_cast<ModemAsyncCbData*>(cookie));
+    if (!owned->msg) {
+        LOG_E("%s: can't get original %s request message from cb data, maybe logic issue", func,
+              service.name);
+    } else if (!owned->client || !owned->client->isType(service.className)) {
+        LOG_E("%s: can't get %s QMI client from cb data, maybe logic issue", func, service.name);
+    } else {
+        finish(*owned);
+    }
 }
 
 void QmiClient::refuseAsync(const QmiService& service, const char* func, void* cookie) {

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <new>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -17,6 +17,7 @@
 #include <modem_api.h>
 
 #include "clients/ModemAsyncCbData.h"
+#include "params/FunctionRef.h"
 #include "params/ModemLog.h"
 #include "proxies/ModemIndicationProxy.h"
 #include "proxies/ModemResponseProxy.h"
@@ -32,6 +33,20 @@ struct QmiService {
     Errno notConnected = ERRNO_NOT_CONNECTED;  ///< answer while the service is not connected
 };
 
+/** The serial of a message that a client posts to itself: nobody waits for an answer. */
+constexpr int INTERNAL_SERIAL = -1;
+
+/** A client's state, for a person who asks the service for it. */
+struct ClientState {
+    bool connected = false;
+    std::optional<bool> bound;        ///< of a client that binds a subscription
+    std::optional<int> bindRetries;   ///< attempts posted since the last success, as above
+    std::optional<bool> openCommand;  ///< AT: a command waits for its confirmation
+    uint64_t taken = 0;               ///< requests that reached the client
+    uint64_t answered = 0;            ///< answers that the upper layer's callback took
+    uint64_t refused = 0;             ///< requests that could not be queued
+};
+
 /**
  * Base of the clients, one per QMI service. Request methods run on any thread and only post a
  * message to the client itself; `handle` serves the messages on the client's handler thread;
@@ -40,6 +55,8 @@ struct QmiService {
  */
 class QmiClient : public Handler {
 public:
+    ~QmiClient() override;
+
     /** Runs on the modem's event thread each time the service connects. */
     virtual void onConnected();
 
@@ -50,6 +67,15 @@ public:
     virtual int release();
 
     bool isConnected() const { return mConnected; }
+
+    const QmiService& getService() const { return mService; }
+
+    /** The state at this moment; any thread. Figures that change meanwhile may not match. */
+    virtual ClientState getState() const;
+
+    /** Counts a request that came for this client, and one that could not be queued; any thread. */
+    void countTaken() { mTaken.fetch_add(1, std::memory_order_relaxed); }
+    void countRefused() { mRefused.fetch_add(1, std::memory_order_relaxed); }
 
     /** Takes the modem's report; `onConnected` runs before it returns, for true. */
     void setConnectionStatus(bool connected);
@@ -94,18 +120,29 @@ protected:
     };
 
     /** `service` must outlive the client. */
-    QmiClient(const QmiService& service, std::shared_ptr<ModemResponseProxy> responseProxy,
-              std::shared_ptr<ModemIndicationProxy> indicationProxy);
+    QmiClient(const QmiService& service, const std::shared_ptr<ModemResponseProxy>& responseProxy,
+              const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
     void logConnected(const char* func) const;
 
     /** Builds a record from `values`, and posts it to this client; `func` names the request. */
     template <class Record, class... Values>
-    int post(PostTexts texts, const char* func, int msgId, int serial, Values&&... values);
+    int post(PostTexts texts, const char* func, int msgId, int serial, const Values&... values) {
+        return postMade(texts, func, msgId, serial, [&]() -> std::shared_ptr<Param> {
+            return std::make_shared<Record>(serial, values...);
+        });
+    }
+
+    /** `post` of the record that `make` allocates. */
+    int postMade(PostTexts texts, const char* func, int msgId, int serial,
+                 FunctionRef<std::shared_ptr<Param>()> make);
 
     /** Posts a finished record, or none; `serial` is for the log alone. */
     int postRecord(PostTexts texts, const char* func, int msgId, int serial,
                    std::shared_ptr<Param> record);
+
+    /** Posts a request without arguments, whose log line tells its serial. */
+    int postVoid(const char* func, int msgId, int serial);
 
     static int refusePost(PostTexts texts, const char* func, int msgId);
 
@@ -118,32 +155,47 @@ protected:
 
     /** The message's record when it is a `Record`; null with an error line otherwise. */
     template <class Record>
-    static const Record* takeRecord(const char* func, const MessagePtr& msg);
+    static const Record* takeRecord(const char* func, const MessagePtr& msg) {
+        return static_cast<const Record*>(takeRecord(Record::RTTI_TYPE, func, msg));
+    }
+    static const Param* takeRecord(const std::string& type, const char* func,
+                                   const MessagePtr& msg);
 
     /** 0, or the service's code after an error line. */
     Errno checkConnected(const char* func) const;
 
     /**
-     * Serves a synchronous request: takes its record, checks with `ready`, calls the modem, logs,
+     * Serves a synchronous request: takes its record, checks the connection, calls the modem, logs,
      * answers.
      *
-     * @param ready gives 0, or the code to answer with instead of calling
      * @param call gets the record and the payload of the answer to fill, zero or empty before;
      *        returns 0 on success, any other value answers with 1
      * @return the respond call's result; 3 without an answer for a wrong record
      */
-    template <class Record, class Ready, class Call, class... Payload>
-    int serveWhen(Ready ready, const char* func, CallTexts texts, const MessagePtr& msg, Call call,
-                  Respond<Payload...> respond);
-
-    /** `serveWhen` the service is connected. */
     template <class Record, class Call, class... Payload>
-    int serve(const char* func, CallTexts texts, const MessagePtr& msg, Call call,
-              Respond<Payload...> respond);
+    int serve(const char* func, CallTexts texts, const MessagePtr& msg, const Call& call,
+              Respond<Payload...> respond) {
+        const Record* request = takeRecord<Record>(func, msg);
+        return request == nullptr
+                       ? ERRNO_INVALID_PARAM
+                       : serveWhen(checkConnected(func), func, texts, *request, call, respond);
+    }
+
+    /** `serve` of a taken record; a `ready` other than 0 is answered instead of calling. */
+    template <class Record, class Call, class... Payload>
+    int serveWhen(Errno ready, const char* func, CallTexts texts, const Record& request,
+                  const Call& call, Respond<Payload...> respond);
+
+    /** Answers a request, and counts the answer when the upper layer took it. */
+    template <class... Payload>
+    int answer(Respond<Payload...> respond, int serial, Errno err,
+               const std::decay_t<Payload>&... payload) const {
+        return countAnswer((mResponseProxy.get()->*respond)(serial, err, payload...));
+    }
+    int countAnswer(int result) const;
 
     /** The code that `fill` returns; 5 with an error line when there was no memory for it. */
-    template <class Fill>
-    static Errno withMemory(const char* func, Fill fill);
+    static Errno withMemory(const char* func, FunctionRef<Errno()> fill);
 
     /** Reads a value from the modem; one that could not be read stays as it was. */
     template <class Value>
@@ -154,9 +206,8 @@ protected:
      *
      * @param finish gets the cookie, whose message and client were checked
      */
-    template <class Finish>
     static void finishAsync(const QmiService& service, const char* func, void* cookie,
-                            Finish finish);
+                            FunctionRef<void(const ModemAsyncCbData&)> finish);
 
     /** The whole callback of a client that makes no asynchronous calls. */
     static void refuseAsync(const QmiService& service, const char* func, void* cookie);
@@ -168,19 +219,18 @@ protected:
     const std::shared_ptr<ModemIndicationProxy> mIndicationProxy;
 
 private:
-    std::atomic<bool> mConnected{false};
-};
+    /** Calls the modem when `ready` is 0, and logs how it went. */
+    static Errno callModem(Errno ready, const char* func, CallTexts texts, FunctionRef<int()> call);
 
-template <class Record, class... Values>
-int QmiClient::post(PostTexts texts, const char* func, int msgId, int serial, Values&&... values) {
-    std::shared_ptr<Param> record;
-    try {
-        record = std::make_shared<Record>(serial, std::forward<Values>(values)...);
-    } catch (const std::bad_alloc&) {
-        return refusePost(texts, func, msgId);
-    }
-    return postRecord(texts, func, msgId, serial, std::move(record));
-}
+    static Errno refuseAnswer(const char* func);
+
+    std::atomic<bool> mConnected{false};
+
+    // Changed with relaxed order: they are only shown, and nothing else depends on them.
+    std::atomic<uint64_t> mTaken{0};
+    mutable std::atomic<uint64_t> mAnswered{0};
+    std::atomic<uint64_t> mRefused{0};
+};
 
 template <class Client, class Routes>
 int QmiClient::route(Client& client, const char* func, const Routes& routes,
@@ -196,56 +246,15 @@ int QmiClient::route(Client& client, const char* func, const Routes& routes,
     return ERRNO_UNSUPPORTED;
 }
 
-template <class Record>
-const Record* QmiClient::takeRecord(const char* func, const MessagePtr& msg) {
-    const std::shared_ptr<Param> param = msg->getParam();
-    if (!param || !param->isType(Record::RTTI_TYPE)) {
-        LOG_E("%s: invalid parameter", func);
-        return nullptr;
-    }
-    return static_cast<const Record*>(param.get());
-}
-
-template <class Record, class Ready, class Call, class... Payload>
-int QmiClient::serveWhen(Ready ready, const char* func, CallTexts texts, const MessagePtr& msg,
-                         Call call, Respond<Payload...> respond) {
-    const Record* request = takeRecord<Record>(func, msg);
-    if (request == nullptr) {
-        return ERRNO_INVALID_PARAM;
-    }
-    std::tuple<std::decay_t<Payload>...> payload{};
-    Errno err = ready();
-    if (err == ERRNO_SUCCESS) {
-        const auto callWith = [&](auto&... values) { return call(*request, values...); };
-        err = withMemory(func, [&] {
-            return std::apply(callWith, payload) == 0 ? ERRNO_SUCCESS : ERRNO_FAILED;
-        });
-        if (err != ERRNO_SUCCESS && texts.failed != nullptr) {
-            LOG_E("%s: %s", func, texts.failed);
-        } else if (err == ERRNO_SUCCESS && texts.succeeded != nullptr) {
-            LOG_I("%s: %s", func, texts.succeeded);
-        }
-    }
-    const auto answerWith = [&](const auto&... values) {
-        return (mResponseProxy.get()->*respond)(request->serial, err, values...);
-    };
-    return std::apply(answerWith, payload);
-}
-
 template <class Record, class Call, class... Payload>
-int QmiClient::serve(const char* func, CallTexts texts, const MessagePtr& msg, Call call,
-                     Respond<Payload...> respond) {
-    return serveWhen<Record>([&] { return checkConnected(func); }, func, texts, msg, call, respond);
-}
-
-template <class Fill>
-Errno QmiClient::withMemory(const char* func, Fill fill) {
-    try {
-        return fill();
-    } catch (const std::bad_alloc&) {
-        LOG_E("%s: no memory for the answer", func);
-        return ERRNO_NO_MEMORY;
-    }
+int QmiClient::serveWhen(Errno ready, const char* func, CallTexts texts, const Record& request,
+                         const Call& call, Respond<Payload...> respond) {
+    std::tuple<std::decay_t<Payload>...> payload{};
+    const auto fill = [&](auto&... values) { return call(request, values...); };
+    const Errno err = callModem(ready, func, texts, [&] { return std::apply(fill, payload); });
+    return std::apply(
+            [&](const auto&... values) { return answer(respond, request.serial, err, values...); },
+            payload);
 }
 
 template <class Value>
@@ -256,23 +265,4 @@ int QmiClient::fetch(int (*get)(Value*), Value& value) {
         value = fetched;
     }
     return result;
-}
-
-template <class Finish>
-void QmiClient::finishAsync(const QmiService& service, const char* func, void* cookie,
-                            Finish finish) {
-    if (cookie == nullptr) {
-        LOG_E("%s: null async cb data for %s QMI client, can't proceed callback", func,
-              service.name);
-        return;
-    }
-    const std::unique_ptr<ModemAsyncCbData> owned(static_cast<ModemAsyncCbData*>(cookie));
-    if (!owned->msg) {
-        LOG_E("%s: can't get original %s request message from cb data, maybe logic issue", func,
-              service.name);
-    } else if (!owned->client || !owned->client->isType(service.className)) {
-        LOG_E("%s: can't get %s QMI client from cb data, maybe logic issue", func, service.name);
-    } else {
-        finish(*owned);
-    }
 }

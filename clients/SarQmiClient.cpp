@@ -3,16 +3,11 @@
 #include "params/MessageIds.h"
 
 const std::string& SarQmiClient::RTTI_TYPE = *new std::string("SarQmiClient");
+const QmiService SarQmiClient::SERVICE{MODEM_API_QMI_SERVICE_SAR, "SAR", RTTI_TYPE};
 
-namespace {
-
-const QmiService SAR{MODEM_API_QMI_SERVICE_SAR, "SAR", SarQmiClient::RTTI_TYPE};
-
-}  // namespace
-
-SarQmiClient::SarQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                           std::shared_ptr<ModemIndicationProxy> indicationProxy)
-    : QmiClient(SAR, std::move(responseProxy), std::move(indicationProxy)) {
+SarQmiClient::SarQmiClient(const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                           const std::shared_ptr<ModemIndicationProxy>& indicationProxy)
+    : QmiClient(SERVICE, responseProxy, indicationProxy) {
     enableRtti(RTTI_TYPE);
 }
 
@@ -49,5 +44,5 @@ int SarQmiClient::handleSetSarStateMessage(const MessagePtr& msg) {
 }
 
 void SarQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {
-    refuseAsync(SAR, __func__, cookie);
+    refuseAsync(SERVICE, __func__, cookie);
 }

@@ -6,9 +6,10 @@
 class SarQmiClient : public QmiClient {
 public:
     static const std::string& RTTI_TYPE;
+    static const QmiService SERVICE;
 
-    SarQmiClient(std::shared_ptr<ModemResponseProxy> responseProxy,
-                 std::shared_ptr<ModemIndicationProxy> indicationProxy);
+    SarQmiClient(const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                 const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
     /** The state goes to the modem unchanged; negative ones too. */
     int setSarState(int serial, int state);

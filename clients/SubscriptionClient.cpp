@@ -2,17 +2,11 @@
 
 #include "params/MessageIds.h"
 
-namespace {
-
-constexpr int INTERNAL_SERIAL = -1;
-
-}  // namespace
-
 SubscriptionClient::SubscriptionClient(const QmiService& service,
                                        const SubscriptionBinding& binding, int instanceId,
-                                       std::shared_ptr<ModemResponseProxy> responseProxy,
-                                       std::shared_ptr<ModemIndicationProxy> indicationProxy)
-    : QmiClient(service, std::move(responseProxy), std::move(indicationProxy)),
+                                       const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                                       const std::shared_ptr<ModemIndicationProxy>& indicationProxy)
+    : QmiClient(service, responseProxy, indicationProxy),
       mInstanceId(instanceId),
       mBinding(binding) {
 }
@@ -54,7 +48,7 @@ int SubscriptionClient::handleBindSubscriptionMessage(const MessagePtr& msg) {
 }
 
 void SubscriptionClient::rebindBeforeUse(const char* func, int msgId) {
-    if (msgId < SubscriptionMessage::FIRST_REQUEST || isBound()) {
+    if (msgId <= SubscriptionMessage::BIND_SUBSCRIPTION || isBound()) {
         return;
     }
     LOG_I("%s: need to rebind sub first", func);
@@ -71,6 +65,14 @@ Errno SubscriptionClient::checkBound(const char* func) const {
         return ERRNO_NOT_CONNECTED;
     }
     return checkConnected(func);
+}
+
+ClientState SubscriptionClient::getState() const {
+    ClientState state = QmiClient::getState();
+    std::lock_guard lock(mBindMutex);
+    state.bound = mBound;
+    state.bindRetries = mBindRetries;
+    return state;
 }
 
 bool SubscriptionClient::isBound() const {

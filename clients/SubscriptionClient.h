@@ -19,24 +19,33 @@ struct SubscriptionBinding {
  * requests). The state has a lock, which is not held across the bind or a post.
  */
 class SubscriptionClient : public QmiClient {
+public:
+    ClientState getState() const override;
+
 protected:
     SubscriptionClient(const QmiService& service, const SubscriptionBinding& binding,
-                       int instanceId, std::shared_ptr<ModemResponseProxy> responseProxy,
-                       std::shared_ptr<ModemIndicationProxy> indicationProxy);
+                       int instanceId, const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                       const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
     /** One attempt; posts the next one when it fails and the limit allows. */
     void bindSubscription(int instanceId);
 
     int handleBindSubscriptionMessage(const MessagePtr& msg);
 
-    /** For ids from the first request on: one attempt that posts no other, while unbound. */
+    /**
+     * Step of `handle` before a message is served: while unbound, one attempt that posts no other.
+     * The message that makes an attempt itself is left alone.
+     */
     void rebindBeforeUse(const char* func, int msgId);
 
-    /** `serveWhen` the subscription is bound and the service connected. */
+    /** `serve` that wants the subscription bound, too. */
     template <class Record, class Call, class... Payload>
-    int serveBound(const char* func, CallTexts texts, const MessagePtr& msg, Call call,
+    int serveBound(const char* func, CallTexts texts, const MessagePtr& msg, const Call& call,
                    Respond<Payload...> respond) {
-        return serveWhen<Record>([&] { return checkBound(func); }, func, texts, msg, call, respond);
+        const Record* request = takeRecord<Record>(func, msg);
+        return request == nullptr
+                       ? ERRNO_INVALID_PARAM
+                       : serveWhen(checkBound(func), func, texts, *request, call, respond);
     }
 
     const int mInstanceId;

@@ -13,33 +13,34 @@
 class VsQmiClient : public QmiClient {
 public:
     static const std::string& RTTI_TYPE;
+    static const QmiService SERVICE;
 
-    VsQmiClient(int instanceId, std::shared_ptr<ModemResponseProxy> responseProxy,
-                std::shared_ptr<ModemIndicationProxy> indicationProxy);
+    VsQmiClient(int instanceId, const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
+    // The modem itself: VsQmiClientModem.cpp
     int getBuildTime(int serial);
     int getBuildId(int serial);
     int activateMbnByName(int serial, const std::string& name);
     int restoreMbn(int serial);
-    int setAgpsTestMode(int serial, unsigned int mode);
-    int getAgpsTestMode(int serial);
-    int getModemPowerSaveMode(int serial);
-    int setModemPowerSaveMode(int serial, unsigned char mode);
-    int setModemProperty(int serial, const std::string& name, const std::string& value);
-    int getModemProperty(int serial, const std::string& name);
-    int deleteModemProperty(int serial, const std::string& name);
     int doCommonInterfaceDebug(int serial, unsigned int value);
-    int setModemPowerSaveStatus(int serial, unsigned char status);
     int getSimlockInfoStatus(int serial);
     int getSimlockInfoCategory(int serial);
     int getSimlockInfoNumberRetriesRemain(int serial);
     int getSimlockFuseStatus(int serial);
     int rebootModem(int serial);
-    int getBandsInfo(int serial);
-    int removeRatMask(int serial);
-    int abortRRCConnection(int serial);
-    int setRadioInfoReportEnabled(int serial, unsigned int enabled);
 
+    // Settings: VsQmiClientSettings.cpp
+    int setAgpsTestMode(int serial, unsigned int mode);
+    int getAgpsTestMode(int serial);
+    int getModemPowerSaveMode(int serial);
+    int setModemPowerSaveMode(int serial, unsigned char mode);
+    int setModemPowerSaveStatus(int serial, unsigned char status);
+    int setModemProperty(int serial, const std::string& name, const std::string& value);
+    int getModemProperty(int serial, const std::string& name);
+    int deleteModemProperty(int serial, const std::string& name);
+
+    // NV items, EFS files and PRL: VsQmiClientStorage.cpp
     int readNVItem(int serial, signed char selector1, int item, signed char selector2);
     int writeNVItem(int serial, signed char selector1, int item, signed char selector2,
                     const std::vector<unsigned char>& data);
@@ -51,6 +52,12 @@ public:
     int writePrl(int serial, unsigned char selector, const std::vector<unsigned char>& data);
     int verifyNV(int serial, int item, const std::vector<unsigned char>& data);
     int deleteEfsFileDir(int serial, int directory);
+
+    // Radio: VsQmiClientRadio.cpp
+    int getBandsInfo(int serial);
+    int removeRatMask(int serial);
+    int abortRRCConnection(int serial);
+    int setRadioInfoReportEnabled(int serial, unsigned int enabled);
 
     /** Events, on the modem's event thread. Data shorter than its layout is refused with 3. */
     int reportRRCStateInd(const void* data, size_t length) const;
@@ -66,29 +73,71 @@ public:
                                       modem_api_result_type result);
 
 private:
-    using RequestPtr = std::shared_ptr<SerialParam>;
-    using Process = int (VsQmiClient::*)(const void* data, size_t length, RequestPtr request) const;
+    // Several synchronous requests log the words of an asynchronous one: logs are searched for
+    // them.
+    static constexpr CallTexts SYNC_TEXTS{"failed to send sync request",
+                                          "successfully sent sync request"};
+    static constexpr CallTexts ASYNC_TEXTS{"failed to send async request",
+                                           "successfully sent async request"};
+
+    using Process = int (VsQmiClient::*)(const void* data, size_t length,
+                                         const SerialParam& request) const;
 
     /** A request's row: its handler and, for an asynchronous one, what finishes it. */
     struct VsRoute : Route<VsQmiClient> {
         Process process = nullptr;
     };
     static const VsRoute ROUTES[];
-    static constexpr size_t ROUTE_COUNT = 31;
 
+    // The modem itself.
     int handleGetBuildTimeMessage(const MessagePtr& msg);
+    int processGetBuildTimeAsyncResponse(const void* data, size_t length,
+                                         const SerialParam& request) const;
     int handleGetBuildIdMessage(const MessagePtr& msg);
+    int processGetBuildIdAsyncResponse(const void* data, size_t length,
+                                       const SerialParam& request) const;
+    int finishBuildText(const char* func, const char* what, const void* data, size_t length,
+                        const SerialParam& request, Respond<const std::string&> respond) const;
     int handleActivateMbnByNameMessage(const MessagePtr& msg);
+    int processActivateMbnByNameAsyncResponse(const void* data, size_t length,
+                                              const SerialParam& request) const;
     int handleRestoreMbnMessage(const MessagePtr& msg);
-    int handleSetAgpsTestModeMessage(const MessagePtr& msg);
-    int handleGetAgpsTestModeMessage(const MessagePtr& msg);
-    int handleGetModemPowerSaveModeMessage(const MessagePtr& msg);
-    int handleSetModemPowerSaveModeMessage(const MessagePtr& msg);
-    int handleSetModemPropertyMessage(const MessagePtr& msg);
-    int handleGetModemPropertyMessage(const MessagePtr& msg);
-    int handleDeleteModemPropertyMessage(const MessagePtr& msg);
+    int processRestoreMbnAsyncResponse(const void* data, size_t length,
+                                       const SerialParam& request) const;
     int handleDoCommonInterfaceDebugMessage(const MessagePtr& msg);
+    int serveSimlockInfo(const char* func, const MessagePtr& msg,
+                         uint8_t modem_simlock_info::*field, Respond<uint8_t> respond);
+    int handleGetSimlockInfoStateMessage(const MessagePtr& msg);
+    int handleGetSimlockInfoCategoryMessage(const MessagePtr& msg);
+    int handleGetSimlockInfoNumberRetriesRemainMessage(const MessagePtr& msg);
+    int handleGetSimlockFuseStateMessage(const MessagePtr& msg);
+    int handleRebootModemMessage(const MessagePtr& msg);
+
+    // Settings.
+    int handleSetAgpsTestModeMessage(const MessagePtr& msg);
+    int processSetAgpsTestModeAsyncResponse(const void* data, size_t length,
+                                            const SerialParam& request) const;
+    int handleGetAgpsTestModeMessage(const MessagePtr& msg);
+    int processGetAgpsTestModeAsyncResponse(const void* data, size_t length,
+                                            const SerialParam& request) const;
+    int handleGetModemPowerSaveModeMessage(const MessagePtr& msg);
+    int processGetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
+                                                  const SerialParam& request) const;
+    int handleSetModemPowerSaveModeMessage(const MessagePtr& msg);
+    int processSetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
+                                                  const SerialParam& request) const;
     int handleSetModemPowerSaveStatusMessage(const MessagePtr& msg);
+    int processSetModemPowerSaveStatusAsyncResponse(const void* data, size_t length,
+                                                    const SerialParam& request) const;
+    int handleSetModemPropertyMessage(const MessagePtr& msg);
+    int processSetModemPropertyAsyncResponse(const void* data, size_t length,
+                                             const SerialParam& request) const;
+    int handleGetModemPropertyMessage(const MessagePtr& msg);
+    int processGetModemPropertyAsyncResponse(const void* data, size_t length,
+                                             const SerialParam& request) const;
+    int handleDeleteModemPropertyMessage(const MessagePtr& msg);
+
+    // NV items, EFS files and PRL.
     int handleReadNVItemMessage(const MessagePtr& msg);
     int handleWriteNVItemMessage(const MessagePtr& msg);
     int handleReadEfsFileMessage(const MessagePtr& msg);
@@ -97,91 +146,57 @@ private:
     int handleReadPrlMessage(const MessagePtr& msg);
     int handleWritePrlMessage(const MessagePtr& msg);
     int handleVerifyNVMessage(const MessagePtr& msg);
-    int handleGetSimlockInfoStateMessage(const MessagePtr& msg);
-    int handleGetSimlockInfoCategoryMessage(const MessagePtr& msg);
-    int handleGetSimlockInfoNumberRetriesRemainMessage(const MessagePtr& msg);
-    int handleGetSimlockFuseStateMessage(const MessagePtr& msg);
-    int handleRebootModemMessage(const MessagePtr& msg);
-    int handleGetBandsInfoMessage(const MessagePtr& msg);
-    int handleRemoveRatMaskMessage(const MessagePtr& msg);
-    int handleAbortRRCConnectionMessage(const MessagePtr& msg);
-    int handleSetRadioInfoReportEnabledMessage(const MessagePtr& msg);
     int handleDeleteEfsFileDirMessage(const MessagePtr& msg);
 
-    int processGetBuildTimeAsyncResponse(const void* data, size_t length, RequestPtr request) const;
-    int processGetBuildIdAsyncResponse(const void* data, size_t length, RequestPtr request) const;
-    int processActivateMbnByNameAsyncResponse(const void* data, size_t length,
-                                              RequestPtr request) const;
-    int processRestoreMbnAsyncResponse(const void* data, size_t length, RequestPtr request) const;
-    int processSetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                            RequestPtr request) const;
-    int processGetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                            RequestPtr request) const;
-    int processGetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                  RequestPtr request) const;
-    int processSetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                  RequestPtr request) const;
-    int processSetModemPropertyAsyncResponse(const void* data, size_t length,
-                                             RequestPtr request) const;
-    int processGetModemPropertyAsyncResponse(const void* data, size_t length,
-                                             RequestPtr request) const;
-    int processSetModemPowerSaveStatusAsyncResponse(const void* data, size_t length,
-                                                    RequestPtr request) const;
-    int processGetBandsInfoAsyncResponse(const void* data, size_t length, RequestPtr request) const;
+    // Radio.
+    int handleGetBandsInfoMessage(const MessagePtr& msg);
+    int processGetBandsInfoAsyncResponse(const void* data, size_t length,
+                                         const SerialParam& request) const;
+    int handleRemoveRatMaskMessage(const MessagePtr& msg);
     int processRemoveRatMaskAsyncResponse(const void* data, size_t length,
-                                          RequestPtr request) const;
+                                          const SerialParam& request) const;
+    int handleAbortRRCConnectionMessage(const MessagePtr& msg);
     int processAbortRRCConnectionResponse(const void* data, size_t length,
-                                          RequestPtr request) const;
+                                          const SerialParam& request) const;
+    int handleSetRadioInfoReportEnabledMessage(const MessagePtr& msg);
     int processSetRadioInfoReportEnabledAsyncResponse(const void* data, size_t length,
-                                                      RequestPtr request) const;
-
-    int postVoid(const char* func, int msgId, int serial);
+                                                      const SerialParam& request) const;
 
     /** The Errno of an asynchronous response record. */
     Errno verifyModemAPIResponse(const void* data, size_t length) const;
 
     /**
      * Serves an asynchronous request: takes its record, checks the connection, hands the modem a
-     * cookie.
+     * cookie; answers only when the modem does not take the call.
      *
-     * @param call gets the record and the cookie, and returns what the modem's function returned;
-     *        nonzero gives the cookie back and answers with 1
+     * @param call the modem's function, for a request without arguments or with the record's value;
+     *        or a lambda that gets the record and the cookie, and returns what the function
+     * returned
      */
-    template <class Record, class Call, class... Payload>
-    int serveAsync(const char* func, const MessagePtr& msg, Call call, Respond<Payload...> respond);
-
-    /** `serveAsync` for a modem function without arguments, and for one with the record's value. */
-    template <class... Payload>
-    int serveAsync(const char* func, const MessagePtr& msg,
-                   int (*modemCall)(void*, modem_api_async_callback), Respond<Payload...> respond);
-    template <class Record, class Value, class... Payload>
-    int serveAsync(const char* func, const MessagePtr& msg,
-                   int (*modemCall)(Value, void*, modem_api_async_callback),
+    template <class Record = SerialVoidParam, class Call, class... Payload>
+    int serveAsync(const char* func, const MessagePtr& msg, const Call& call,
                    Respond<Payload...> respond);
 
+    /** Makes the cookie and the call; 0 when the modem took it, else the code to answer with. */
+    Errno sendAsync(const char* func, const MessagePtr& msg, FunctionRef<int(void* cookie)> call);
+
     /** Finishes a request whose answer is its result alone. */
-    int finish(const char* func, const void* data, size_t length, const RequestPtr& request,
+    int finish(const char* func, const void* data, size_t length, const SerialParam& request,
                Respond<> respond) const;
 
     /**
      * Finishes a request with a payload.
      *
      * @param extract fills the payload from the response; a nonzero Errno answers with that and
-     *        an empty payload
+     *        the payload as it was left
      */
     template <class Extract, class Payload>
-    int finish(const char* func, const void* data, size_t length, const RequestPtr& request,
-               Respond<Payload> respond, Extract extract) const;
+    int finish(const char* func, const void* data, size_t length, const SerialParam& request,
+               Respond<Payload> respond, const Extract& extract) const;
 
-    int finishBuildText(const char* func, const char* what, const void* data, size_t length,
-                        const RequestPtr& request, Respond<const std::string&> respond) const;
-
-    int serveSimlockInfo(const char* func, const MessagePtr& msg,
-                         uint8_t modem_simlock_info::*field, Respond<uint8_t> respond);
-
-    /** Posts an NV, EFS or PRL request, whose lines name the function. */
-    template <class Record, class... Values>
-    int postStorage(const char* func, int msgId, int serial, Values&&... values);
+    /** Hands a good response record to `extract`; the code to answer with. */
+    Errno readAsyncResponse(const char* func, const void* data, size_t length,
+                            FunctionRef<Errno(const modem_async_response&)> extract) const;
 
     const int mInstanceId;
 };

@@ -13,9 +13,6 @@ constexpr size_t NV_ITEM_MAX = 512;
 constexpr size_t EFS_FILE_MAX = 10240;
 constexpr size_t PRL_MAX = 10240;
 
-constexpr const char* FAILED = "failed to send sync request";
-constexpr const char* SENT = "successfully sent sync request";
-
 /**
  * Reads up to `Size` bytes.
  *
@@ -35,20 +32,14 @@ int readInto(std::vector<uint8_t>& data, Read read) {
 
 }  // namespace
 
-template <class Record, class... Values>
-int VsQmiClient::postStorage(const char* func, int msgId, int serial, Values&&... values) {
-    return post<Record>(PostTexts::BY_NAME_SHORT, func, msgId, serial,
-                        std::forward<Values>(values)...);
-}
-
 int VsQmiClient::readNVItem(int serial, signed char selector1, int item, signed char selector2) {
-    return postStorage<NVItemParam>(__func__, VsMessage::READ_NV_ITEM, serial, item, selector1,
-                                    selector2, std::vector<uint8_t>());
+    return post<NVItemParam>(PostTexts::BY_NAME_SHORT, __func__, VsMessage::READ_NV_ITEM, serial,
+                             item, selector1, selector2, std::vector<uint8_t>());
 }
 
 int VsQmiClient::handleReadNVItemMessage(const MessagePtr& msg) {
     return serve<NVItemParam>(
-            __func__, {FAILED, SENT}, msg,
+            __func__, SYNC_TEXTS, msg,
             [](const NVItemParam& request, std::vector<uint8_t>& data) {
                 return readInto<NV_ITEM_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_nv_for_subid(request.selector1, request.item,
@@ -61,14 +52,14 @@ int VsQmiClient::handleReadNVItemMessage(const MessagePtr& msg) {
 
 int VsQmiClient::writeNVItem(int serial, signed char selector1, int item, signed char selector2,
                              const std::vector<unsigned char>& data) {
-    return postStorage<NVItemParam>(__func__, VsMessage::WRITE_NV_ITEM, serial, item, selector1,
-                                    selector2, data);
+    return post<NVItemParam>(PostTexts::BY_NAME_SHORT, __func__, VsMessage::WRITE_NV_ITEM, serial,
+                             item, selector1, selector2, data);
 }
 
 int VsQmiClient::handleWriteNVItemMessage(const MessagePtr& msg) {
     // The modem takes the first selector only.
     return serve<NVItemParam>(
-            __func__, {FAILED, SENT}, msg,
+            __func__, SYNC_TEXTS, msg,
             [](const NVItemParam& request) {
                 return modem_write_nv_for_subid(request.selector1, request.item,
                                                 request.data.data(), request.data.size());
@@ -77,13 +68,13 @@ int VsQmiClient::handleWriteNVItemMessage(const MessagePtr& msg) {
 }
 
 int VsQmiClient::readEfsFile(int serial, int file, unsigned char subSelector) {
-    return postStorage<EfsAccessParam>(__func__, VsMessage::READ_EFS_FILE, serial, file,
-                                       subSelector, std::vector<uint8_t>());
+    return post<EfsAccessParam>(PostTexts::BY_NAME_SHORT, __func__, VsMessage::READ_EFS_FILE,
+                                serial, file, subSelector, std::vector<uint8_t>());
 }
 
 int VsQmiClient::handleReadEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, {FAILED, SENT}, msg,
+            __func__, SYNC_TEXTS, msg,
             [](const EfsAccessParam& request, std::vector<uint8_t>& data) {
                 return readInto<EFS_FILE_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_efs_for_subid(request.subSelector, request.file, buffer,
@@ -95,13 +86,13 @@ int VsQmiClient::handleReadEfsFileMessage(const MessagePtr& msg) {
 
 int VsQmiClient::writeEfsFile(int serial, int file, unsigned char subSelector,
                               const std::vector<unsigned char>& data) {
-    return postStorage<EfsAccessParam>(__func__, VsMessage::WRITE_EFS_FILE, serial, file,
-                                       subSelector, data);
+    return post<EfsAccessParam>(PostTexts::BY_NAME_SHORT, __func__, VsMessage::WRITE_EFS_FILE,
+                                serial, file, subSelector, data);
 }
 
 int VsQmiClient::handleWriteEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, {FAILED, SENT}, msg,
+            __func__, SYNC_TEXTS, msg,
             [](const EfsAccessParam& request) {
                 return modem_write_efs_for_subid(request.subSelector, request.file,
                                                  request.data.data(), request.data.size());
@@ -110,13 +101,13 @@ int VsQmiClient::handleWriteEfsFileMessage(const MessagePtr& msg) {
 }
 
 int VsQmiClient::deleteEfsFile(int serial, int file, unsigned char subSelector) {
-    return postStorage<EfsAccessParam>(__func__, VsMessage::DELETE_EFS_FILE, serial, file,
-                                       subSelector, std::vector<uint8_t>());
+    return post<EfsAccessParam>(PostTexts::BY_NAME_SHORT, __func__, VsMessage::DELETE_EFS_FILE,
+                                serial, file, subSelector, std::vector<uint8_t>());
 }
 
 int VsQmiClient::handleDeleteEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, {FAILED, SENT}, msg,
+            __func__, SYNC_TEXTS, msg,
             [](const EfsAccessParam& request) {
                 return modem_del_efs_for_subid(request.subSelector, request.file);
             },
@@ -129,7 +120,7 @@ int VsQmiClient::readPrl(int serial, unsigned char selector) {
 
 int VsQmiClient::handleReadPrlMessage(const MessagePtr& msg) {
     return serve<SerialByteParam>(
-            __func__, {FAILED, SENT}, msg,
+            __func__, SYNC_TEXTS, msg,
             [](const SerialByteParam& request, std::vector<uint8_t>& data) {
                 return readInto<PRL_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_prl(request.value, buffer, length);
@@ -140,12 +131,13 @@ int VsQmiClient::handleReadPrlMessage(const MessagePtr& msg) {
 
 int VsQmiClient::writePrl(int serial, unsigned char selector,
                           const std::vector<unsigned char>& data) {
-    return postStorage<PrlParam>(__func__, VsMessage::WRITE_PRL, serial, selector, data);
+    return post<PrlParam>(PostTexts::BY_NAME_SHORT, __func__, VsMessage::WRITE_PRL, serial,
+                          selector, data);
 }
 
 int VsQmiClient::handleWritePrlMessage(const MessagePtr& msg) {
     return serve<PrlParam>(
-            __func__, {FAILED, SENT}, msg,
+            __func__, SYNC_TEXTS, msg,
             [](const PrlParam& request) {
                 return modem_write_prl(request.selector, request.data.data(), request.data.size());
             },
@@ -153,12 +145,13 @@ int VsQmiClient::handleWritePrlMessage(const MessagePtr& msg) {
 }
 
 int VsQmiClient::verifyNV(int serial, int item, const std::vector<unsigned char>& data) {
-    return postStorage<NVItemParam>(__func__, VsMessage::VERIFY_NV, serial, item, data);
+    return post<NVItemParam>(PostTexts::BY_NAME_SHORT, __func__, VsMessage::VERIFY_NV, serial, item,
+                             data);
 }
 
 int VsQmiClient::handleVerifyNVMessage(const MessagePtr& msg) {
     return serve<NVItemParam>(
-            __func__, {FAILED, SENT}, msg,
+            __func__, SYNC_TEXTS, msg,
             [](const NVItemParam& request, uint8_t& verified) {
                 modem_nv_verification verification{};
                 const int result = modem_verify_nv(request.item, request.data.data(),
@@ -170,13 +163,13 @@ int VsQmiClient::handleVerifyNVMessage(const MessagePtr& msg) {
 }
 
 int VsQmiClient::deleteEfsFileDir(int serial, int directory) {
-    return postStorage<EfsAccessParam>(__func__, VsMessage::DELETE_EFS_FILE_DIR, serial, directory,
-                                       0U, std::vector<uint8_t>());
+    return post<EfsAccessParam>(PostTexts::BY_NAME_SHORT, __func__, VsMessage::DELETE_EFS_FILE_DIR,
+                                serial, directory, 0U, std::vector<uint8_t>());
 }
 
 int VsQmiClient::handleDeleteEfsFileDirMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, {FAILED, SENT}, msg,
+            __func__, SYNC_TEXTS, msg,
             [](const EfsAccessParam& request) { return modem_del_efs_file_dir(request.file); },
             &ModemResponseProxy::respondDeleteEfsFileDir);
 }

@@ -5,10 +5,10 @@
 #include "params/MessageIds.h"
 
 const std::string& WdsQmiClient::RTTI_TYPE = *new std::string("WdsQmiClient");
+const QmiService WdsQmiClient::SERVICE{MODEM_API_QMI_SERVICE_WDS, "WDS", RTTI_TYPE};
 
 namespace {
 
-const QmiService WDS{MODEM_API_QMI_SERVICE_WDS, "WDS", WdsQmiClient::RTTI_TYPE};
 const SubscriptionBinding BINDING{modem_api_bind_wds_subscription, true};
 
 int deleteProfile(const char* func, const modem_ims_profile& profile) {
@@ -39,10 +39,9 @@ int deleteProfiles(const char* func) {
 
 }  // namespace
 
-WdsQmiClient::WdsQmiClient(int instanceId, std::shared_ptr<ModemResponseProxy> responseProxy,
-                           std::shared_ptr<ModemIndicationProxy> indicationProxy)
-    : SubscriptionClient(WDS, BINDING, instanceId, std::move(responseProxy),
-                         std::move(indicationProxy)) {
+WdsQmiClient::WdsQmiClient(int instanceId, const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                           const std::shared_ptr<ModemIndicationProxy>& indicationProxy)
+    : SubscriptionClient(SERVICE, BINDING, instanceId, responseProxy, indicationProxy) {
     enableRtti(RTTI_TYPE);
 }
 
@@ -66,8 +65,7 @@ void WdsQmiClient::onConnected() {
 }
 
 int WdsQmiClient::isImsProfileNormal(int serial) {
-    LOG_I("%s: serial = %d", __func__, serial);
-    return sendRequest(serial, WdsMessage::CHECK_IMS_PROFILE_NORMAL);
+    return postVoid(__func__, WdsMessage::CHECK_IMS_PROFILE_NORMAL, serial);
 }
 
 int WdsQmiClient::handleCheckImsProfileNormalMessage(const MessagePtr& msg) {
@@ -81,8 +79,7 @@ int WdsQmiClient::handleCheckImsProfileNormalMessage(const MessagePtr& msg) {
 }
 
 int WdsQmiClient::deleteImsProfile(int serial) {
-    LOG_I("%s: serial = %d", __func__, serial);
-    return sendRequest(serial, WdsMessage::DELETE_IMS_PROFILE);
+    return postVoid(__func__, WdsMessage::DELETE_IMS_PROFILE, serial);
 }
 
 int WdsQmiClient::handleDeleteImsProfileMessage(const MessagePtr& msg) {
@@ -94,5 +91,5 @@ int WdsQmiClient::handleDeleteImsProfileMessage(const MessagePtr& msg) {
 }
 
 void WdsQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {
-    refuseAsync(WDS, __func__, cookie);
+    refuseAsync(SERVICE, __func__, cookie);
 }

@@ -9,9 +9,10 @@
 class WdsQmiClient : public SubscriptionClient {
 public:
     static const std::string& RTTI_TYPE;
+    static const QmiService SERVICE;
 
-    WdsQmiClient(int instanceId, std::shared_ptr<ModemResponseProxy> responseProxy,
-                 std::shared_ptr<ModemIndicationProxy> indicationProxy);
+    WdsQmiClient(int instanceId, const std::shared_ptr<ModemResponseProxy>& responseProxy,
+                 const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
     int isImsProfileNormal(int serial);
     int deleteImsProfile(int serial);

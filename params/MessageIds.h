@@ -17,11 +17,10 @@ enum : int {
 };
 }  // namespace DmsMessage
 
-/** What the clients that bind a subscription share. */
+/** What the clients that bind a subscription share. Their requests have higher ids. */
 namespace SubscriptionMessage {
 enum : int {
     BIND_SUBSCRIPTION = 1,
-    FIRST_REQUEST = 2,  ///< from here on an unbound client binds before it serves
 };
 }  // namespace SubscriptionMessage
 

@@ -88,8 +88,9 @@ int ModemIndicationProxy::sendPowerSaveMode(const char* func, int mode) const {
     });
 }
 
-template <class Call>
-int ModemIndicationProxy::send(const char* func, Call call) const {
+int ModemIndicationProxy::send(
+        const char* func,
+        FunctionRef<android::hardware::Return<void>(IModemIndication&)> call) const {
     const sp<IModemIndication> callback = getCallback();
     if (callback == nullptr) {
         LOG_E("%s: indCb null, can't send indication", func);

@@ -9,6 +9,7 @@
 #include <framework/Errno.h>
 #include <vendor/lyr/modem/1.0/IModemIndication.h>
 
+#include "params/FunctionRef.h"
 #include "proxies/Payloads.h"
 
 /**
@@ -53,8 +54,10 @@ private:
     int sendPowerSaveMode(const char* func, int mode) const;
 
     /** Makes one call to the callback; 4 with a log line when there is none. */
-    template <class Call>
-    int send(const char* func, Call call) const;
+    int
+    send(const char* func,
+         FunctionRef<android::hardware::Return<void>(vendor::lyr::modem::V1_0::IModemIndication&)>
+                 call) const;
 
     /** Keeps an event that found no callback, and replays when one was installed meanwhile. */
     template <class Value>

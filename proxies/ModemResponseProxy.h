@@ -2,13 +2,13 @@
 
 #include <cstdint>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include <framework/CallbackProxy.h>
 #include <framework/Errno.h>
 #include <vendor/lyr/modem/1.0/IModemResponse.h>
 
+#include "params/FunctionRef.h"
 #include "proxies/Payloads.h"
 
 /** The error that a client of the interface sees: 0 success, 2 unsupported, 1 anything else. */
@@ -25,13 +25,6 @@ class ModemResponseProxy : public CallbackProxy {
 public:
     /** The installed callback, or null when there is none or it is of another interface. */
     android::sp<vendor::lyr::modem::V1_0::IModemResponse> getCallback() const;
-
-    /** Answers with the payload that stands for none: zero, or empty. */
-    template <class... Payload>
-    int respondEmpty(int (ModemResponseProxy::*respond)(int, Errno, Payload...), int serial,
-                     Errno err) {
-        return (this->*respond)(serial, err, std::decay_t<Payload>{}...);
-    }
 
     int respondSwitchNRNetworkMode(int serial, Errno err);
     int respondGetNRNetworkMode(int serial, Errno err, uint32_t mode);
@@ -87,7 +80,9 @@ public:
     int respondSendLogControlResp(int serial, Errno err);
 
 private:
+    using Callback = vendor::lyr::modem::V1_0::IModemResponse;
     using ResponseInfo = vendor::lyr::modem::V1_0::ResponseInfo;
+    using Result = android::hardware::Return<void>;
 
     /** Logs and sends; `func` is the respond method's name. */
     template <class Method, class... Payload>
@@ -99,7 +94,7 @@ private:
     int respondNamed(const char* func, const char* name, int serial, Errno err, Method method,
                      Value value) const;
 
-    template <class Method, class... Payload>
-    int send(const char* func, int serial, Errno err, Method method,
-             const Payload&... payload) const;
+    /** `respond` and `respondNamed` after their first line; `call` calls the method. */
+    int send(const char* func, int serial, Errno err,
+             FunctionRef<Result(Callback&, const ResponseInfo&)> call) const;
 };

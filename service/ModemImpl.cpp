@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <new>
 
 #include "params/ModemLog.h"
 
@@ -10,6 +11,16 @@ using android::hardware::Return;
 using android::hardware::Void;
 using vendor::lyr::modem::V1_0::IModemIndication;
 using vendor::lyr::modem::V1_0::IModemResponse;
+
+namespace {
+
+// The services that have a client, on one instance or the other.
+const QmiService* const SERVICES[] = {&AtQmiClient::SERVICE,  &DmsQmiClient::SERVICE,
+                                      &NasQmiClient::SERVICE, &PdcQmiClient::SERVICE,
+                                      &SarQmiClient::SERVICE, &VsQmiClient::SERVICE,
+                                      &WdsQmiClient::SERVICE};
+
+}  // namespace
 
 // Never destroyed: requests and events arrive while the process exits.
 std::shared_ptr<ModemImpl>& ModemImpl::sInstance = *new std::shared_ptr<ModemImpl>;
@@ -55,9 +66,7 @@ ModemImpl::~ModemImpl() {
 int ModemImpl::setup() {
     // First: opening a connection raises an event that looks for the client here.
     std::atomic_store(&sInstance, shared_from_this());
-    const std::shared_ptr<QmiClient> clients[] = {mAtClient,  mDmsClient, mNasClient, mPdcClient,
-                                                  mSarClient, mVsClient,  mWdsClient};
-    for (const auto& client : clients) {
+    for (const auto& client : getClients()) {
         const int result = client ? client->setup() : ERRNO_SUCCESS;
         if (result != ERRNO_SUCCESS) {
             LOG_E("%s: failed to setup QMI clients", __func__);
@@ -97,51 +106,34 @@ std::shared_ptr<QmiClient> ModemImpl::getQmiClient(modem_api_qmi_service_type se
     if (!instance) {
         return nullptr;
     }
-    switch (service) {
-        case MODEM_API_QMI_SERVICE_WDS:
-            return instance->mWdsClient;
-        case MODEM_API_QMI_SERVICE_DMS:
-            return instance->mDmsClient;
-        case MODEM_API_QMI_SERVICE_NAS:
-            return instance->mNasClient;
-        case MODEM_API_QMI_SERVICE_AT:
-            return instance->mAtClient;
-        case MODEM_API_QMI_SERVICE_SAR:
-            return instance->mSarClient;
-        case MODEM_API_QMI_SERVICE_PDC:
-            return instance->mPdcClient;
-        case MODEM_API_QMI_SERVICE_VS:
-            return instance->mVsClient;
-        default:
-            return nullptr;
+    for (const auto& client : instance->getClients()) {
+        if (client && client->getService().type == service) {
+            return client;
+        }
     }
+    return nullptr;
 }
 
 std::string ModemImpl::getQmiServiceName(modem_api_qmi_service_type service) {
-    switch (service) {
-        case MODEM_API_QMI_SERVICE_WDS:
-            return "WDS";
-        case MODEM_API_QMI_SERVICE_DMS:
-            return "DMS";
-        case MODEM_API_QMI_SERVICE_NAS:
-            return "NAS";
-        case MODEM_API_QMI_SERVICE_AT:
-            return "AT";
-        case MODEM_API_QMI_SERVICE_SAR:
-            return "SAR";
-        case MODEM_API_QMI_SERVICE_PDC:
-            return "PDC";
-        case MODEM_API_QMI_SERVICE_VS:
-            return "VS";
-        case MODEM_API_QMI_SERVICE_VMS:
-            return "VMS";
-        default:
-            return "UNKNOWN";
+    for (const QmiService* known : SERVICES) {
+        if (known->type == service) {
+            return known->name;
+        }
     }
+    return service == MODEM_API_QMI_SERVICE_VMS ? "VMS" : "UNKNOWN";
+}
+
+std::array<std::shared_ptr<QmiClient>, 7> ModemImpl::getClients() const {
+    return {mAtClient, mDmsClient, mNasClient, mPdcClient, mSarClient, mVsClient, mWdsClient};
 }
 
 void ModemImpl::modemApiEventCallback(modem_api_event_type event, void* data, size_t length) {
     LOG_I("received modem api event %d", event);
+    // The copy keeps the clients; an event before the service is published finds none.
+    const std::shared_ptr<ModemImpl> service = getInstance();
+    AtQmiClient* const at = service ? service->mAtClient.get() : nullptr;
+    PdcQmiClient* const pdc = service ? service->mPdcClient.get() : nullptr;
+    VsQmiClient* const vs = service ? service->mVsClient.get() : nullptr;
     switch (event) {
         case MODEM_API_EVENT_SERVICE_CONNECTED:
             processServiceEvent(true, data, length);
@@ -151,34 +143,45 @@ void ModemImpl::modemApiEventCallback(modem_api_event_type event, void* data, si
             break;
         case MODEM_API_EVENT_AT_COMMAND:
             LOG_I("AT command reported");
-            forwardEvent(&ModemImpl::mAtClient, &AtQmiClient::processAtCommand, data, length);
+            if (at != nullptr) {
+                at->processAtCommand(data, length);
+            }
             break;
         case MODEM_API_EVENT_RRC_STATE:
             LOG_I("RRC STATE CHANGED");
-            forwardEvent(&ModemImpl::mVsClient, &VsQmiClient::reportRRCStateInd, data, length);
+            if (vs != nullptr) {
+                vs->reportRRCStateInd(data, length);
+            }
             break;
         case MODEM_API_EVENT_ACTIVE_MBN_INFO:
             LOG_I("async response for get-active-mbn-info reported");
-            forwardEvent(&ModemImpl::mPdcClient, &PdcQmiClient::respondGetActiveMbnInfoAsync, data,
-                         length);
+            if (pdc != nullptr) {
+                pdc->respondGetActiveMbnInfoAsync(data, length);
+            }
             break;
         case MODEM_API_EVENT_META_MBN_INFO:
             LOG_I("async response for get-meta-mbn-info reported");
-            forwardEvent(&ModemImpl::mPdcClient, &PdcQmiClient::respondGetMetaMbnInfoAsync, data,
-                         length);
+            if (pdc != nullptr) {
+                pdc->respondGetMetaMbnInfoAsync(data, length);
+            }
             break;
         case MODEM_API_EVENT_NR_RADIO_INFO:
             LOG_I("NR RADIO INFO");
-            forwardEvent(&ModemImpl::mVsClient, &VsQmiClient::reportRadioInfoInd, data, length);
+            if (vs != nullptr) {
+                vs->reportRadioInfoInd(data, length);
+            }
             break;
         case MODEM_API_EVENT_POWER_SAVE_MODE:
             LOG_I("POWER SAVE MODE REPORT");
-            forwardEvent(&ModemImpl::mVsClient, &VsQmiClient::reportPowerSaveModeInd, data, length);
+            if (vs != nullptr) {
+                vs->reportPowerSaveModeInd(data, length);
+            }
             break;
         case MODEM_API_EVENT_ACTIVATE_REGULAR_MBN:
             LOG_I("async response for activate-regular-mbn reported");
-            forwardEvent(&ModemImpl::mPdcClient, &PdcQmiClient::respondActivateRegularMbnAsync,
-                         data, length);
+            if (pdc != nullptr) {
+                pdc->respondActivateRegularMbnAsync(data, length);
+            }
             break;
         default:
             LOG_E("modem api event %d NOT supported", event);
@@ -203,12 +206,29 @@ void ModemImpl::processServiceEvent(bool connected, const void* data, size_t len
     client->setConnectionStatus(connected);
 }
 
-template <class Client, class Report>
-void ModemImpl::forwardEvent(std::shared_ptr<Client> ModemImpl::*client, Report report,
-                             const void* data, size_t length) {
-    const std::shared_ptr<ModemImpl> instance = getInstance();
-    const std::shared_ptr<Client> receiver = instance ? instance.get()->*client : nullptr;
-    if (receiver) {
-        (receiver.get()->*report)(data, length);
+Return<void> ModemImpl::request(const char* func, int32_t serial, QmiClient* client,
+                                FunctionRef<int()> send, FunctionRef<void(Errno)> refuse) {
+    LOG_I("ModemImpl::%s: serial = %d", func, serial);
+    return handOver(func, client, send, refuse);
+}
+
+Return<void> ModemImpl::handOver(const char* func, QmiClient* client, FunctionRef<int()> send,
+                                 FunctionRef<void(Errno)> refuse) {
+    Errno err = ERRNO_NOT_CONNECTED;
+    if (client != nullptr) {
+        client->countTaken();
+        try {
+            err = send();
+        } catch (const std::bad_alloc&) {
+            LOG_E("ModemImpl::%s: no memory for the arguments", func);
+            err = ERRNO_NO_MEMORY;
+        }
     }
+    if (err != ERRNO_SUCCESS) {
+        if (client != nullptr) {
+            client->countRefused();
+        }
+        refuse(err);
+    }
+    return Void();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -151,28 +152,26 @@ private:
 
     static void processServiceEvent(bool connected, const void* data, size_t length);
 
-    /** Hands an event to a client; dropped when there is no such client. */
-    template <class Client, class Report>
-    static void forwardEvent(std::shared_ptr<Client> ModemImpl::*client, Report report,
-                             const void* data, size_t length);
-
-    /** The way of a request: logs it and hands it over. */
-    template <class Client, class... Params, class... Payload, class... Args>
-    android::hardware::Return<void> request(
-            const char* func, int32_t serial, const std::shared_ptr<Client>& client,
-            int (Client::*send)(int, Params...),
-            int (ModemResponseProxy::*respond)(int, Errno, Payload...), const Args&... args);
-
     /**
-     * Calls the client's method with the converted arguments, and answers with an empty payload
-     * when the request could not be handed over: 4 without the client, 5 without memory, or what
-     * the client returned.
+     * The way of a request: logs it, and hands it to its client with `send`. One that could not be
+     * handed over is answered with `refuse`: 4 without the client, 5 without memory, or what `send`
+     * returned.
+     *
+     * @param client null on an instance without it
+     * @param send converts the arguments and calls the client's method
+     * @param refuse answers with the code that it gets and an empty payload
      */
-    template <class Client, class... Params, class... Payload, class... Args>
-    android::hardware::Return<void> handOver(
-            const char* func, int32_t serial, const std::shared_ptr<Client>& client,
-            int (Client::*send)(int, Params...),
-            int (ModemResponseProxy::*respond)(int, Errno, Payload...), const Args&... args);
+    android::hardware::Return<void> request(const char* func, int32_t serial, QmiClient* client,
+                                            FunctionRef<int()> send,
+                                            FunctionRef<void(Errno)> refuse);
+
+    /** `request` after its log line. */
+    android::hardware::Return<void> handOver(const char* func, QmiClient* client,
+                                             FunctionRef<int()> send,
+                                             FunctionRef<void(Errno)> refuse);
+
+    /** In the order in which they are set up; null where the instance has no such client. */
+    std::array<std::shared_ptr<QmiClient>, 7> getClients() const;
 
     std::shared_ptr<ModemResponseProxy> mResponseProxy;
     std::shared_ptr<ModemIndicationProxy> mIndicationProxy;

@@ -1,0 +1,56 @@
+#pragma once
+
+// The steps of asynchronous requests, for the sources of the VS client alone.
+
+#include <algorithm>
+#include <cstring>
+
+#include "clients/VsQmiClient.h"
+
+/** A text of the modem's, which ends at its first NUL, or at the end of the field. */
+template <size_t Size>
+std::string textOf(const char (&field)[Size], size_t length = Size) {
+    return std::string(field, strnlen(field, std::min(length, Size)));
+}
+
+/** A record's value as the modem's functions take it. */
+inline const char* toModem(const std::string& text) {
+    return text.c_str();
+}
+
+template <class Integer>
+Integer toModem(Integer value) {
+    return value;
+}
+
+template <class Record, class Call, class... Payload>
+int VsQmiClient::serveAsync(const char* func, const MessagePtr& msg, const Call& call,
+                            Respond<Payload...> respond) {
+    const Record* request = takeRecord<Record>(func, msg);
+    if (request == nullptr) {
+        return ERRNO_INVALID_PARAM;
+    }
+    const Errno err = sendAsync(func, msg, [&](void* cookie) -> int {
+        if constexpr (std::is_invocable_v<Call, const Record&, void*>) {
+            return call(*request, cookie);
+        } else if constexpr (std::is_invocable_v<Call, void*, modem_api_async_callback>) {
+            return call(cookie, modemApiAsyncCallback);
+        } else {
+            return call(toModem(request->value), cookie, modemApiAsyncCallback);
+        }
+    });
+    return err == ERRNO_SUCCESS ? err
+                                : answer(respond, request->serial, err, std::decay_t<Payload>{}...);
+}
+
+template <class Extract, class Payload>
+int VsQmiClient::finish(const char* func, const void* data, size_t length,
+                        const SerialParam& request, Respond<Payload> respond,
+                        const Extract& extract) const {
+    std::decay_t<Payload> payload{};
+    const Errno err =
+            readAsyncResponse(func, data, length, [&](const modem_async_response& reported) {
+                return extract(reported.payload, payload);
+            });
+    return answer(respond, request.serial, err, payload);
+}
