@@ -4,17 +4,24 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 . tools/setup.sh
 
-usage="usage: ./test.sh [dev|release|asan|tsan]    (default: dev)"
+usage="usage: ./test.sh [dev|release|asan|tsan]    (default: dev)
+       ./test.sh fuzz [SECONDS]             (default: 20 for each target)"
 preset=${1:-dev}
 case $preset in
     dev | release) packages=("${build_packages[@]}") ;;
-    asan | tsan) packages=("${build_packages[@]}" "${sanitizer_packages[@]}") ;;
+    asan | tsan | fuzz) packages=("${build_packages[@]}" "${sanitizer_packages[@]}") ;;
     -h | --help) echo "$usage"; exit 0 ;;
     *) echo "$usage" >&2; exit 2 ;;
 esac
-(($# <= 1)) || { echo "$usage" >&2; exit 2; }
+[[ $preset == fuzz && ${2:-20} =~ ^[0-9]+$ ]] && (($# <= 2)) || (($# <= 1)) || { echo "$usage" >&2; exit 2; }
 
 install_packages "${packages[@]}"
+if [[ $preset == fuzz ]]; then
+    build fuzz fuzz
+    printf '%s\n' frames parcels plugin at text |
+        xargs -P 2 -n 1 tests/fuzz/run.sh build/fuzz "${2:-20}"
+    exit
+fi
 build "$preset"
 
 # The thread sanitizer's shadow memory does not go with every address randomisation; and it lets a

@@ -33,6 +33,29 @@ struct EventLayout {
 constexpr EventLayout EVENTS[] = {{0, 4},  {1, 4},    {2, 520},  {15, 24}, {19, 132},
                                   {20, 8}, {17, 140}, {18, 272}, {22, 12}};
 
+World* sWorld = nullptr;
+
+/** Callbacks of the clients, for every world: whatever comes there is the present one's. */
+struct Client {
+    explicit Client(int number)
+        : response(new BpHwModemResponse(channel(Deed::ANSWER, number), 1)),
+          indication(new BpHwModemIndication(channel(Deed::INDICATION, number), 1)) {}
+
+    static std::shared_ptr<Channel> channel(Deed::Kind kind, int number) {
+        return std::make_shared<Channel>([kind, number](uint32_t code, hal::Parcel& args) {
+            return sWorld->receive(kind, number, code, args);
+        });
+    }
+
+    const android::sp<vendor::lyr::modem::V1_0::IModemResponse> response;
+    const android::sp<vendor::lyr::modem::V1_0::IModemIndication> indication;
+};
+
+Client& client(int number) {
+    static Client clients[World::CLIENTS] = {Client(0), Client(1)};
+    return clients[number];
+}
+
 bool isBind(const std::string& function) {
     return function.rfind("modem_api_bind_", 0) == 0;
 }
@@ -71,15 +94,7 @@ World::World(uint64_t seed, std::vector<Deed>& deeds)
     mService->setup();
     modem.takeCalls([this](const auto& call) { return this->call(call); });
     mStub = new hal::InterfaceStub<vendor::lyr::modem::V1_0::IModem>(mService.get());
-    for (int i = 0; i < CLIENTS; ++i) {
-        const auto channel = [this, i](Deed::Kind kind) {
-            return std::make_shared<Channel>([this, i, kind](uint32_t code, hal::Parcel& args) {
-                return receive(kind, i, code, args);
-            });
-        };
-        mResponses[i] = new BpHwModemResponse(channel(Deed::ANSWER), 1);
-        mIndications[i] = new BpHwModemIndication(channel(Deed::INDICATION), 1);
-    }
+    sWorld = this;
 }
 
 World::~World() {
@@ -88,7 +103,7 @@ World::~World() {
     for (const Pending& pending : std::exchange(mPending, {})) {
         pending.callback(nullptr, 0, pending.cookie, 0);
     }
-    (void)mService->setCallback(nullptr, mIndications[0]);  // empties the cache of the process
+    (void)mService->setCallback(nullptr, client(0).indication);  // empties the cache of the process
     (void)mService->setCallback(nullptr, nullptr);
     desk::setQueueLimit(1024);
     ScriptedModem::instance().takeCalls(nullptr);
@@ -304,8 +319,8 @@ void World::perform(const Action& action) {
         case Action::INSTALL:
             arm();
             (void)mService->setCallback(
-                    action.response < 0 ? nullptr : mResponses[action.response],
-                    action.indication < 0 ? nullptr : mIndications[action.indication]);
+                    action.response < 0 ? nullptr : client(action.response).response,
+                    action.indication < 0 ? nullptr : client(action.indication).indication);
             break;
         case Action::QUEUE_LIMIT:
             desk::setQueueLimit(action.number);

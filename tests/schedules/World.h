@@ -119,6 +119,10 @@ public:
     /** Whether an allocation failed during the action performed last. */
     bool struck() const { return mStruck; }
 
+    /** A call to a callback. */
+    android::hardware::Return<void> receive(Deed::Kind kind, int client, uint32_t code,
+                                            hal::Parcel& args);
+
     std::vector<int32_t> tokens[3];  ///< serials that the modem owes the events of TOKEN_EVENTS
 
 private:
@@ -130,8 +134,6 @@ private:
 
     int call(const ScriptedModem::Call& call);
     void fill(const ScriptedModem::Call& call, Deed& deed);
-    android::hardware::Return<void> receive(Deed::Kind kind, int client, uint32_t code,
-                                            hal::Parcel& args);
     Action drawRequest();
     Value drawValue(const hal::Field& field);
     Record drawRecord();
@@ -156,6 +158,4 @@ private:
     std::vector<std::weak_ptr<Message>> mGone;
     std::shared_ptr<ModemImpl> mService;
     android::sp<hal::Stub> mStub;
-    android::sp<vendor::lyr::modem::V1_0::IModemResponse> mResponses[CLIENTS];
-    android::sp<vendor::lyr::modem::V1_0::IModemIndication> mIndications[CLIENTS];
 };

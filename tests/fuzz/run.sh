@@ -1,0 +1,16 @@
+#!/bin/bash
+# Runs one fuzz target: run.sh BUILD SECONDS NAME. What it learns stays in BUILD/corpus/NAME.
+set -euo pipefail
+build=$1 seconds=$2 name=$3
+kept=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)/corpus/$name
+mkdir -p "$build/corpus/$name" "$build/crashes"
+log=$build/fuzz-$name.log
+if "$build/bin/fuzz-$name" -max_total_time="$seconds" -timeout=30 -rss_limit_mb=2048 \
+    -max_len=4096 -artifact_prefix="$build/crashes/$name-" "$build/corpus/$name" "$kept" \
+    >"$log" 2>&1; then
+    echo "fuzz $name: $(grep '^Done' "$log")"
+    exit 0
+fi
+tail -n 60 "$log"
+sed -n "s|.*Test unit written to \(.*\)|fuzz $name: to see it again: $build/bin/fuzz-$name \1|p" "$log"
+exit 1
