@@ -3,9 +3,11 @@
 import os
 import signal
 import subprocess
+import tempfile
 import unittest
 
-HOST, PLUGIN, NO_PLUGIN = (os.environ[name] for name in ("HOST", "PLUGIN", "NO_PLUGIN"))
+HOST, PLUGIN, NO_PLUGIN, MODEMCTL = (
+    os.environ[name] for name in ("HOST", "PLUGIN", "NO_PLUGIN", "MODEMCTL"))
 
 
 def start(*words, **environment):
@@ -42,6 +44,18 @@ class HostTest(unittest.TestCase):
                 host = start(*words)
                 self.assertIn(reason, host.communicate(timeout=30)[1])
                 self.assertEqual(host.returncode, code)
+
+    def test_outlives_whoever_read_its_output(self):
+        with tempfile.TemporaryDirectory() as folder:
+            host = start("--", "-i", "0", OX_RUNTIME_DIR=folder)
+            self.assertIn("ready", host.stdout.readline())
+            host.stdout.close()
+            host.stderr.close()
+            for _ in range(2):
+                subprocess.run([MODEMCTL, "call", "getSimlockInfoStatus"], check=True, timeout=30,
+                               env={**os.environ, "OX_RUNTIME_DIR": folder})
+            host.send_signal(signal.SIGTERM)
+            self.assertEqual(host.wait(30), 0)
 
 
 if __name__ == "__main__":

@@ -9,6 +9,7 @@
 #include "Api.h"
 #include "Documents.h"
 #include "Failure.h"
+#include "LogCommand.h"
 #include "Printer.h"
 #include "Session.h"
 #include "Simulator.h"
@@ -206,6 +207,12 @@ public:
                        "Confirm each AT+LOG command, as the log's owner does");
         watch.add_option("--count", mOptions.count, "End after that many events")
                 ->check(CLI::Range(uint64_t(1), mOptions.count));
+        CLI::App& log =
+                add("log", "[FILE]: tells what happened from the plug-in's log, or stdin's", 1,
+                    [this](const Words& words) {
+                        return logs::run(mLog, mOptions.json, words.empty() ? "" : words[0]);
+                    });
+        logs::addOptions(log, mLog);
         add("sim", "[WORD...]: gives the simulated modem a command, or those of stdin", ANY,
             [this](const Words& words) {
                 std::istringstream line(CLI::detail::join(words, " "));
@@ -264,6 +271,7 @@ private:
     }
 
     Options mOptions;
+    logs::Options mLog;
     std::map<std::string, std::pair<size_t, Action>> mCommands;
     CLI::App mApp{"Client of the modem service: makes its requests and shows answers and events.",
                   "modemctl"};

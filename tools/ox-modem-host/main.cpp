@@ -68,6 +68,8 @@ void load(const std::string& plugin, std::vector<std::string>& arguments) {
 }
 
 void serve(const std::string& plugin, std::vector<std::string>& arguments) {
+    // A reader of stdout, of the log or of a socket that goes away is an error of that write alone.
+    signal(SIGPIPE, SIG_IGN);
     // Blocked before the plug-in starts threads: all of them inherit the mask, and the signals
     // wait for sigwait wherever they are sent.
     sigset_t stop;

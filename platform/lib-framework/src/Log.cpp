@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -15,10 +16,14 @@
 #include <utility>
 #include <vector>
 
+#include "runtime/ErrorOutput.h"
+
+using runtime::ErrorOutput;
+
 namespace {
 
 constexpr std::string_view PRIORITY_LETTERS = "??VDIWEFS";
-constexpr size_t LINE_MAX_BYTES = 4096;  // the rest of a longer line is cut, as the device does
+constexpr int LAST_WORDS_MS = 1000;  // how long a fatal line may wait for its reader
 
 /** Lowest priorities by tag, from `ANDROID_LOG_TAGS`: "TAG:W OTHER:E *:S". */
 class Filter {
@@ -63,22 +68,10 @@ private:
     int mDefault = 0;
 };
 
-/** Never destroyed: threads log while the process exits. */
-struct State {
-    const Filter filter;
-    const bool coloured = isatty(STDERR_FILENO) != 0;
-    std::atomic<bool> hasSink{false};
-    std::mutex mutex;  // guards what follows, and the order of lines
-    std::string prefix;
-    desk::LogSink sink;
-
-    static State& instance() {
-        static State& state = *new State;
-        return state;
-    }
-};
-
-void writeLine(bool coloured, int priority, const char* tag, const char* text) {
+/** Formats one line as logcat does; what does not fit is cut. Its size, newline included. */
+size_t formatLine(char* line, size_t room, bool coloured, int priority, const char* tag,
+                  const char* text) {
+    static constexpr std::string_view RESET = "\033[0m";
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     tm local{};
@@ -89,15 +82,60 @@ void writeLine(bool coloured, int priority, const char* tag, const char* text) {
                          : priority >= LOG_PRIORITY_ERROR   ? "\033[31m"
                          : priority == LOG_PRIORITY_WARNING ? "\033[33m"
                                                             : "\033[2m";
-    char line[LINE_MAX_BYTES + 256];
-    const int length = snprintf(line, sizeof(line), "%s%s.%03ld %5d %5ld %c %s: %s%s\n", colour,
-                                time, now.tv_nsec / 1000000, getpid(), syscall(SYS_gettid),
-                                PRIORITY_LETTERS[std::clamp(priority, 2, 8)], tag, text,
-                                coloured ? "\033[0m" : "");
-    const size_t size = std::min<size_t>(length, sizeof(line) - 1);
-    // A log that cannot be written has nowhere to say so.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, size);
+    room -= RESET.size() + 1;
+    const int length = snprintf(line, room, "%s%s.%03ld %5d %5ld %c %s: %s", colour, time,
+                                now.tv_nsec / 1000000, getpid(), syscall(SYS_gettid),
+                                PRIORITY_LETTERS[std::clamp(priority, 2, 8)], tag, text);
+    size_t size = std::clamp<size_t>(length, 0, room - 1);
+    size += coloured ? RESET.copy(line + size, RESET.size()) : 0;
+    line[size++] = '\n';
+    return size;
 }
+
+size_t formatLost(char* line, size_t room, bool coloured, uint64_t lost) {
+    char text[64];
+    snprintf(text, sizeof(text), "%" PRIu64 " lines lost, stderr took no more", lost);
+    return formatLine(line, room, coloured, LOG_PRIORITY_WARNING, "FRAMEWORK", text);
+}
+
+/** The number of lines that were lost goes out with the next line, or is told by a later one. */
+void writeLine(bool coloured, int priority, const char* tag, const char* text) {
+    char lines[ErrorOutput::LINE_MAX_BYTES];
+    const uint64_t lost = ErrorOutput::get().takeLost();
+    size_t size = lost > 0 ? formatLost(lines, sizeof(lines), coloured, lost) : 0;
+    size += formatLine(lines + size, sizeof(lines) - size, coloured, priority, tag, text);
+    const int patience = priority == LOG_PRIORITY_FATAL ? LAST_WORDS_MS : 0;
+    if (!ErrorOutput::get().write(lines, size, patience)) {
+        ErrorOutput::get().addLost(lost);
+    }
+}
+
+/** When no line comes after those that were lost. */
+void tellLostAtExit(bool coloured) {
+    char line[ErrorOutput::LINE_MAX_BYTES];
+    if (const uint64_t lost = ErrorOutput::get().takeLost(); lost > 0) {
+        ErrorOutput::get().write(line, formatLost(line, sizeof(line), coloured, lost));
+    }
+}
+
+/** Never destroyed: threads log while the process exits. */
+struct State {
+    State() {
+        std::atexit([] { tellLostAtExit(instance().coloured); });
+    }
+
+    const Filter filter;
+    const bool coloured = isatty(STDERR_FILENO) != 0;
+    std::atomic<bool> hasSink{false};
+    std::mutex mutex;  // guards what follows; not held while a line is written to stderr
+    std::string prefix;
+    desk::LogSink sink;
+
+    static State& instance() {
+        static State& state = *new State;
+        return state;
+    }
+};
 
 }  // namespace
 
@@ -106,14 +144,17 @@ void Log::printAndroidLog(int priority, const char* tag, const char* format, ...
     if (!state.hasSink.load(std::memory_order_acquire) && !state.filter.takes(priority, tag)) {
         return;
     }
-    char text[LINE_MAX_BYTES];
-    std::lock_guard lock(state.mutex);
+    char text[ErrorOutput::LINE_MAX_BYTES];
+    std::unique_lock lock(state.mutex);
     const size_t prefix = state.prefix.copy(text, sizeof(text) - 1);
+    if (!state.sink) {
+        lock.unlock();
+    }
     va_list arguments;
     va_start(arguments, format);
     vsnprintf(text + prefix, sizeof(text) - prefix, format, arguments);
     va_end(arguments);
-    if (state.sink) {
+    if (lock.owns_lock()) {
         state.sink(priority, tag, text);
     } else {
         writeLine(state.coloured, priority, tag, text);

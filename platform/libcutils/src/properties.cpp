@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <mutex>
 #include <string>
 #include <system_error>
 
+#include "runtime/ErrorOutput.h"
 #include "runtime/RuntimeDir.h"
 
 namespace {
@@ -83,7 +83,7 @@ int property_get(const char* key, char* value, const char* default_value) {
             const File file(folder() + "/" + key, O_RDONLY);
             length = file.isOpen() ? file.readUpTo(value, VALUE_MAX_LENGTH) : 0;
         } catch (const std::exception& error) {
-            fprintf(stderr, "properties: %s\n", error.what());
+            runtime::ErrorOutput::get().print("properties: %s", error.what());
         }
     }
     if (length <= 0) {
@@ -103,7 +103,7 @@ int property_set(const char* key, const char* value) {
         std::lock_guard lock(sMutex);
         return store(folder(), key, value != nullptr ? value : "", length) ? 0 : -1;
     } catch (const std::exception& error) {
-        fprintf(stderr, "properties: %s\n", error.what());
+        runtime::ErrorOutput::get().print("properties: %s", error.what());
         return -1;
     }
 }

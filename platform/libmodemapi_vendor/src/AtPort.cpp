@@ -7,13 +7,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 #include <thread>
 
 #include "modem_api.h"
+#include "runtime/ErrorOutput.h"
 
 namespace sim {
 
@@ -152,7 +153,7 @@ bool AtPort::finish(uint64_t handle, bool success) {
 
 void AtPort::show(const std::string& text) const {
     if (write(mMaster, text.data(), text.size()) < 0 && errno != EAGAIN) {
-        perror("simulated modem: AT port");
+        runtime::ErrorOutput::get().print("simulated modem: AT port: %s", strerror(errno));
     }
 }
 

@@ -1,12 +1,12 @@
 #include "Modem.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 
 #include "Commands.h"
 #include "TextPort.h"
+#include "runtime/ErrorOutput.h"
 #include "runtime/RuntimeDir.h"
 
 namespace sim {
@@ -38,10 +38,11 @@ void Modem::startPorts() {
                     runtime::atPort(instance),
                     [this](AtCommand command) { raiseAtCommand(std::move(command)); },
                     [this] { return timeOf("at-timeout-ms"); });
-            fprintf(stderr, "simulated modem: text port %s, AT port %s\n", port.c_str(),
-                    terminal.c_str());
+            runtime::ErrorOutput::get().print("simulated modem: text port %s, AT port %s",
+                                              port.c_str(), terminal.c_str());
         } catch (const std::exception& error) {
-            fprintf(stderr, "simulated modem goes on without a port: %s\n", error.what());
+            runtime::ErrorOutput::get().print("simulated modem goes on without a port: %s",
+                                              error.what());
         }
     });
 }

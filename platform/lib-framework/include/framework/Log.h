@@ -11,7 +11,11 @@ enum : int {
     LOG_PRIORITY_FATAL = 7,
 };
 
-/** The system log. Safe on any thread. */
+/**
+ * The system log, on stderr. Safe on any thread, and no thread waits in it: a line that stderr does
+ * not take at once is dropped, and a later line tells how many were. Only a fatal line, after which
+ * the process ends, waits up to a second. The process ignores SIGPIPE, as ox-modem-host does.
+ */
 class Log {
 public:
     /** Writes one line; a priority that the log does not take costs one test and no formatting. */

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "Failure.h"
+
+namespace logs {
+
+/** What `modemctl log` was asked for. */
+struct Options {
+    std::string trace;  ///< file for trace-event JSON, "" for none
+    std::string svg;    ///< file for a picture, "" for none
+    bool all = false;
+};
+
+/** Adds the options to the subcommand; they are filled when it is parsed. */
+void addOptions(CLI::App& app, Options& options);
+
+/**
+ * Reads a log to its end, or until Ctrl-C, and prints what it tells.
+ *
+ * @param file "" or "-" is stdin
+ * @throws Failure with WRONG_USAGE when the file cannot be read or one cannot be written
+ */
+ExitCode run(const Options& options, bool json, const std::string& file);
+
+}  // namespace logs
