@@ -413,6 +413,12 @@ TEST_F(TransportTest, registrationNeedsAFreeNameAndASafeFolder) {
     EXPECT_EQ(serve(std::string(100, 'x')), -ENAMETOOLONG);
     ASSERT_EQ(serve("instance0"), android::OK);
     EXPECT_EQ(serve("instance0"), android::ALREADY_EXISTS);
+    const std::vector<hal::Registration> all = hal::registrations();
+    const hal::Registration& refused = all.back();
+    EXPECT_EQ(refused.name, "instance0");
+    EXPECT_EQ(refused.status, android::ALREADY_EXISTS);
+    EXPECT_EQ(refused.holder, getpid()) << refused.reason;
+    EXPECT_EQ(all[all.size() - 2].status, android::OK);
     EXPECT_EQ(serve("instance1"), android::OK);
     struct stat info {};
     ASSERT_EQ(stat((mFolder + "/" + IModem::descriptor).c_str(), &info), 0);

@@ -23,6 +23,17 @@ constexpr auto RETRY_ACCEPT = std::chrono::milliseconds(100);
 
 std::atomic<int> sClients{0};
 
+/** Never destroyed: a thread may publish to the very end of the process. */
+struct Registry {
+    std::mutex lock;
+    std::vector<Registration> registrations;
+};
+
+Registry& registry() {
+    static Registry& registry = *new Registry;
+    return registry;
+}
+
 /** A socket to remove at exit: by its owner, which a forked child is not. */
 struct Socket {
     const pid_t owner;
@@ -47,14 +58,36 @@ void removeAtExit(const std::string& path) {
     throw std::system_error(error, std::generic_category(), what);
 }
 
+/** Thrown when another one serves the name. */
+struct NameTaken : std::system_error {
+    NameTaken(const std::string& path, pid_t process)
+        : system_error(
+                  EEXIST, std::generic_category(),
+                  path + " is served by " +
+                          (process == 0 ? "a live process" : "process " + std::to_string(process))),
+          holder(process) {}
+
+    const pid_t holder;  ///< 0 when it has not written itself down yet
+};
+
 /** The lock on a name. While it is held, only its holder replaces the name's socket. */
 UniqueFd lockName(const std::string& path) {
     UniqueFd lock(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (lock.get() < 0) {
         fail(errno, path + ".lock");
     }
+    char text[16] = {};
     if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        fail(errno == EWOULDBLOCK ? EEXIST : errno, path + " is served by a live process");
+        if (errno != EWOULDBLOCK) {
+            fail(errno, path + ".lock");
+        }
+        (void)!read(lock.get(), text, sizeof text - 1);
+        throw NameTaken(path, atoi(text));
+    }
+    // For people and for whoever is refused: the process that holds the name.
+    const int size = snprintf(text, sizeof text, "%d\n", getpid());
+    if (ftruncate(lock.get(), 0) != 0 || write(lock.get(), text, static_cast<size_t>(size)) < 0) {
+        fail(errno, path + ".lock");
     }
     return lock;
 }
@@ -136,13 +169,24 @@ std::string servicePath(const std::string& descriptor, const std::string& name) 
 }
 
 status_t publish(const std::string& descriptor, const std::string& name, const sp<Stub>& object) {
+    Registration registration{descriptor, name, android::OK, "", getpid()};
     try {
         serve(descriptor, name, object);
-        return android::OK;
     } catch (const std::system_error& error) {
+        const auto* taken = dynamic_cast<const NameTaken*>(&error);
+        registration.holder = taken != nullptr ? taken->holder : 0;
+        registration.status = -error.code().value();
+        registration.reason = error.what();
         fprintf(stderr, "%s/%s: %s\n", descriptor.c_str(), name.c_str(), error.what());
-        return -error.code().value();
     }
+    std::lock_guard lock(registry().lock);
+    registry().registrations.push_back(registration);
+    return registration.status;
+}
+
+std::vector<Registration> registrations() {
+    std::lock_guard lock(registry().lock);
+    return registry().registrations;
 }
 
 std::shared_ptr<Connection> connectToService(const std::string& descriptor,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -226,6 +228,18 @@ private:
  */
 android::status_t publish(const std::string& descriptor, const std::string& name,
                           const android::sp<Stub>& object);
+
+/** What became of one call of `publish` in this process. */
+struct Registration {
+    std::string descriptor;
+    std::string name;
+    android::status_t status;  ///< what `publish` returned
+    std::string reason;        ///< empty when it succeeded
+    pid_t holder;              ///< the process that serves the name; 0 unknown
+};
+
+/** Every registration of this process so far, refused ones too, in their order. Any thread. */
+std::vector<Registration> registrations();
 
 /** Connects to a published service; null when there is none. Closes itself when unused. */
 std::shared_ptr<Connection> connectToService(const std::string& descriptor,
