@@ -1,19 +1,24 @@
 #!/bin/bash
-# Builds a preset and runs all its tests; installs what is missing first.
+# Builds a preset and runs all its tests, or checks what goes to a vendor tree; installs what is
+# missing first.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 . tools/setup.sh
 
 usage="usage: ./test.sh [dev|release|asan|tsan]    (default: dev)
-       ./test.sh fuzz [SECONDS]             (default: 20 for each target)"
+       ./test.sh fuzz [SECONDS]             (default: 20 for each target)
+       ./test.sh device [--write]           (--write makes hashes and table of symbols anew)"
 preset=${1:-dev}
+second='^$'
 case $preset in
     dev | release) packages=("${build_packages[@]}") ;;
-    asan | tsan | fuzz) packages=("${build_packages[@]}" "${sanitizer_packages[@]}") ;;
+    asan | tsan) packages=("${build_packages[@]}" "${sanitizer_packages[@]}") ;;
+    fuzz) packages=("${build_packages[@]}" "${sanitizer_packages[@]}"); second='^[0-9]*$' ;;
+    device) packages=("${build_packages[@]}" "${device_packages[@]}"); second='^(--write)?$' ;;
     -h | --help) echo "$usage"; exit 0 ;;
     *) echo "$usage" >&2; exit 2 ;;
 esac
-[[ $preset == fuzz && ${2:-20} =~ ^[0-9]+$ ]] && (($# <= 2)) || (($# <= 1)) || { echo "$usage" >&2; exit 2; }
+[[ $# -le 2 && ${2:-} =~ $second ]] || { echo "$usage" >&2; exit 2; }
 
 install_packages "${packages[@]}"
 if [[ $preset == fuzz ]]; then
@@ -21,6 +26,11 @@ if [[ $preset == fuzz ]]; then
     printf '%s\n' frames parcels plugin at text |
         xargs -P 2 -n 1 tests/fuzz/run.sh build/fuzz "${2:-20}"
     exit
+fi
+if [[ $preset == device ]]; then
+    build dev ox-modem
+    python3 tools/device/check.py "${@:2}"
+    exec python3 tests/device/mutations_test.py
 fi
 build "$preset"
 

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <initializer_list>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -18,12 +17,6 @@ namespace android {
 namespace hardware {
 
 namespace details {
-
-/** Kinds of generated classes: interface, server stub, proxy, passthrough. */
-struct i_tag {};
-struct bnhw_tag {};
-struct bphw_tag {};
-struct bs_tag {};
 
 /** A size as containers keep it; stops the process when it takes more than 32 bits. */
 uint32_t size32(size_t size);
@@ -216,45 +209,6 @@ private:
 // Generated code asserts the offsets and sizes of structs, which these make up.
 static_assert(sizeof(hidl_handle) == 16 && sizeof(hidl_string) == 16 &&
               sizeof(hidl_vec<char>) == 16);
-
-/** What is kept in an argument that was declared as bits of an enumeration. */
-template <class Enum>
-using hidl_bitfield = std::underlying_type_t<Enum>;
-
-// Values as generated `toString` functions join them.
-
-template <class Number, class = std::enable_if_t<std::is_arithmetic_v<Number>>>
-std::string toString(Number value) {
-    return std::to_string(value);
-}
-
-inline std::string toString(const hidl_string& text) {
-    return '"' + std::string(text) + '"';
-}
-
-namespace details {
-
-template <class T>
-std::string toString(const T* elements, size_t count) {
-    using ::android::hardware::toString;
-    std::string text = "[" + std::to_string(count) + "]{";
-    for (size_t i = 0; i < count; ++i) {
-        text += (i == 0 ? "" : ", ") + toString(elements[i]);
-    }
-    return text + "}";
-}
-
-}  // namespace details
-
-template <class T>
-std::string toString(const hidl_vec<T>& elements) {
-    return details::toString(elements.data(), elements.size());
-}
-
-template <class T, size_t N>
-std::string toString(const hidl_array<T, N>& elements) {
-    return details::toString(elements.data(), N);
-}
 
 }  // namespace hardware
 }  // namespace android
