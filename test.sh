@@ -7,7 +7,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 
 usage="usage: ./test.sh [dev|release|asan|tsan]    (default: dev)
        ./test.sh fuzz [SECONDS]             (default: 20 for each target)
-       ./test.sh device [--write]           (--write makes hashes and table of symbols anew)"
+       ./test.sh device [--write]           (--write makes anew what it makes)"
 preset=${1:-dev}
 second='^$'
 case $preset in

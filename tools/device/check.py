@@ -74,14 +74,17 @@ def module(root):
         run(root, "bpfmt", "-o", file)
     hal = {path.name for path in (root / PACKAGE_ROOT / "1.0").glob("*.hal")}
     require_same(files[2], bp_list(root, files[2], "srcs"), hal)
-    sources = {str(path.relative_to(root)) for folder in SOURCE_FOLDERS
-               for path in (root / folder).rglob("*.cpp")}
-    require_same(f"{files[0]}: srcs", bp_list(root, files[0], "srcs"), sources)
+    require_same(f"{files[0]}: srcs", bp_list(root, files[0], "srcs"), plugin_sources(root))
     require_same(f"{files[0]}: shared_libs", bp_list(root, files[0], "shared_libs"), LIBRARIES)
     for named in ("version_script", "init_rc", "vintf_fragments"):
         for file in bp_list(root, files[0], named):
             if not (root / file).is_file():
                 raise Wrong(f"{files[0]}: {named}: no file {file}")
+
+
+def plugin_sources(root):
+    return sorted(str(path.relative_to(root)) for folder in SOURCE_FOLDERS
+                  for path in (root / folder).rglob("*.cpp"))
 
 
 def bp_list(root, file, name):
@@ -180,7 +183,11 @@ def symbol_table(root):
 
 
 def write(root):
-    """Makes anew what is made: the hashes and the table of symbols."""
+    """Makes anew what is made: the list of sources, the hashes and the table of symbols."""
+    listed = "".join(f'        "{source}",\n' for source in plugin_sources(root))
+    text = re.sub(r"^    srcs: \[\n[^]]*", "    srcs: [\n" + listed + "    ", read(root, "Android.bp"),
+                  flags=re.M)
+    (root / "Android.bp").write_text(text, encoding="utf-8")
     comment = [line for line in read(root, HASHES).splitlines(True) if line[0] == "#"]
     (root / HASHES).unlink()
     (root / HASHES).write_text("".join(comment) + hidl_gen(root, "hash", PACKAGE), encoding="utf-8")
@@ -206,7 +213,8 @@ def check(root, function):
 def main():
     arguments = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     arguments.add_argument("--write", action="store_true",
-                           help="make the hashes and the table of symbols anew, then check")
+                           help="make the list of sources, the hashes and the table of symbols anew, "
+                                "then check")
     options = arguments.parse_args()
     root = pathlib.Path(__file__).resolve().parents[2]
     if options.write:
