@@ -72,6 +72,11 @@ int ModemIndicationProxy::indicateCachedInfo() {
                   [this](int mode) { return sendPowerSaveMode("indicatePowerSaveMode", mode); });
 }
 
+ModemIndicationProxy::KeptEvents ModemIndicationProxy::keptEvents() {
+    std::lock_guard lock(sCacheMutex);
+    return {!sCache.empty(), !sPowerSaveModeCache.empty()};
+}
+
 int ModemIndicationProxy::sendRRCState(const char* func, const rrc_state_type& state) const {
     LOG_I("%s: lteValid = %d,  rrcState = %d,  wcdmaValid = %d,  wcdmaRrcState = %d", func,
           state.lteValid, state.rrcState, state.wcdmaValid, state.wcdmaRrcState);

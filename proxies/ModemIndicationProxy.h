@@ -38,6 +38,14 @@ public:
      */
     int indicateCachedInfo();
 
+    struct KeptEvents {
+        bool rrcState;
+        bool powerSaveMode;
+    };
+
+    /** Which events wait for a callback; any thread. */
+    static KeptEvents keptEvents();
+
 private:
     template <class Value>
     using Cache = std::map<std::string, Value>;

@@ -1,12 +1,17 @@
 #include "service/ModemImpl.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "params/ModemLog.h"
 
 using android::sp;
+using android::hardware::hidl_handle;
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
 using android::hardware::Return;
 using android::hardware::Void;
 using vendor::lyr::modem::V1_0::IModemIndication;
@@ -14,7 +19,7 @@ using vendor::lyr::modem::V1_0::IModemResponse;
 
 namespace {
 
-// The services that have a client, on one instance or the other.
+// The services that have a client, on one instance or the other, in the order of `getClients`.
 const QmiService* const SERVICES[] = {&AtQmiClient::SERVICE,  &DmsQmiClient::SERVICE,
                                       &NasQmiClient::SERVICE, &PdcQmiClient::SERVICE,
                                       &SarQmiClient::SERVICE, &VsQmiClient::SERVICE,
@@ -95,6 +100,45 @@ Return<void> ModemImpl::setCallback(const sp<IModemResponse>& response,
 void ModemImpl::onClientConnected() const {
     const int result = mIndicationProxy->indicateCachedInfo();
     LOG_I("%s: result of indicating cached info: %d", __func__, result);
+}
+
+Return<void> ModemImpl::debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) {
+    if (fd.getNativeHandle() == nullptr || fd->numFds < 1) {
+        LOG_E("%s: no descriptor to write the state to", __func__);
+        return Void();
+    }
+    const bool json = std::any_of(options.begin(), options.end(), [](const hidl_string& option) {
+        return strcmp(option.c_str(), "json") == 0;
+    });
+    try {
+        const ServiceState state = getState();
+        const int error = writeAtOnce(fd->data[0], json ? toJson(state) : toText(state));
+        if (error != 0) {
+            LOG_E("%s: failed to write the state: %s", __func__, strerror(error));
+        }
+    } catch (const std::bad_alloc&) {
+        LOG_E("%s: no memory for the state", __func__);
+    }
+    return Void();
+}
+
+ServiceState ModemImpl::getState() const {
+    const ModemIndicationProxy::KeptEvents kept = ModemIndicationProxy::keptEvents();
+    ServiceState state;
+    state.instanceId = mInstanceId;
+    state.answers = mResponseProxy->getCallback() != nullptr;
+    state.indications = mIndicationProxy->getCallback() != nullptr;
+    state.keptRrcState = kept.rrcState;
+    state.keptPowerSaveMode = kept.powerSaveMode;
+    const auto clients = getClients();
+    static_assert(std::tuple_size_v<decltype(clients)> == std::size(SERVICES));
+    for (size_t i = 0; i < clients.size(); ++i) {
+        ServiceState::Client& shown = state.clients[i];
+        shown.name = SERVICES[i]->name;
+        shown.present = clients[i] != nullptr;
+        shown.state = shown.present ? clients[i]->getState() : ClientState();
+    }
+    return state;
 }
 
 std::shared_ptr<ModemImpl> ModemImpl::getInstance() {

@@ -19,6 +19,7 @@
 #include "clients/WdsQmiClient.h"
 #include "proxies/ModemIndicationProxy.h"
 #include "proxies/ModemResponseProxy.h"
+#include "service/ServiceState.h"
 
 /**
  * The service: `IModem` under "instance" plus the instance id. Owns the proxies and one client per
@@ -64,6 +65,17 @@ public:
 
     /** Replays the events that were kept while no callback was installed. */
     void onClientConnected() const;
+
+    /**
+     * Writes the service's state, as `lshal debug` asks for it: text, or one JSON object with the
+     * option "json"; other options are skipped. Runs on the caller's HIDL thread, and never waits
+     * for the reader: what cannot be written at once is an error line.
+     *
+     * @param fd the first descriptor takes the state; at most 4096 bytes
+     */
+    android::hardware::Return<void> debug(
+            const android::hardware::hidl_handle& fd,
+            const android::hardware::hidl_vec<android::hardware::hidl_string>& options) override;
 
     android::hardware::Return<void> setCallback(
             const android::sp<vendor::lyr::modem::V1_0::IModemResponse>& response,
@@ -151,6 +163,8 @@ private:
     explicit ModemImpl(int instanceId);
 
     static void processServiceEvent(bool connected, const void* data, size_t length);
+
+    ServiceState getState() const;
 
     /**
      * The way of a request: logs it, and hands it to its client with `send`. One that could not be
