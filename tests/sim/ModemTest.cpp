@@ -1,289 +1,213 @@
-#include <array>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
 #include <cstring>
-#include <future>
+#include <thread>
 
-#include "Desk.h"
-#include "platform/libmodemapi_vendor/src/Scheduler.h"
+#include "platform/libmodemapi_vendor/src/AtLine.h"
+#include "platform/libmodemapi_vendor/src/Commands.h"
+#include "platform/libmodemapi_vendor/src/Modem.h"
 
-using sim::Milliseconds;
+using sim::AtRequest;
 using testing::HasSubstr;
 
-TEST(Scheduler, RunsByTimeThenByPostingAndNeverBehindABusyThread) {
-    auto& sequence = *new sim::Scheduler(1);
-    auto& order = *new Inbox<int>;
-    sequence.post(Milliseconds(0), [&] {
-        sequence.post(Milliseconds(30), [&] { order.put(4); });
-        sequence.post(Milliseconds(5), [&] { order.put(3); });
-        sequence.post(Milliseconds(0), [&] { order.put(1); });
-        sequence.post(Milliseconds(0), [&] { order.put(2); });
+namespace {
+
+std::mutex sMutex;
+std::condition_variable sChanged;
+std::vector<std::pair<modem_api_event_type, sim::Bytes>> sEvents;
+
+/** Waits for an event; its data. */
+sim::Bytes take(modem_api_event_type number) {
+    std::unique_lock lock(sMutex);
+    const bool came = sChanged.wait_for(lock, std::chrono::seconds(60), [&] {
+        return std::any_of(sEvents.begin(), sEvents.end(),
+                           [&](const auto& event) { return event.first == number; });
     });
-    for (const int expected : {1, 2, 3, 4}) {
-        EXPECT_EQ(expected, order.take());
-    }
-    auto& pool = *new sim::Scheduler(2);
-    std::promise<void> release;
-    pool.post(Milliseconds(0), [&] { release.get_future().wait(); });
-    pool.post(Milliseconds(0), [&] { order.put(5); });
-    EXPECT_EQ(5, order.take());
-    release.set_value();
-    pool.post(Milliseconds(0), [&] { order.put(6); });
-    EXPECT_EQ(6, order.take());
+    EXPECT_TRUE(came) << "no event " << number;
+    const sim::Bytes data = came ? sEvents.back().second : sim::Bytes();
+    sEvents.clear();
+    return data;
 }
 
-using Start = std::function<int(void* cookie, modem_api_async_callback callback)>;
+void run(const std::string& line) {
+    EXPECT_THAT(sim::runCommand(line), testing::EndsWith("ok\n")) << line;
+}
 
-struct AsyncFunction {
-    const char* name;
-    Start start;
+/** The modem with the services that the tests need. */
+class ModemTest : public testing::Test {
+protected:
+    void SetUp() override {
+        run("forget");
+        run("set latency-ms 0");
+        modem_api_set_event_callback([](modem_api_event_type number, void* data, size_t length) {
+            const auto* bytes = static_cast<const uint8_t*>(data);
+            const std::lock_guard lock(sMutex);
+            sEvents.emplace_back(number, sim::Bytes(bytes, bytes + length));
+            sChanged.notify_all();
+        });
+        for (const modem_api_event_type event : {0, 1, 2}) {
+            modem_api_subscribe_event(event);
+        }
+        for (const modem_api_qmi_service_type service : {8, 36, 228}) {
+            modem_api_init_qmi_connection(service, 0);
+            take(MODEM_API_EVENT_SERVICE_CONNECTED);
+        }
+    }
 };
 
-std::vector<AsyncFunction> asyncFunctions() {
-    static modem_property_record property{0, "net.name", 8, "value", 5};
-    return {{"modem_get_build_time", modem_get_build_time},
-            {"modem_get_build_id", modem_get_build_id},
-            {"modem_api_active_mbn",
-             [](auto... rest) { return modem_api_active_mbn("generic/row/", rest...); }},
-            {"modem_api_restore_mbn", modem_api_restore_mbn},
-            {"modem_api_set_agps_test_mode",
-             [](auto... rest) { return modem_api_set_agps_test_mode(7, rest...); }},
-            {"modem_api_get_agps_test_mode", modem_api_get_agps_test_mode},
-            {"modem_api_set_power_save_mode",
-             [](auto... rest) { return modem_api_set_power_save_mode(9, rest...); }},
-            {"modem_api_get_power_save_mode", modem_api_get_power_save_mode},
-            {"modem_api_set_modem_property",
-             [](auto... rest) { return modem_api_set_modem_property(&property, rest...); }},
-            {"modem_api_get_modem_property",
-             [](auto... rest) { return modem_api_get_modem_property("net.name", rest...); }},
-            {"modem_api_set_power_save_status",
-             [](auto... rest) { return modem_api_set_power_save_status(3, rest...); }},
-            {"modem_get_bands_info", modem_get_bands_info},
-            {"modem_api_remove_rat_mask", modem_api_remove_rat_mask},
-            {"modem_abort_rrc_connection", modem_abort_rrc_connection},
-            {"modem_api_set_radio_info_report_enabled",
-             [](auto... rest) { return modem_api_set_radio_info_report_enabled(0, rest...); }}};
-}
+}  // namespace
 
-TEST_F(Desk, EveryKnobTurnsEveryAsynchronousFunction) {
-    for (const auto& [name, start] : asyncFunctions()) {
-        SCOPED_TRACE(name);
-        const std::string function = name;
-        int cookie = 0;
-        const auto answer = [&, &start = start] {
-            EXPECT_EQ(0, start(&cookie, onAnswer));
-            Answer taken = answers.take();
-            EXPECT_EQ(&cookie, taken.cookie);
-            return taken;
-        };
-        EXPECT_EQ(sizeof(modem_async_response), answer().data.size());
-        run("result " + function + " 5");
-        EXPECT_EQ(5U, answer().result());
-        run("answer-length " + function + " 549");
-        EXPECT_EQ(549U, answer().data.size());
-        run("answer-length " + function + " 0");
-        EXPECT_TRUE(answer().isNull);
-        run("ok " + function);
-        run("patch " + function + " 8 2a000000");
-        EXPECT_EQ(42, answer().data[8]);
-        run("fail " + function + " 77 1 1");
-        answer();
-        EXPECT_EQ(77, start(&cookie, onAnswer));
-        EXPECT_EQ("7\n", run("calls " + function));
-        run("silence " + function);
-        EXPECT_EQ(0, start(&cookie, onAnswer));
-        run("ok " + function);
-        EXPECT_EQ(0U, answer().result());
-        run("disconnect vs");
-        EXPECT_EQ(serviceEvent(false, 228), events.take());
-        EXPECT_NE(0, start(&cookie, onAnswer));
-        run("connect vs");
-        EXPECT_EQ(serviceEvent(true, 228), events.take());
-    }
-}
-
-TEST_F(Desk, AnswersCarryWhatWasWritten) {
-    const std::map<std::string, std::string> payloads = {
-            {"modem_get_build_id", "1900000053494d554c41"},  // 25 characters, SIMULA...
-            {"modem_api_get_agps_test_mode", "07000000"},
-            {"modem_api_get_power_save_mode", "09"},
-            {"modem_api_get_modem_property", "76616c756500"},
-            {"modem_get_bands_info", "03000000010000000300000008000000"}};
-    size_t seen = 0;
-    for (const auto& [name, start] : asyncFunctions()) {
-        start(nullptr, onAnswer);
-        const Answer answer = answers.take();
-        if (const auto found = payloads.find(name); found != payloads.end()) {
-            EXPECT_EQ(found->second, sim::toHex(answer.data).substr(16, found->second.size()));
-            ++seen;
-        }
-    }
-    EXPECT_EQ(payloads.size(), seen);
-    EXPECT_EQ(0, modem_api_delete_modem_property_sync("net.name"));
-    EXPECT_NE(0, modem_api_delete_modem_property_sync("net.name"));
-}
-
-TEST_F(Desk, PropertyLengthsAreTakenNoFurtherThanTheRecord) {
-    modem_property_record property;
-    memset(&property, 'x', sizeof property);
-    modem_api_set_modem_property(&property, nullptr, onAnswer);
-    EXPECT_EQ(0U, answers.take().result());
-    EXPECT_EQ(0, modem_api_delete_modem_property_sync(std::string(60, 'x').c_str()));
-}
-
-TEST_F(Desk, StoresGiveBackWhatTheyGot) {
-    const Bytes item{1, 2, 3};
-    uint8_t buffer[10240];
-    const auto readNv = [&](int32_t selector, int32_t number, size_t room) {
-        const int result = modem_read_nv_for_subid(selector, number, 9, buffer, &room);
-        return result == 0 ? static_cast<int>(room) : -1;
+TEST_F(ModemTest, RefusesMoreThanItCanKeepWaiting) {
+    static std::atomic<int> answered;
+    const auto ask = [] {
+        return modem_get_build_id(nullptr, [](auto...) { ++answered; }) == 0 ? 1 : 0;
     };
-    EXPECT_EQ(0, modem_write_nv_for_subid(-1, 5, item.data(), item.size()));
-    EXPECT_EQ(0, modem_write_nv_for_subid(2, 6, nullptr, 0));
-    EXPECT_EQ(3, readNv(-1, 5, 512));
-    EXPECT_EQ(0, memcmp(buffer, item.data(), item.size()));
-    EXPECT_EQ(-1, readNv(-1, 5, 2));
-    EXPECT_EQ(0, readNv(2, 6, 512));
-    EXPECT_EQ(-1, readNv(0, 5, 512));
-    EXPECT_NE(0, modem_write_nv_for_subid(0, 7, buffer, 513));
-    run("answer-length modem_read_nv_for_subid 600");
-    EXPECT_EQ(600, readNv(-1, 5, 512));
-
-    const auto verify = [&](int32_t number, const Bytes& data) {
-        modem_nv_verification found{};
-        EXPECT_EQ(0, modem_verify_nv(number, data.data(), data.size(), &found));
-        return found.compared * 10 + found.differs;
-    };
-    EXPECT_EQ(10, verify(5, item));
-    EXPECT_EQ(11, verify(5, {1, 2}));
-    EXPECT_EQ(0, verify(8, item));
-
-    size_t length = sizeof buffer;
-    EXPECT_EQ(0, modem_write_efs_for_subid(1, 7, buffer, sizeof buffer));
-    EXPECT_EQ(0, modem_read_efs_for_subid(1, 7, buffer, &length));
-    EXPECT_EQ(sizeof buffer, length);
-    EXPECT_EQ(0, modem_del_efs_for_subid(1, 7));
-    EXPECT_NE(0, modem_read_efs_for_subid(1, 7, buffer, &length));
-    EXPECT_EQ(0, modem_write_efs_for_subid(2, 7, item.data(), item.size()));
-    EXPECT_EQ(0, modem_del_efs_file_dir(7));
-    EXPECT_NE(0, modem_del_efs_file_dir(7));
-    EXPECT_EQ(0, modem_write_prl(4, item.data(), item.size()));
-    EXPECT_EQ(0, modem_read_prl(4, buffer, &length));
-    EXPECT_EQ(3U, length);
+    run("delay modem_get_build_id 2000");
+    int accepted = 0;
+    for (size_t i = 0; i < 2 * sim::WAITING_MAX; ++i) {
+        accepted += ask();
+    }
+    EXPECT_EQ(sim::WAITING_MAX, accepted);
+    while (answered < accepted) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(1, ask());
+    run("clear");
 }
 
-TEST_F(Desk, ConfigurationsAreCompleteAtTheirTotalAndNotBeyond) {
+TEST_F(ModemTest, ConfigurationsAreWhatTheLoadsOfThemSent) {
     struct Row {
-        const char* what;
-        std::vector<std::array<int32_t, 3>> chunks;  // length, total, result
-        bool complete;
+        int32_t total;
+        std::vector<std::string> chunks;  // "!": the modem refuses one; "-": the service drops out
+        const char* content;              // complete; else null
     };
     const Row rows[] = {
-            {"in three", {{900, 2000, 0}, {900, 2000, 0}, {200, 2000, 0}}, true},
-            {"in one", {{1, 1, 0}}, true},
-            {"unfinished", {{900, 901, 0}}, false},
-            {"beyond the total", {{900, 1000, 0}, {900, 1000, 1}}, false},
-            {"another total", {{900, 2000, 0}, {900, 1900, 1}}, false},
-            {"again after a refusal", {{9, 20, 0}, {9, 10, 1}, {10, 10, 0}}, true},
-            {"loaded twice", {{10, 10, 0}, {10, 20, 0}, {10, 20, 0}}, true},
-            {"lengths of no sense",
-             {{0, 10, 3}, {-1, 10, 3}, {11, 10, 3}, {1, INT32_MAX, 3}},
-             false},
+            {8, {"aaa", "bbb", "cc"}, "aaabbbcc"},
+            {9, {"aaa", "aaa", "aaa"}, "aaaaaaaaa"},
+            {6, {"aaa"}, nullptr},
+            {5, {"aaa", "bbb"}, nullptr},               // beyond its end
+            {5, {"aaa", "bbb", "aaa", "bb"}, "aaabb"},  // and again
+            {6, {"aaa", "!", "aaa", "bbb"}, "aaabbb"},  // refused in the middle
+            {6, {"aaa", "-", "aaa", "bbb"}, "aaabbb"},
+            {6, {"aaa", "aaa", "bbb"}, "aaabbb"},  // starts over in silence
+            {8, {"aaa", "bbb", "aaa", "bbb", "cc"}, "aaabbbcc"},
+            {9, {"aaa", "bbb", "aaa", "bbb", "ccc"}, "aaabbbccc"},
+            {6, {"aaa", "bbb", "ccc", "ddd"}, "cccddd"},  // another file
+            {INT32_MAX, {"aaa"}, nullptr},
     };
-    const Bytes chunk(900);
-    uint8_t id[MODEM_PDC_CONFIG_ID_SIZE] = "MbnApp_/a";
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.what);
         modem_pdc_delete_all_mbns();
-        for (const auto& [length, total, result] : row.chunks) {
-            EXPECT_EQ(result,
-                      modem_pdc_load_configuration("MbnApp_/a", chunk.data(), length, total));
+        for (const std::string& chunk : row.chunks) {
+            if (chunk == "!") {
+                run("fail modem_pdc_load_configuration 1 1");
+            } else if (chunk == "-") {
+                run("disconnect pdc");
+                run("connect pdc");
+                take(MODEM_API_EVENT_SERVICE_CONNECTED);
+                continue;
+            }
+            modem_pdc_load_configuration("x", reinterpret_cast<const uint8_t*>(chunk.data()),
+                                         static_cast<int32_t>(chunk.size()), row.total);
         }
-        EXPECT_EQ(row.complete, modem_pdc_set_selected_config_info(0, id) == 0);
-        EXPECT_EQ(row.complete, modem_pdc_activate_config(0) == 0);
-        EXPECT_EQ(row.complete, modem_pdc_deactivate_config(0) == 0);
-    }
-    EXPECT_NE(0, modem_pdc_load_configuration(std::string(124, 'x').c_str(), chunk.data(), 1, 1));
-}
-
-TEST_F(Desk, ConfigurationEventsAnswerByTokenAndAsTheKnobsSay) {
-    uint8_t id[MODEM_PDC_CONFIG_ID_SIZE] = "factory";
-    run("delay modem_pdc_get_activate_config_info 50");
-    EXPECT_EQ(0, modem_pdc_get_activate_config_info(0, -5));
-    EXPECT_EQ(0, modem_pdc_get_config_info(id, 7, 6));
-    const Event meta = events.take();
-    EXPECT_EQ(18, meta.number);
-    EXPECT_EQ(6, meta.word(8));
-    EXPECT_STREQ("name=factory size=1", reinterpret_cast<const char*>(meta.data.data() + 12));
-    EXPECT_EQ(19, meta.word(268));
-    const Event active = events.take();
-    EXPECT_EQ(17, active.number);
-    EXPECT_EQ(-5, active.word(8));
-    EXPECT_EQ(7, active.word(136));
-    run("pdc-token 99");
-    run("pdc-length 4294967295");
-    run("result modem_pdc_activate_regular_config 3");
-    EXPECT_EQ(0, modem_pdc_activate_regular_config(4, 1));
-    const Event regular = events.take();
-    EXPECT_EQ((Event{22, {3, 0, 0, 0, 0, 0, 0, 0, 99, 0, 0, 0}}), regular);
-    EXPECT_EQ(0, modem_pdc_get_activate_config_info(4, 1));
-    EXPECT_EQ(-1, events.take().word(136));
-    EXPECT_EQ(0, modem_pdc_get_config_info(id, 3, 1));  // no configuration "fac"
-    EXPECT_EQ(1, events.take().word(0));
-}
-
-TEST_F(Desk, ProfilesAreDeletedOneByOneAndTheirCountMayLie) {
-    run("profiles 0102030405060708 1111111111111111 2222222222222222");
-    modem_ims_profile list[MODEM_IMS_PROFILE_MAX];
-    uint8_t count = MODEM_IMS_PROFILE_MAX;
-    EXPECT_EQ(0, modem_qdp_get_ims_profile(list, &count));
-    ASSERT_EQ(3, count);
-    run("fail modem_qdp_delete_ims_profile 1 1 1");
-    EXPECT_EQ(0, modem_qdp_delete_ims_profile(&list[0]));
-    EXPECT_NE(0, modem_qdp_delete_ims_profile(&list[1]));
-    EXPECT_EQ(0, modem_qdp_delete_ims_profile(&list[2]));
-    EXPECT_EQ("profile.0           1111111111111111\n", run("state profile."));
-    run("answer-length modem_qdp_get_ims_profile 240");
-    EXPECT_EQ(0, modem_qdp_get_ims_profile(list, &count));
-    EXPECT_EQ(30, count);
-}
-
-TEST_F(Desk, RestartLosesConnectionsAndKeepsTheMemory) {
-    EXPECT_EQ(0, modem_set_operating_mode(-1));
-    EXPECT_EQ(0, modem_switch_nr_network_mode(2));
-    EXPECT_EQ(0, modem_subsystem_reboot());
-    int32_t mode = 0;
-    EXPECT_NE(0, modem_get_operating_mode(&mode));
-    for (const bool up : {false, true}) {
-        for (const modem_api_qmi_service_type service : {1, 2, 3, 8, 17, 36, 228}) {
-            EXPECT_EQ(serviceEvent(up, service), events.take());
+        const auto known =
+                sim::Modem::get().with([](auto& memory) { return memory.configurations; });
+        const auto found = known.find("x");
+        const bool isComplete = found != known.end() && found->second.isComplete();
+        EXPECT_EQ(row.content != nullptr, isComplete) << testing::PrintToString(row.chunks);
+        if (isComplete && row.content != nullptr) {
+            EXPECT_EQ(row.content,
+                      std::string(found->second.data.begin(), found->second.data.end()));
         }
     }
-    EXPECT_EQ(0, modem_get_operating_mode(&mode));
-    EXPECT_EQ(-1, mode);
-    uint32_t nrMode = 0;
-    EXPECT_NE(0, modem_get_nr_network_mode(&nrMode));
-    EXPECT_THAT(sim::runCommand("rrc 1 2 3 4"), HasSubstr("error: rrc: "));
-    bindAndSubscribe();
-    EXPECT_EQ(0, modem_get_nr_network_mode(&nrMode));
-    EXPECT_EQ(2U, nrMode);
-    run("rrc 1 2 3 -4");
-    EXPECT_EQ(-4, events.take().word(20));
 }
 
-TEST_F(Desk, RadioReportsComeWhileTheyAreOn) {
-    run("set radio-interval-ms 1");
-    EXPECT_EQ(0, modem_api_set_radio_info_report_enabled(1, nullptr, onAnswer));
-    answers.take();
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(19, events.take().number);
+TEST_F(ModemTest, StoresGiveBackWhatFits) {
+    const uint8_t item[3] = {1, 2, 3};
+    uint8_t buffer[513] = {};
+    const auto read = [&](int32_t selector, size_t room) {
+        const int result = modem_read_nv_for_subid(selector, 5, 9, buffer, &room);
+        return result == 0 ? static_cast<int>(room) : -1;
+    };
+    EXPECT_EQ(0, modem_write_nv_for_subid(-1, 5, item, sizeof(item)));
+    EXPECT_NE(0, modem_write_nv_for_subid(0, 5, buffer, sizeof(buffer)));
+    EXPECT_EQ(3, read(-1, 512));
+    EXPECT_EQ(0, memcmp(buffer, item, sizeof(item)));
+    EXPECT_EQ(-1, read(-1, 2));
+    EXPECT_EQ(-1, read(0, 512));
+    run("patch modem_read_nv_for_subid size 600");
+    EXPECT_EQ(600, read(-1, 512));
+    run("clear");
+}
+
+TEST_F(ModemTest, CommandsCarryAsManyTokensAsTheyCount) {
+    run("at +LOG 11 1 one two");
+    const sim::Bytes data = take(MODEM_API_EVENT_AT_COMMAND);
+    modem_atlog_cmd_type command{};
+    ASSERT_EQ(sizeof(command), data.size());
+    memcpy(&command, data.data(), data.size());
+    EXPECT_STREQ("one", command.tokens[0]);
+    EXPECT_EQ(nullptr, command.tokens[1]);
+    free(command.tokens[0]);
+}
+
+TEST_F(ModemTest, WrongCommandsSayWhatAndWhere) {
+    const std::pair<std::string, const char*> rows[] = {
+            {"sing", "error: no command 'sing'; 'help' lists them"},
+            {"set", "error: usage: set KEY VALUE..."},
+            {"rrc 1 2 x 4", "error: rrc: argument 3 'x' is not a number from -2147483648"},
+            {"state nosuch", "error: state: argument 1 'nosuch' begins no key"},
+            {"state nv.", "ok\n"},
+            {"connect foo", "'foo' is no service: wds, dms, nas, at, sar, pdc, vs, vms, all, or"},
+            {"set sarstate 1", "'sarstate' is no plain value of the memory; 'help keys'"},
+            {"set latency-ms 1 2", "error: set: argument 3 '2' is one too many"},
+            {"event 15 0g", "error: event: argument 2 '0g' is not pairs of hexadecimal digits"},
+            {"event 2 " + std::string(2 * sizeof(modem_atlog_cmd_type), '1'), "use 'at'"},
+            {"fail malloc", "error: the modem API has no function 'malloc'"},
+            {"patch modem_get_build_id token 1", "argument 2 'token' is neither an offset nor"},
+            {"delay modem_get_build_id 9-5", "argument 2 '9-5' is not a number from 9"},
+            {"set build-id \"a", "error: a quote is not closed"},
+            {"\x01\x7f", "error: no command '..'"},
+            {"  calls   modem_get_build_id\r", "0\nok\n"},
+    };
+    for (const auto& [line, reply] : rows) {
+        EXPECT_THAT(sim::runCommand(line), HasSubstr(reply)) << line;
     }
-    EXPECT_EQ(0, modem_api_set_radio_info_report_enabled(0, nullptr, onAnswer));
-    answers.take();
-    run("event 1000 -");
-    while (events.take().number != 1000) {
+}
+
+TEST(AtLine, EditsLinesAndTellsRequestsApart) {
+    sim::AtLine line;
+    std::string shown;
+    std::vector<std::string> lines;
+    for (const char c : std::string("AX\bT\r\n\x7f\x01"
+                                    "ATE\nB\r")) {
+        if (auto ended = line.feed(c, shown)) {
+            lines.push_back(*ended);
+        }
     }
-    run("radio 1 2 3 4 5 6 7 8 255 65535");
-    const Event radio = events.take();
-    EXPECT_EQ(132U, radio.data.size());
-    EXPECT_EQ(3, radio.word(16));
-    EXPECT_EQ(static_cast<int32_t>(0xffff00ff), radio.word(44));
+    EXPECT_EQ("AX\b \bT\rATE\nB\r", shown);
+    EXPECT_THAT(lines, testing::ElementsAre("AT", "ATE", "B"));
+    const std::string sixty = "AT+LOG=1" + std::string(59, ',');
+    const std::pair<std::string, AtRequest> rows[] = {
+            {"", {AtRequest::NOTHING}},
+            {"ATe0", {AtRequest::ECHO_OFF}},
+            {"BAT", {AtRequest::ERROR}},
+            {"at+log = 1 , tc7 ", {AtRequest::EXTENDED, "+log", {"1", "tc7"}}},
+            {"AT+LOG=0,,\"my, \"", {AtRequest::EXTENDED, "+LOG", {"0", "", "my, "}}},
+            {"AT+LOG=", {AtRequest::EXTENDED, "+LOG"}},
+            {"AT+LOG=?", {AtRequest::ERROR}},
+            {"AT+LOG=1,\"open", {AtRequest::ERROR}},
+            {sixty + ",", {AtRequest::ERROR}},
+            {"AT" + std::string(sim::AtLine::LENGTH_MAX, ' '), {AtRequest::ERROR}},
+    };
+    for (const auto& [text, request] : rows) {
+        const AtRequest parsed = sim::parseAtLine(text);
+        EXPECT_EQ(std::tie(request.kind, request.name, request.tokens),
+                  std::tie(parsed.kind, parsed.name, parsed.tokens))
+                << text;
+    }
+    EXPECT_EQ(60U, sim::parseAtLine(sixty).tokens.size());
 }

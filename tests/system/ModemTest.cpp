@@ -123,13 +123,13 @@ TEST_F(ModemTest, SurvivesAnswersThatAreNotAsTheyShouldBe) {
     constexpr char NO_ID[] = "error=1 buildId=\"\"";
     const char* const rows[][3] = {
             {"fail modem_get_build_id 7", "getBuildId", NO_ID},
-            {"result modem_get_build_id 3", "getBuildId", NO_ID},
-            {"answer-length modem_get_build_id 0", "getBuildId", NO_ID},
-            {"answer-length modem_get_build_id 547", "getBuildId", NO_ID},
-            {"answer-length modem_get_build_id 549", "getBuildId", NO_ID},
+            {"patch modem_get_build_id result 3", "getBuildId", NO_ID},
+            {"patch modem_get_build_id size 0", "getBuildId", NO_ID},
+            {"patch modem_get_build_id size 547", "getBuildId", NO_ID},
+            {"patch modem_get_build_id size 549", "getBuildId", NO_ID},
             {"patch modem_get_build_id 8 00010000", "getBuildId", NO_ID},
             {"patch modem_get_build_id 8 ff000000 410042", "getBuildId", "error=0 buildId=A"},
-            {"answer modem_api_get_modem_property 0000000000000000 6f6464", "getModemProperty no",
+            {"patch modem_api_get_modem_property 0 0000000000000000 6f6464", "getModemProperty no",
              "error=0 value=odd"},
             {"patch modem_get_bands_info 8 15000000", "getBandsInfo",
              "error=0 list1=[] list2=[1, 8] list3=[1, 3, 7, 20, 28] list4=[1, 78] list5=[78]"},
@@ -241,7 +241,10 @@ TEST_F(ModemTest, TakesConfigurationEventsAsTheyCome) {
     Host host;
     Client client;
     for (const uint32_t length : {0U, 124U, 125U, 256U, 257U, 4294967295U}) {
-        host.sim("pdc-length " + std::to_string(length));
+        for (const char* function : {"get_activate_config_info", "get_config_info"}) {
+            host.sim(std::string("patch modem_pdc_") + function + " length " +
+                     std::to_string(length));
+        }
         EXPECT_EQ(infoAnswer("factory", 124, length), client.call("getActiveMbnInfo 0"));
         EXPECT_EQ(infoAnswer("name=factory size=1", 256, length),
                   client.call("getMetaMbnInfo text:factory 7"));
@@ -253,7 +256,7 @@ TEST_F(ModemTest, TakesConfigurationEventsAsTheyCome) {
     host.sim("delay modem_pdc_get_activate_config_info 0");
     EXPECT_EQ(infoAnswer("factory", 7, 7), client.call("getActiveMbnInfo 1"));
     EXPECT_EQ("getActiveMbnInfoResponse " + infoAnswer("factory", 7, 7), client.answer(late));
-    host.sim("pdc-token 4711");
+    host.sim("patch modem_pdc_activate_regular_config token 4711");
     const int32_t foreign = client.send("activateRegularMbn 0");
     EXPECT_EQ("activateRegularMbnResponse error=0", client.answer(4711));
     for (const char* event : {"event 17 -", "event 18 00", "event 22 0000000000000000000000"}) {

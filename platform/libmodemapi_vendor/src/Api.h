@@ -39,7 +39,7 @@ int resultOf(Work& work, Arguments&... arguments) {
 template <class Work>
 int requestModem(const char* function, Needs needs, Work&& work) {
     Modem& modem = Modem::get();
-    const int refused = modem.admit(function, needs, true);
+    const int refused = modem.admit(function, needs, false);
     return refused != 0 ? refused : resultOf(work, modem);
 }
 
@@ -67,7 +67,7 @@ template <class Work>
 int requestAsync(const char* function, void* cookie, modem_api_async_callback callback,
                  Work&& work) {
     Modem& modem = Modem::get();
-    const int refused = modem.admit(function, VS, false);
+    const int refused = modem.admit(function, VS, true);
     if (refused == 0) {
         modem_async_response response{};
         response.result = modem.with(
@@ -87,7 +87,7 @@ inline int writeNumberAsync(const char* function, const char* name, int64_t valu
 template <class Event, class Work>
 int requestEvent(const char* function, modem_api_event_type number, int32_t token, Work&& work) {
     Modem& modem = Modem::get();
-    const int refused = modem.admit(function, PDC, false);
+    const int refused = modem.admit(function, PDC, true);
     if (refused == 0) {
         Event event{};
         event.token = token;

@@ -31,8 +31,8 @@ struct AtRequest {
     enum Kind { NOTHING, ERROR, OK, ECHO_OFF, ECHO_ON, EXTENDED };
 
     Kind kind;
-    std::string name = {};                /**< of an EXTENDED command: "+LOG", as it was typed */
-    std::vector<std::string> tokens = {}; /**< its arguments, without their quotes */
+    std::string name = {};                 ///< of an EXTENDED command: "+LOG", as it was typed
+    std::vector<std::string> tokens = {};  ///< its arguments, without their quotes
 };
 
 /** Reads a line; only what is an AT command at all is told apart here, not which names exist. */

@@ -20,7 +20,7 @@ struct AtCommand {
     uint64_t opCode;
     std::string name;
     uint16_t tokenCount;
-    std::vector<std::optional<std::string>> tokens; /**< nothing: a null pointer */
+    std::vector<std::optional<std::string>> tokens;  ///< nothing: a null pointer
 };
 
 /**
@@ -63,8 +63,8 @@ private:
     std::condition_variable mEnded;
     std::string mRegistered;
     uint64_t mLastHandle = 0;
-    uint64_t mTyped = 0;  /**< handle of the open command that was typed, or 0 */
-    uint64_t mPosted = 0; /**< handle of the open command that was not typed, or 0 */
+    uint64_t mTyped = 0;   ///< handle of the open command that was typed, or 0
+    uint64_t mPosted = 0;  ///< handle of the open command that was not typed, or 0
     bool mSuccess = false;
 };
 

@@ -1,116 +1,42 @@
 #include "Commands.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
 #include <stdexcept>
 
-#include "Modem.h"
+#include "ApiFunctions.h"
+#include "Call.h"
 
 namespace sim {
 
 namespace {
 
 constexpr int64_t MS_GREATEST = 600000;
-constexpr int64_t ANSWER_LARGEST = 65536;
-
-/** One command with its arguments. An argument that is not allowed throws invalid_argument. */
-class Call {
-public:
-    explicit Call(std::vector<std::string> words) : mWords(std::move(words)) {}
-
-    Modem& modem = Modem::get();
-    std::string output; /**< lines, each with its newline */
-
-    /** Number of arguments. */
-    size_t count() const { return mWords.size() - 1; }
-    /** The argument at `place`, counted from 1; the command at 0. */
-    const std::string& text(size_t place) const { return mWords[place]; }
-
-    /** All arguments from `place` on, `separator` between them. */
-    std::string joined(size_t place, const char* separator) const {
-        std::string all;
-        for (size_t i = place; i < mWords.size(); ++i) {
-            all += (i > place ? separator : "") + mWords[i];
-        }
-        return all;
-    }
-
-    int64_t number(size_t place, int64_t lowest, int64_t greatest) const {
-        return toNumber(place, mWords[place], lowest, greatest);
-    }
-
-    template <class Value>
-    Value number(size_t place) const {
-        return static_cast<Value>(number(place, std::numeric_limits<Value>::min(),
-                                         std::numeric_limits<Value>::max()));
-    }
-
-    int64_t toNumber(size_t place, const std::string& word, int64_t lowest,
-                     int64_t greatest) const {
-        char* end = nullptr;
-        errno = 0;
-        const long long value = strtoll(word.c_str(), &end, 0);
-        if (word.empty() || *end != '\0' || errno != 0 || value < lowest || value > greatest) {
-            refuse(place, "is not a number from " + std::to_string(lowest) + " to " +
-                                  std::to_string(greatest));
-        }
-        return value;
-    }
-
-    /** The bytes of all arguments from `place` on; "-" stands for none. */
-    Bytes bytes(size_t place) const {
-        const std::string all = joined(place, "");
-        const auto bytes = fromHex(all == "-" ? "" : all);
-        if (!bytes) {
-            refuse(place, "is not pairs of hexadecimal digits");
-        }
-        return *bytes;
-    }
-
-    [[noreturn]] void refuse(size_t place, const std::string& why) const {
-        throw std::invalid_argument(mWords[0] + ": argument " + std::to_string(place) + " '" +
-                                    mWords[place] + "' " + why);
-    }
-
-    /** Changes the knobs of the function that is the first argument. */
-    template <class Change>
-    void edit(Change&& change) const {
-        modem.knobs().edit(text(1), change);
-    }
-
-    void print(const std::string& key, size_t width, const std::string& value) {
-        const std::string gap(key.size() < width ? width - key.size() : 1, ' ');
-        output += printable(key + gap + value) + "\n";
-    }
-
-    /** Reports an event that only a subscriber gets. */
-    template <class Record>
-    void raise(modem_api_event_type number, const Record& record) const {
-        if (!modem.isWanted(number)) {
-            throw std::invalid_argument(mWords[0] + ": service down or not bound, or event " +
-                                        std::to_string(number) + " not subscribed");
-        }
-        modem.raise(number, toBytes(record));
-    }
-
-private:
-    const std::vector<std::string> mWords;
-};
+constexpr int64_t RECORD_LARGEST = 65536;
+constexpr size_t PATCHES_MAX = 64;
 
 struct Command {
     const char* name;
-    const char* arguments; /**< as help shows them, and as they are counted: [] may be left out */
+    const char* arguments;  ///< as help shows them, and as they are counted: [] may be left out
     const char* help;
     void (*run)(Call& call);
 };
 
 void state(Call& call) {
     const std::string prefix = call.count() > 0 ? call.text(1) : "";
+    // Families of which there may be none at the moment.
+    bool isKnown = false;
+    for (const char* family :
+         {"mbn.", "mbn-selected.", "mbn-active.", "property.", "nv.", "efs.", "prl.", "profile."}) {
+        isKnown = isKnown || prefix == family;
+    }
     for (const auto& [key, value] : call.modem.describe()) {
         if (key.rfind(prefix, 0) == 0) {
             call.print(key, 20, value);
+            isKnown = true;
         }
+    }
+    if (!isKnown) {
+        call.refuse(1, "begins no key; 'state' lists them");
     }
 }
 
@@ -123,17 +49,26 @@ std::vector<modem_api_qmi_service_type> services(const Call& call) {
             return {number};
         }
     }
+    if (call.text(1).find_first_not_of("0123456789") != std::string::npos) {
+        std::string names;
+        for (const ServiceName& service : SERVICES) {
+            names += std::string(service.name) + ", ";
+        }
+        call.refuse(1, "is no service: " + names + "all, or a number");
+    }
     return {call.number<uint8_t>(1)};
 }
 
 template <void (Modem::*CHANGE)(modem_api_qmi_service_type)>
 void forServices(Call& call) {
+    call.checkRoomForEvents();
     for (const modem_api_qmi_service_type service : services(call)) {
         (call.modem.*CHANGE)(service);
     }
 }
 
 void restart(Call& call) {
+    call.checkRoomForEvents();
     call.modem.restart(call.count() > 0
                                ? std::optional(Milliseconds(call.number(1, 0, MS_GREATEST)))
                                : std::nullopt);
@@ -147,9 +82,9 @@ void set(Call& call) {
             text->second = call.joined(2, " ");
         } else if (const auto number = memory.numbers.find(key); number != memory.numbers.end()) {
             number->second =
-                    call.number(2, isTime ? 0 : INT32_MIN, isTime ? MS_GREATEST : UINT32_MAX);
+                    call.only(2, isTime ? 0 : INT32_MIN, isTime ? MS_GREATEST : UINT32_MAX);
         } else {
-            call.refuse(1, "is no plain value of the memory");
+            call.refuse(1, "is no plain value of the memory; 'help keys' lists them");
         }
     });
 }
@@ -185,6 +120,7 @@ void event(Call& call) {
         std::any_of(data.begin() + TOKENS, data.end(), [](uint8_t byte) { return byte != 0; })) {
         call.refuse(2, "has pointers, which the receiver would free: use 'at'");
     }
+    call.checkRoomForEvents();
     call.modem.raise(number, data, true);
 }
 
@@ -230,6 +166,7 @@ void radio(Call& call) {
 }
 
 void at(Call& call) {
+    call.checkRoomForEvents();
     AtCommand command{call.modem.atPort().post(),
                       call.number<uint32_t>(2),
                       call.text(1),
@@ -271,47 +208,50 @@ void delay(Call& call) {
     call.edit([&](Knobs& knobs) { knobs.delay = {least, greatest}; });
 }
 
-void answer(Call& call) {
-    call.edit([&](Knobs& knobs) { knobs.patches[0] = call.bytes(2); });
+/** A field that `patch` knows by its name, in the records of the functions that begin so. */
+struct Field {
+    const char* name;
+    const char* functions;
+    size_t offset;
+};
+
+constexpr Field FIELDS[] = {
+        {"result", "modem_pdc_", offsetof(modem_pdc_active_info_event, result)},
+        {"token", "modem_pdc_", offsetof(modem_pdc_active_info_event, token)},
+        {"length", "modem_pdc_get_activate_config_info",
+         offsetof(modem_pdc_active_info_event, config_id_length)},
+        {"length", "modem_pdc_get_config_info",
+         offsetof(modem_pdc_meta_info_event, metadata_length)},
+        {"length", "modem_get_build_", offsetof(modem_async_response, payload)},
+        {"result", "modem_", offsetof(modem_async_response, result)},
+};
+
+/** Where a patch goes and its bytes: four after the name of a field, any after an offset. */
+std::pair<size_t, Bytes> patchOf(const Call& call) {
+    for (const auto& [name, functions, offset] : FIELDS) {
+        if (call.text(2) == name && call.text(1).rfind(functions, 0) == 0) {
+            return {offset, toBytes(static_cast<uint32_t>(call.only(3, INT32_MIN, UINT32_MAX)))};
+        }
+    }
+    if (call.text(2).find_first_not_of("0123456789abcdefxABCDEF") != std::string::npos) {
+        call.refuse(2, "is neither an offset nor size, result, token or length of this function");
+    }
+    return {static_cast<size_t>(call.number(2, 0, RECORD_LARGEST)), call.bytes(3)};
 }
 
 void patch(Call& call) {
-    const auto offset = static_cast<size_t>(call.number(2, 0, ANSWER_LARGEST));
-    call.edit([&](Knobs& knobs) { knobs.patches[offset] = call.bytes(3); });
-}
-
-void result(Call& call) {
-    const bool byEvent = call.text(1).rfind("modem_pdc_", 0) == 0;
-    const size_t offset = byEvent ? offsetof(modem_pdc_active_info_event, result)
-                                  : offsetof(modem_async_response, result);
-    const auto code = static_cast<uint32_t>(call.number(2, INT32_MIN, UINT32_MAX));
-    call.edit([&](Knobs& knobs) { knobs.patches[offset] = toBytes(code); });
-}
-
-void answerLength(Call& call) {
-    const auto length = static_cast<size_t>(call.number(2, 0, ANSWER_LARGEST));
-    call.edit([&](Knobs& knobs) { knobs.answerLength = length; });
-}
-
-/** Sets a field of the configuration events, the one that the command is named for. */
-void pdcField(Call& call) {
-    static constexpr struct {
-        const char* command;
-        const char* function;
-        size_t offset;
-    } FIELDS[] = {{"pdc-token", "modem_pdc_get_activate_config_info", 8},
-                  {"pdc-token", "modem_pdc_get_config_info", 8},
-                  {"pdc-token", "modem_pdc_activate_regular_config", 8},
-                  {"pdc-length", "modem_pdc_get_activate_config_info", 136},
-                  {"pdc-length", "modem_pdc_get_config_info", 268}};
-    const auto value = static_cast<uint32_t>(call.number(1, INT32_MIN, UINT32_MAX));
-    for (const auto& field : FIELDS) {
-        if (call.text(0) == field.command) {
-            call.modem.knobs().edit(field.function, [&](Knobs& knobs) {
-                knobs.patches[field.offset] = toBytes(value);
-            });
-        }
+    if (call.text(2) == "size") {
+        const auto size = static_cast<size_t>(call.only(3, 0, RECORD_LARGEST));
+        call.edit([&](Knobs& knobs) { knobs.recordSize = size; });
+        return;
     }
+    const auto change = patchOf(call);
+    call.edit([&](Knobs& knobs) {
+        if (knobs.patches.size() >= PATCHES_MAX && knobs.patches.count(change.first) == 0) {
+            call.refuse(1, "has " + std::to_string(PATCHES_MAX) + " patches already");
+        }
+        knobs.patches[change.first] = change.second;
+    });
 }
 
 void calls(Call& call) {
@@ -327,41 +267,69 @@ void calls(Call& call) {
 void help(Call& call);
 
 constexpr Command COMMANDS[] = {
-        {"help", "", "this list", help},
+        {"help", "[LIST]", "this list, or one of: functions, keys, services", help},
         {"state", "[PREFIX]", "what the modem remembers, keys that begin so", state},
-        {"connect", "SERVICE", "service up: a name, a number, or all that are open",
-         forServices<&Modem::connect>},
-        {"disconnect", "SERVICE", "service down", forServices<&Modem::disconnect>},
-        {"restart", "[MS]", "modem restart, back after MS", restart},
         {"set", "KEY VALUE...", "a plain value of the memory", set},
         {"bands", "LIST COUNT [VALUE...]", "band list 1 to 5, with any count", bands},
         {"profiles", "HEX...", "the IMS profiles: 8 bytes each, or only a number", profiles},
         {"forget", "", "the memory is as it was at the start",
          [](Call& call) { call.modem.with([](Memory& memory) { memory = {}; }); }},
-        {"event", "NUMBER HEX...", "any event, subscribed or not; - is no data", event},
+        {"connect", "SERVICE", "service up: a name, a number, or all that are open",
+         forServices<&Modem::connect>},
+        {"disconnect", "SERVICE", "service down", forServices<&Modem::disconnect>},
+        {"restart", "[MS]", "modem restart, back after MS", restart},
         {"rrc", "A B C D", "event 15 with these values", rrc},
         {"power-save", "MODE", "power save mode, and event 20", powerSave},
         {"radio", "[VALUE...]", "event 19; values replace the first ones of the report", radio},
         {"at", "NAME OP_CODE COUNT [TOKEN...]", "event 2; - is a null token", at},
+        {"event", "NUMBER HEX...", "any event, subscribed or not; - is no data", event},
         {"fail", "FUNCTION [CODE] [TIMES] [AFTER]", "calls fail, after AFTER good ones", fail},
-        {"ok", "FUNCTION", "all knobs of the function off", heal},
         {"delay", "FUNCTION MS", "calls last, or answers wait, MS or MIN-MAX", delay},
         {"silence", "FUNCTION", "answers never come",
          [](Call& call) { call.edit([](Knobs& knobs) { knobs.silent = true; }); }},
-        {"result", "FUNCTION CODE", "answers carry this result", result},
-        {"answer", "FUNCTION HEX...", "answers begin with these bytes", answer},
-        {"patch", "FUNCTION OFFSET HEX...", "answers have these bytes at the offset", patch},
-        {"answer-length", "FUNCTION N", "answers are N bytes long", answerLength},
-        {"pdc-length", "N", "configuration events say this length", pdcField},
-        {"pdc-token", "N", "configuration events carry this token", pdcField},
-        {"calls", "[FUNCTION]", "how often functions were called", calls},
+        {"patch", "FUNCTION FIELD VALUE...",
+         "answers have this in a field: size, result, token, length, or bytes at an offset", patch},
+        {"ok", "FUNCTION", "all knobs of the function off", heal},
         {"clear", "", "all knobs off, all counts zero",
          [](Call& call) { call.modem.knobs().clear(); }},
+        {"calls", "[FUNCTION]", "how often functions were called", calls},
 };
 
+void listNames(Call& call) {
+    std::vector<std::string> names;
+    if (call.text(1) == "functions") {
+        names.assign(std::begin(API_FUNCTIONS), std::end(API_FUNCTIONS));
+    } else if (call.text(1) == "services") {
+        for (const ServiceName& service : SERVICES) {
+            names.emplace_back(service.name);
+        }
+    } else if (call.text(1) == "keys") {
+        call.modem.with([&](const Memory& memory) {
+            for (const auto& entry : memory.numbers) {
+                names.push_back(entry.first);
+            }
+            for (const auto& entry : memory.texts) {
+                names.push_back(entry.first);
+            }
+        });
+    } else {
+        call.refuse(1, "is none of functions, keys, services");
+    }
+    for (const std::string& name : names) {
+        call.print(name, 0, "");
+    }
+}
+
+/** A line for each command: its word and arguments, then its comment behind " # ". */
 void help(Call& call) {
+    if (call.count() > 0) {
+        listNames(call);
+        return;
+    }
     for (const Command& command : COMMANDS) {
-        call.print(std::string(command.name) + " " + command.arguments, 38, command.help);
+        const bool isAlone = *command.arguments == '\0';
+        call.print(command.name + std::string(isAlone ? "" : " ") + command.arguments, 37,
+                   std::string(" # ") + command.help);
     }
 }
 

@@ -1,29 +1,14 @@
 #include "Knobs.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <stdexcept>
 #include <thread>
 
+#include "ApiFunctions.h"
+
 namespace sim {
 
 namespace {
-
-/** True for what this very library exports, whichever other builds of it the process has. */
-bool isFunction(const std::string& name) {
-    static const char ANCHOR = 0;
-    Dl_info self{};
-    if (name.rfind("modem_", 0) != 0 || dladdr(&ANCHOR, &self) == 0) {
-        return false;
-    }
-    void* library = dlopen(self.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
-    const bool found = library != nullptr && dlsym(library, name.c_str()) != nullptr;
-    if (library != nullptr) {
-        dlclose(library);
-    }
-    return found;
-}
 
 int takeFailure(Knobs& knobs) {
     if (knobs.failTimes == 0) {
@@ -73,7 +58,7 @@ Bytes KnobBoard::shape(std::string_view function, const void* record, size_t siz
         bytes.resize(std::max(bytes.size(), offset + patch.size()));
         std::copy(patch.begin(), patch.end(), bytes.begin() + static_cast<ptrdiff_t>(offset));
     }
-    bytes.resize(knobs.answerLength.value_or(bytes.size()));
+    bytes.resize(knobs.recordSize.value_or(bytes.size()));
     bytes.shrink_to_fit();  // so that a reader beyond the end is found out
     return bytes;
 }
@@ -89,8 +74,10 @@ std::map<std::string, Knobs, std::less<>> KnobBoard::all() const {
 }
 
 void KnobBoard::checkFunction(const std::string& function) {
-    if (!isFunction(function)) {
-        throw std::invalid_argument("the modem API has no function '" + function + "'");
+    if (std::find(std::begin(API_FUNCTIONS), std::end(API_FUNCTIONS), function) ==
+        std::end(API_FUNCTIONS)) {
+        throw std::invalid_argument("the modem API has no function '" + function +
+                                    "'; 'help functions' lists them");
     }
 }
 

@@ -18,13 +18,13 @@ namespace sim {
 struct Knobs {
     uint64_t calls = 0;
     int failCode = 0;
-    uint64_t failAfter = 0; /**< calls that still succeed before the failing ones */
-    uint64_t failTimes = 0; /**< calls that fail */
+    uint64_t failAfter = 0;  ///< calls that still succeed before the failing ones
+    uint64_t failTimes = 0;  ///< calls that fail
     /** Least and greatest; the call of a synchronous function lasts so long, an answer waits. */
     std::optional<std::pair<Milliseconds, Milliseconds>> delay;
-    bool silent = false;             /**< the answer never comes */
-    std::map<size_t, Bytes> patches; /**< written over the answer, by offset */
-    std::optional<size_t> answerLength;
+    bool silent = false;               ///< the answer never comes
+    std::map<size_t, Bytes> patches;   ///< written over the answer, by offset
+    std::optional<size_t> recordSize;  ///< the answer is cut or extended to it
 };
 
 /** The knobs of all functions, by the functions' C names. Callable from any thread. */

@@ -39,7 +39,25 @@ struct Configuration {
     size_t total = 0;
     Bytes data;
 
+    Configuration() = default;
+    Configuration(size_t size, Bytes content) : total(size), data(std::move(content)) {}
+
     bool isComplete() const { return data.size() == total; }
+
+    /**
+     * Adds a chunk. A load that starts over is known by its total, if that is another one, or by
+     * its first chunk coming again; as a file may repeat itself, too, it is then the end of the
+     * load that tells which of the two it was.
+     *
+     * @return false when the chunk runs beyond the end
+     */
+    bool add(const uint8_t* chunk, size_t length, size_t ofTotal);
+
+private:
+    bool isFirstChunk(const uint8_t* chunk, size_t length) const;
+
+    size_t mFirstLength = 0;  ///< bytes of the first chunk
+    size_t mRepeat = 0;       ///< since this offset it has been the beginning once more; 0 for none
 };
 
 struct Bands {
@@ -69,10 +87,11 @@ struct Memory {
                                                 {"mbn-by-name", ""}};
     std::map<std::string, std::string> properties = {};
     Store nvItems{NV_ITEM_LARGEST};
-    Store efsFiles{FILE_LARGEST}; /**< by sub-selector and file */
-    Store prls{FILE_LARGEST};     /**< by selector and 0 */
-    std::map<std::string, Configuration> configurations = {{FACTORY_CONFIGURATION, {1, {0}}}};
-    std::map<int32_t, std::string> selected = {}; /**< configuration by type */
+    Store efsFiles{FILE_LARGEST};  ///< by sub-selector and file
+    Store prls{FILE_LARGEST};      ///< by selector and 0
+    std::map<std::string, Configuration> configurations = {
+            {FACTORY_CONFIGURATION, Configuration(1, {0})}};
+    std::map<int32_t, std::string> selected = {};  ///< configuration by type
     std::map<int32_t, std::string> active = {{0, FACTORY_CONFIGURATION},
                                              {1, FACTORY_CONFIGURATION}};
     std::vector<modem_ims_profile> imsProfiles = {{{1}}, {{2}}};
@@ -83,6 +102,9 @@ struct Memory {
                                     1,      0,
                                     500,    {21, 22, 23, 24},
                                     1,      {{31, 32, 33, 34}}};
+
+    /** Forgets configurations that have come in part: the load was interrupted. */
+    void dropUnfinished();
 
     Milliseconds time(const char* name) const { return Milliseconds(numbers.at(name)); }
 };

@@ -34,12 +34,12 @@ void Modem::startPorts() {
             const std::string instance = runtime::instance();
             const std::string port = runtime::simulatorPort(instance);
             serveTextPort(port, runCommand);
+            const std::string link = runtime::atPort(instance);
             const std::string terminal = mAtPort.open(
-                    runtime::atPort(instance),
-                    [this](AtCommand command) { raiseAtCommand(std::move(command)); },
+                    link, [this](AtCommand command) { raiseAtCommand(std::move(command)); },
                     [this] { return timeOf("at-timeout-ms"); });
-            runtime::ErrorOutput::get().print("simulated modem: text port %s, AT port %s",
-                                              port.c_str(), terminal.c_str());
+            runtime::ErrorOutput::get().print("simulated modem: text port %s, AT port %s (%s)",
+                                              port.c_str(), link.c_str(), terminal.c_str());
         } catch (const std::exception& error) {
             runtime::ErrorOutput::get().print("simulated modem goes on without a port: %s",
                                               error.what());
@@ -47,9 +47,12 @@ void Modem::startPorts() {
     });
 }
 
-int Modem::admit(const char* function, Needs needs, bool blocks) {
-    if (const int code = mKnobs.enter(function, blocks); code != 0) {
+int Modem::admit(const char* function, Needs needs, bool isAnsweredLater) {
+    if (const int code = mKnobs.enter(function, !isAnsweredLater); code != 0) {
         return code;
+    }
+    if (isAnsweredLater && !(mAnswers.takesMore() && mEvents.takesMore())) {
+        return MODEM_API_RESULT_FAILURE;
     }
     std::lock_guard lock(mMutex);
     return isReady(needs) ? MODEM_API_RESULT_SUCCESS : MODEM_API_RESULT_FAILURE;
@@ -142,7 +145,10 @@ void Modem::deliverAtCommand(const AtCommand& command) {
     record.token_count = command.tokenCount;
     // A full name is not terminated.
     memcpy(record.name, command.name.data(), std::min(command.name.size(), sizeof record.name));
-    for (size_t i = 0; i < std::min<size_t>(command.tokens.size(), MODEM_ATLOG_TOKENS_MAX); ++i) {
+    // The receiver frees as many as the count says.
+    const size_t count = std::min(
+            {command.tokens.size(), size_t{command.tokenCount}, size_t{MODEM_ATLOG_TOKENS_MAX}});
+    for (size_t i = 0; i < count; ++i) {
         record.tokens[i] = command.tokens[i] ? strdup(command.tokens[i]->c_str()) : nullptr;
     }
     callback(MODEM_API_EVENT_AT_COMMAND, &record, sizeof record);
@@ -228,6 +234,9 @@ void Modem::goDown(modem_api_qmi_service_type service) {
         Connection& connection = mConnections[service];
         connection.isUp = false;
         connection.bound = -1;
+        if (service == MODEM_API_QMI_SERVICE_PDC) {
+            mMemory.dropUnfinished();
+        }
         if (service == MODEM_API_QMI_SERVICE_VS) {
             mIndications = false;
             for (const modem_api_event_type event : INDICATIONS) {

@@ -46,8 +46,12 @@ public:
     /** Opens the text port and the AT port, the first time; without them the modem goes on. */
     void startPorts();
 
-    /** Starts a call of the API; nonzero when the call is to be refused with that. */
-    int admit(const char* function, Needs needs, bool blocks);
+    /**
+     * Starts a call of the API; nonzero when the call is to be refused with that.
+     *
+     * @param isAnsweredLater the answer comes after the call, and needs room among those that wait
+     */
+    int admit(const char* function, Needs needs, bool isAnsweredLater);
 
     /** Runs `work` on the memory, locked. `work` calls nothing of the modem. */
     template <class Work>
@@ -69,6 +73,8 @@ public:
     void setEventCallback(modem_api_event_callback callback);
     void subscribe(modem_api_event_type event);
     void registerIndications();
+    /** False when too many events wait. */
+    bool takesEvents() { return mEvents.takesMore(); }
     /** True when the event would reach the callback now. */
     bool isWanted(modem_api_event_type event);
     /** Reports an event if it is wanted when its turn comes; `always`: wanted or not. */
@@ -99,7 +105,7 @@ private:
     struct Connection {
         bool isOpen = false;
         bool isUp = false;
-        int32_t bound = -1; /**< instance, or -1 */
+        int32_t bound = -1;  ///< instance, or -1
     };
 
     Modem() = default;
@@ -120,10 +126,10 @@ private:
     modem_api_event_callback mEventCallback = nullptr;
     std::set<modem_api_event_type> mSubscribed;
     bool mIndications = false;
-    uint64_t mLife = 0; /**< counts restarts, so that what belongs to an earlier life is known */
+    uint64_t mLife = 0;  ///< counts restarts, so that what belongs to an earlier life is known
     bool mRestarting = false;
     bool mRadioReport = false;
-    uint64_t mRadioRun = 0; /**< counts the times that reports were switched */
+    uint64_t mRadioRun = 0;  ///< counts the times that reports were switched
 
     std::once_flag mPortsOnce;
     KnobBoard mKnobs;

@@ -5,7 +5,7 @@ using namespace sim;
 namespace {
 
 constexpr size_t CONFIGURATIONS_MAX = 64;
-constexpr int32_t CONFIGURATION_LARGEST = 64 * 1024 * 1024;
+constexpr size_t CONFIGURATIONS_LARGEST = 64 << 20;  // bytes of all together
 
 /** The text at the start of an identifier buffer. */
 std::string identifierText(const uint8_t* config_id, int32_t length) {
@@ -29,26 +29,57 @@ int select(const char* function, int32_t type, const uint8_t* config_id, int32_t
     });
 }
 
+/** Whether there is room for a configuration of that name, in place of what it has now. */
+bool hasRoom(const std::map<std::string, Configuration>& configurations, const std::string& name,
+             size_t size) {
+    size_t count = 1;
+    for (const auto& [other, configuration] : configurations) {
+        count += other != name ? 1 : 0;
+        size += other != name ? configuration.total : 0;
+    }
+    return count <= CONFIGURATIONS_MAX && size <= CONFIGURATIONS_LARGEST;
+}
+
 /** Writes `text` to an area of an event, and its length. */
 template <size_t Size>
 void fillArea(uint8_t (&area)[Size], uint32_t& length, const std::string& text) {
     length = static_cast<uint32_t>(text.copy(reinterpret_cast<char*>(area), Size));
 }
 
-/** Adds a chunk; false when it does not belong to the configuration or runs beyond its end. */
-bool addChunk(Configuration& configuration, const uint8_t* chunk, size_t length, size_t total) {
-    if (configuration.isComplete()) {
-        configuration = {total, {}};  // loaded before, or new: this is the first chunk
-        configuration.data.reserve(total);
+}  // namespace
+
+bool Configuration::isFirstChunk(const uint8_t* chunk, size_t length) const {
+    return length == mFirstLength && length <= data.size() &&
+           std::equal(chunk, chunk + length, data.begin());
+}
+
+bool Configuration::add(const uint8_t* chunk, size_t length, size_t ofTotal) {
+    const bool isFirst = isFirstChunk(chunk, length);
+    if (isComplete() && ofTotal == total && !isFirst && length <= mRepeat) {
+        // More than the total: what came since the repetition is the beginning of another load.
+        data.erase(data.begin(), data.begin() + static_cast<ptrdiff_t>(mRepeat));
+        mRepeat = 0;
+    } else if (isComplete() || ofTotal != total || (isFirst && data.size() + length > total)) {
+        *this = {ofTotal, {}};
+        data.reserve(ofTotal);
+        mFirstLength = length;
     }
-    if (configuration.total != total || configuration.data.size() + length > total) {
+    if (data.size() + length > total) {
         return false;
     }
-    configuration.data.insert(configuration.data.end(), chunk, chunk + length);
+    const auto again = data.end() - static_cast<ptrdiff_t>(mRepeat);
+    if (length > mRepeat || !std::equal(chunk, chunk + length, again)) {
+        mRepeat = isFirst ? data.size() : 0;
+    }
+    data.insert(data.end(), chunk, chunk + length);
     return true;
 }
 
-}  // namespace
+void Memory::dropUnfinished() {
+    for (auto entry = configurations.begin(); entry != configurations.end();) {
+        entry = entry->second.isComplete() ? std::next(entry) : configurations.erase(entry);
+    }
+}
 
 int modem_pdc_get_activate_config_info(int32_t type, int32_t token) {
     return requestEvent<modem_pdc_active_info_event>(
@@ -117,22 +148,21 @@ int modem_pdc_activate_regular_config(int32_t type, int32_t token) {
 
 int modem_pdc_load_configuration(const char* identifier, const uint8_t* chunk, int32_t length,
                                  int32_t total_size) {
-    return request(__func__, PDC, [&](Memory& memory) -> int {
-        if (length <= 0 || total_size < length || total_size > CONFIGURATION_LARGEST) {
+    const int result = request(__func__, PDC, [&](Memory& memory) -> int {
+        if (length <= 0 || total_size < length) {
             return MODEM_API_RESULT_INVALID_PARAM;
         }
         const std::string name = boundedText(identifier, MODEM_PDC_CONFIG_ID_SIZE);
         auto& configurations = memory.configurations;
-        const bool isNew = configurations.count(name) == 0;
         if (name.size() == MODEM_PDC_CONFIG_ID_SIZE ||
-            (isNew && configurations.size() == CONFIGURATIONS_MAX)) {
+            !hasRoom(configurations, name, static_cast<size_t>(total_size))) {
             return MODEM_API_RESULT_INVALID_PARAM;
         }
-        if (!addChunk(configurations[name], chunk, static_cast<size_t>(length),
-                      static_cast<size_t>(total_size))) {
-            configurations.erase(name);  // the next chunk is a first one
-            return MODEM_API_RESULT_FAILURE;
-        }
-        return MODEM_API_RESULT_SUCCESS;
+        return resultIf(configurations[name].add(chunk, static_cast<size_t>(length),
+                                                 static_cast<size_t>(total_size)));
     });
+    if (result != MODEM_API_RESULT_SUCCESS) {  // also when a knob, or the service, refused it
+        Modem::get().with([](Memory& memory) { memory.dropUnfinished(); });
+    }
+    return result;
 }

@@ -1,22 +1,49 @@
 #include "Scheduler.h"
 
+#include <malloc.h>
+
+#include <system_error>
 #include <thread>
+#include <utility>
 
 namespace sim {
 
-Scheduler::Scheduler(unsigned threads) {
-    for (unsigned i = 0; i < threads; ++i) {
-        std::thread([this] {
-            for (;;) {
-                takeDue()();
-            }
-        }).detach();
+bool Scheduler::takesMore() {
+    std::lock_guard lock(mMutex);
+    startThreads();
+    return mThreads > 0 && mTasks.size() < WAITING_MAX;
+}
+
+/** Those that the system refuses are tried again by the next call. */
+void Scheduler::startThreads() {
+    try {
+        for (; mThreads < mThreadsWanted; ++mThreads) {
+            std::thread(&Scheduler::run, this).detach();
+        }
+    } catch (const std::system_error&) {
+        return;
     }
+}
+
+void Scheduler::run() {
+    for (;;) {
+        takeDue()();
+        if (isRushOver()) {
+            malloc_trim(0);  // what the tasks and their answers took
+        }
+    }
+}
+
+bool Scheduler::isRushOver() {
+    std::lock_guard lock(mMutex);
+    return mTasks.empty() && std::exchange(mRush, false);
 }
 
 void Scheduler::post(Milliseconds delay, std::function<void()> task) {
     std::lock_guard lock(mMutex);
+    startThreads();
     mTasks.emplace(std::pair(Clock::now() + delay, ++mSequence), std::move(task));
+    mRush = mRush || mTasks.size() > WAITING_MAX / 2;
     // All: a single wake-up may go to a thread that already waits for an earlier task.
     mChanged.notify_all();
 }

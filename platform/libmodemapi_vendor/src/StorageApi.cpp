@@ -4,7 +4,7 @@ using namespace sim;
 
 namespace {
 
-constexpr size_t ENTRIES_MAX = 4096;
+constexpr size_t ENTRIES_MAX = 1024;
 
 int read(const char* function, Store Memory::*store, Store::Key key, uint8_t* buffer,
          size_t* length) {
