@@ -1,4 +1,5 @@
-// Answers and indications on their way up: conversions, errors, and the cache with its replay.
+// The proxies where threads meet, and as they are logged. What they send, keep and replay is
+// followed by the generated schedules.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,70 +15,7 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-namespace {
-
-using Lines = std::vector<std::string>;
-
-std::string rrcLine(int lte, int rrc, int wcdma, int wcdmaRrc) {
-    return R"({"method":"modemRRCStateInd","type":0,"lteValid":)" + std::to_string(lte) +
-           R"(,"rrcState":)" + std::to_string(rrc) + R"(,"wcdmaValid":)" + std::to_string(wcdma) +
-           R"(,"wcdmaRrcState":)" + std::to_string(wcdmaRrc) + "}";
-}
-
-std::string powerLine(int mode) {
-    return R"({"method":"powerSaveModeInd","type":0,"mode":)" + std::to_string(mode) + "}";
-}
-
-}  // namespace
-
-TEST(ResponseProxy, ErrorIsCoarseAndTheSerialGoesThrough) {
-    LogCapture log;
-    TextClient client;
-    ModemResponseProxy proxy;
-    proxy.update(client.responses());
-    const std::pair<Errno, int> rows[] = {{0, 0}, {2, 2}, {1, 1}, {3, 1}, {4, 1}, {5, 1}, {-7, 1}};
-    for (const auto& [err, error] : rows) {
-        EXPECT_EQ(proxy.respondSelectMbn(-1, err), 0);
-        EXPECT_THAT(client.take(), ElementsAre(answerLine("selectMbn", -1, error, "")));
-    }
-    EXPECT_EQ(log.take()[12], "I respondSelectMbn: serial = -1, err = -7");
-}
-
-TEST(ResponseProxy, PayloadsAreConvertedWhole) {
-    LogCapture log;
-    TextClient client;
-    ModemResponseProxy proxy;
-    proxy.update(client.responses());
-
-    proxy.respondGetMbnList(1, 0, {"a", "", "c"});
-    proxy.respondGetMbnList(1, 0, {});
-    proxy.respondGetModemProperty(1, 0, std::string("a\0b", 3));
-    proxy.respondGetActiveMbnInfo(1, 0, PdcMbnInfo{-5, {0, 255}});
-    EXPECT_THAT(client.take(),
-                ElementsAre(answerLine("getMbnList", 1, 0, R"(,"mbns":["a","","c"])"),
-                            answerLine("getMbnList", 1, 0, R"(,"mbns":[])"),
-                            answerLine("getModemProperty", 1, 0, R"(,"value":"a\u0000b")"),
-                            answerLine("getActiveMbnInfo", 1, 0,
-                                       R"(,"mbnInfo":{"result":-5,"configId":[0,255]})")));
-
-    BandsInfoType bands{};
-    bands.list1 = {3, {1, 3, 7, 9}};
-    bands.list2 = {21, {5}};  // above the capacity: cut to it
-    bands.list4 = {-1, {5}};  // no number of bands
-    bands.list3.count = 50;
-    std::string fifty, twenty = "5";
-    for (int i = 0; i < 50; ++i) {
-        bands.list3.bands[i] = 100 + i;
-        fifty += (i == 0 ? "" : ",") + std::to_string(100 + i);
-        twenty += i > 0 && i < 20 ? ",0" : "";
-    }
-    proxy.respondGetBandsInfo(1, 0, bands);
-    EXPECT_THAT(client.take(), ElementsAre(answerLine("getBandsInfo", 1, 0,
-                                                      R"(,"bands":{"list1":[1,3,7],"list2":[)" +
-                                                              twenty + R"(],"list3":[)" + fifty +
-                                                              R"(],"list4":[],"list5":[]})")));
-}
+using testing::SizeIs;
 
 // A callback of another interface is none.
 TEST(ResponseProxy, CastOfAnotherInterfaceFindsNone) {
@@ -92,6 +30,20 @@ TEST(ResponseProxy, CastOfAnotherInterfaceFindsNone) {
     EXPECT_EQ(proxy.respondRestoreMbn(1, 0), 4);
 }
 
+// A count that a client would never let through is cut all the same.
+TEST(ResponseProxy, BandListsEndWithTheirRoom) {
+    LogCapture log;
+    TextClient client;
+    ModemResponseProxy proxy;
+    proxy.update(client.responses());
+    BandsInfoType bands{};
+    bands.list3.count = 51;
+    bands.list4 = {-1, {5}};
+    proxy.respondGetBandsInfo(1, 0, bands);
+    const std::string answer = client.take().at(0);
+    EXPECT_EQ(std::count(answer.begin(), answer.end(), '0'), 50 + 2) << "type and error, too";
+}
+
 class IndicationProxy : public testing::Test {
 protected:
     ~IndicationProxy() override {  // the cache is the process's
@@ -104,99 +56,31 @@ protected:
     ModemIndicationProxy proxy;
 };
 
-TEST_F(IndicationProxy, SendsWithTheLinesOfTheField) {
-    proxy.update(client.indications());
-    EXPECT_EQ(proxy.indicateModemRRCState(1, -2, 3, 4), 0);
-    EXPECT_EQ(proxy.indicatePowerSaveMode(-1), 0);
-    EXPECT_EQ(proxy.indicateAtLogControlInfo(1, 3, "tc7"), 0);
-    EXPECT_THAT(client.take(),
-                ElementsAre(rrcLine(1, -2, 3, 4), powerLine(-1),
-                            R"({"method":"atLogControlInfoInd","type":0,"logMode":1,)"
-                            R"("testResult":3,"tcName":"tc7"})"));
-    EXPECT_THAT(
-            log.take(),
-            ElementsAre("I indicateModemRRCState: lteValid = 1,  rrcState = -2,  wcdmaValid = 3"
-                        ",  wcdmaRrcState = 4",
-                        "I indicateModemRRCState: succeed", "I indicatePowerSaveMode: mode = -1",
-                        "I indicatePowerSaveMode: succeed",
-                        "I indicateAtLogControlInfo: log mode = 1, test result = 3, tc name = tc7",
-                        "I indicateAtLogControlInfo: succeed"));
-    client.failWith("gone");
-    EXPECT_EQ(proxy.indicateModemRRCState(1, 2, 3, 4), 1);
-    EXPECT_EQ(proxy.indicatePowerSaveMode(1), 1);
-    client.failWith("");
-    EXPECT_EQ(proxy.indicateCachedInfo(), 0);
-    EXPECT_THAT(client.take(), IsEmpty()) << "an event that met an exception is not kept";
-}
-
-TEST_F(IndicationProxy, KeepsTheFirstOfEachKindAndReplaysItOnce) {
-    NetworkStatusInfoType info{};
-    EXPECT_EQ(proxy.indicatePowerSaveMode(1), 4);
-    EXPECT_EQ(proxy.indicatePowerSaveMode(2), 4);
-    EXPECT_EQ(proxy.indicateModemRRCState(1, 1, 1, 1), 4);
-    EXPECT_EQ(proxy.indicateModemRRCState(2, 2, 2, 2), 4);
-    EXPECT_EQ(proxy.indicateModemRadioInfoReport(info), 4);
-    EXPECT_EQ(proxy.indicateAtLogControlInfo(1, 3, "lost"), 4);
-    EXPECT_THAT(log.take(), testing::Contains("E indicateModemRadioInfoReport: indCb null, can't "
-                                              "send indication"));
+TEST_F(IndicationProxy, LogsAsTheFieldKnowsIt) {
+    const auto indicateAll = [&] {
+        NetworkStatusInfoType info{};
+        proxy.indicateModemRRCState(1, -2, 3, 4);
+        proxy.indicateModemRadioInfoReport(info);
+        proxy.indicatePowerSaveMode(-1);
+        proxy.indicateAtLogControlInfo(1, 3, "tc7");
+        return log.take();
+    };
+    const auto linesEndingIn = [](const std::string& end) {
+        return ElementsAre(
+                "I indicateModemRRCState: lteValid = 1,  rrcState = -2,  wcdmaValid = 3"
+                ",  wcdmaRrcState = 4",
+                end[0] + (" indicateModemRRCState: " + end.substr(2)),
+                end[0] + (" indicateModemRadioInfoReport: " + end.substr(2)),
+                "I indicatePowerSaveMode: mode = -1",
+                end[0] + (" indicatePowerSaveMode: " + end.substr(2)),
+                "I indicateAtLogControlInfo: log mode = 1, test result = 3, tc name = tc7",
+                end[0] + (" indicateAtLogControlInfo: " + end.substr(2)));
+    };
+    EXPECT_THAT(indicateAll(), linesEndingIn("E indCb null, can't send indication"));
     proxy.update(client.indications());
     EXPECT_EQ(proxy.indicateCachedInfo(), 0);
-    EXPECT_THAT(client.take(), ElementsAre(rrcLine(1, 1, 1, 1), powerLine(1)));
     EXPECT_EQ(log.take()[0], "I indicateCachedInfo: enter");
-    EXPECT_EQ(proxy.indicateCachedInfo(), 0);
-    EXPECT_THAT(client.take(), IsEmpty());
-}
-
-TEST_F(IndicationProxy, ReplayStopsAtAFailingRrcState) {
-    proxy.indicateModemRRCState(1, 1, 1, 1);
-    proxy.indicatePowerSaveMode(1);
-    proxy.update(client.indications());
-    client.failWith("gone");
-    EXPECT_EQ(proxy.indicateCachedInfo(), 1);
-    client.failWith("");
-    EXPECT_EQ(proxy.indicateCachedInfo(), 0);
-    EXPECT_THAT(client.take(), ElementsAre(powerLine(1))) << "the RRC state is gone, as tried";
-}
-
-// A replay without a callback, which would meet its own lock if it kept one.
-TEST_F(IndicationProxy, ReplayWithoutACallbackLosesNothing) {
-    proxy.indicateModemRRCState(1, 1, 1, 1);
-    proxy.indicatePowerSaveMode(1);
-    EXPECT_EQ(proxy.indicateCachedInfo(), 4);
-    proxy.indicateModemRRCState(2, 2, 2, 2);
-    proxy.update(client.indications());
-    EXPECT_EQ(proxy.indicateCachedInfo(), 0);
-    EXPECT_THAT(client.take(), ElementsAre(rrcLine(1, 1, 1, 1), powerLine(1)));
-}
-
-// The callback goes while the replay is under way: what was not delivered waits for the next one.
-TEST_F(IndicationProxy, CallbackTakenAwayDuringTheReplay) {
-    proxy.indicateModemRRCState(1, 1, 1, 1);
-    proxy.indicatePowerSaveMode(1);
-    proxy.update(client.indications());
-    client.onCall([&](const std::string&) { proxy.update(nullptr); });
-    EXPECT_EQ(proxy.indicateCachedInfo(), 4);
-    EXPECT_THAT(client.take(), ElementsAre(rrcLine(1, 1, 1, 1)));
-    client.onCall(nullptr);
-    proxy.update(client.indications());
-    EXPECT_EQ(proxy.indicateCachedInfo(), 0);
-    EXPECT_THAT(client.take(), ElementsAre(powerLine(1)));
-}
-
-// A client that installs callbacks anew from inside one gets the rest at the new one.
-TEST_F(IndicationProxy, ReplayFromInsideACallback) {
-    TextClient second;
-    proxy.indicateModemRRCState(1, 1, 1, 1);
-    proxy.indicatePowerSaveMode(1);
-    proxy.update(client.indications());
-    client.onCall([&](const std::string&) {
-        proxy.update(second.indications());
-        EXPECT_EQ(proxy.indicateCachedInfo(), 0);
-    });
-    EXPECT_EQ(proxy.indicateCachedInfo(), 0);
-    EXPECT_THAT(client.take(), ElementsAre(rrcLine(1, 1, 1, 1)));
-    EXPECT_THAT(second.take(), ElementsAre(powerLine(1)));
-    client.onCall(nullptr);
+    EXPECT_THAT(indicateAll(), linesEndingIn("I succeed"));
 }
 
 // An event between the look for a callback and the keeping, while another thread installs one: the
@@ -211,7 +95,7 @@ TEST_F(IndicationProxy, CallbackInstalledWhileAnEventIsBeingKept) {
     });
     EXPECT_EQ(proxy.indicateModemRRCState(1, 1, 1, 1), 0);
     log.onLine(nullptr);
-    EXPECT_THAT(client.take(), ElementsAre(rrcLine(1, 1, 1, 1)));
+    EXPECT_THAT(client.take(), SizeIs(1));
 }
 
 // Every event of many threads reaches somebody, or waits: at most one of them, the first.
@@ -233,7 +117,6 @@ TEST_F(IndicationProxy, EventsAgainstInstallationsFromThreads) {
     events.join();
     proxy.update(client.indications());
     proxy.indicateCachedInfo();
-    log.take();
     client.take();
     EXPECT_EQ(proxy.indicateCachedInfo(), 0);
     EXPECT_THAT(client.take(), IsEmpty());

@@ -33,7 +33,6 @@ int load(Lines arguments) {
 /** Runs in a process of its own, since options are kept for good; exits with what did not match. */
 void expectLoad(const Lines& arguments, int result, const Lines& expected) {
     LogCapture log;
-    ScriptedModem::instance().reset();
     const int loaded = load(arguments);
     Lines lines = log.take();
     std::string wrong = loaded != result ? "result " + std::to_string(loaded) + "\n" : "";
@@ -51,84 +50,46 @@ void expectLoad(const Lines& arguments, int result, const Lines& expected) {
 
 }  // namespace
 
-struct LoadRow {
-    const char* name;
-    Lines arguments;
-    int result;
-    Lines lines;
-};
-
-class Load : public testing::TestWithParam<LoadRow> {};
-INSTANTIATE_TEST_SUITE_P(
-        CommandLines, Load,
-        testing::Values(
-                LoadRow{"Instance0",
-                        {"modem", "-i", "0"},
-                        0,
-                        {"I onLoad: loading modem plugin", "I parse: parsing modem options",
-                         "I parse: successfully parsed instance id {0}",
-                         "I [0] onLoad: successfully setup MODEM hal service for instance {0}"}},
-                LoadRow{"FirstIdWins",
-                        {"modem", "-i", "1", "-i", "0"},
-                        0,
-                        {"W parse: instance id {1} was parsed before, ignore {0}",
-                         "I [1] onLoad: successfully setup MODEM hal service for instance {1}"}},
-                LoadRow{"WordIsZero",
-                        {"modem", "-i", "zero"},
-                        0,
-                        {"I parse: successfully parsed instance id {0}"}},
-                LoadRow{"StrayWordAndUnknownOption",
-                        {"modem", "stray", "-x", "-i0"},
-                        0,
-                        {"I parse: skip option {\1(=1)}", "I parse: skip option {x(=120)}",
-                         "I parse: successfully parsed instance id {0}"}},
-                LoadRow{"MissingArgument",
-                        {"modem", "-i"},
-                        3,
-                        {"I parse: skip option {i(=105)}",
-                         "E onLoad: instance id is NOT valid, can't setup MODEM hal service"}},
-                LoadRow{"TooLarge",
-                        {"modem", "-i", "2"},
-                        3,
-                        {"E parse: invalid instance id {2} parsed",
-                         "E onLoad: failed to parse modem options, can't load modem plugin"}},
-                LoadRow{"Negative",
-                        {"modem", "-i", "-1"},
-                        3,
-                        {"E parse: invalid instance id {-1} parsed",
-                         "E onLoad: failed to parse modem options, can't load modem plugin"}},
-                LoadRow{"NameAlone",
-                        {"modem"},
-                        3,
-                        {"E onLoad: instance id is NOT valid, can't setup MODEM hal service"}},
-                LoadRow{"NoVector",
-                        {},
-                        3,
-                        {"E parse: invalid param input, can't parse options",
-                         "E onLoad: failed to parse modem options, can't load modem plugin"}}),
-        [](const auto& info) { return info.param.name; });
-
-TEST_P(Load, EndsAsTold) {
+TEST(Load, EndsAsTold) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
-    const LoadRow& row = GetParam();
-    EXPECT_EXIT(expectLoad(row.arguments, row.result, row.lines), testing::ExitedWithCode(0), "");
-}
-
-TEST(LoadFailure, ClientSetupFailsAndItsCodeIsReported) {
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
-    const auto run = [] {
-        ScriptedModem::instance().returns("modem_api_init_qmi_connection", 9);
-        LogCapture log;
-        const int result = load({"modem", "-i", "0"});
-        const Lines lines = log.take();
-        const Lines expected{
-                "E [0] setup: failed to setup AT QMI notifier",
-                "E [0] setup: failed to setup QMI clients",
-                "E [0] onLoad: failed to setup MODEM hal service for instance {0}",
-        };
-        _exit(result == 1 && Lines(lines.end() - 3, lines.end()) == expected ? 0 : 1);
+    const std::string notValid =
+            "E onLoad: instance id is NOT valid, can't setup MODEM hal service";
+    const std::string notParsed =
+            "E onLoad: failed to parse modem options, can't load modem plugin";
+    // clang-format off
+    const struct {
+        Lines arguments;
+        int result;
+        Lines lines;
+    } rows[] = {
+        {{"modem", "-i", "0"}, 0, {"I onLoad: loading modem plugin", "I parse: parsing modem options",
+            "I parse: successfully parsed instance id {0}",
+            "I [0] onLoad: successfully setup MODEM hal service for instance {0}"}},
+        {{"modem", "-i", "1", "-i", "0"}, 0, {"W parse: instance id {1} was parsed before, ignore {0}",
+            "I [1] onLoad: successfully setup MODEM hal service for instance {1}"}},
+        {{"modem", "-i", "zero"}, 0, {"I parse: successfully parsed instance id {0}"}},
+        {{"modem", "stray", "-x", "-i0"}, 0, {"I parse: skip option {\1(=1)}",
+            "I parse: skip option {x(=120)}", "I parse: successfully parsed instance id {0}"}},
+        {{"modem", "-i"}, 3, {"I parse: skip option {i(=105)}", notValid}},
+        {{"modem", "-i", "2"}, 3, {"E parse: invalid instance id {2} parsed", notParsed}},
+        {{"modem", "-i", "-1"}, 3, {"E parse: invalid instance id {-1} parsed", notParsed}},
+        {{"modem"}, 3, {notValid}},
+        {{}, 3, {"E parse: invalid param input, can't parse options", notParsed}},
     };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+    // clang-format on
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << "row " << &row - rows);
+        EXPECT_EXIT(expectLoad(row.arguments, row.result, row.lines), testing::ExitedWithCode(0),
+                    "");
+    }
+    const auto failing = [&] {
+        ScriptedModem::instance().returns("modem_api_init_qmi_connection", 9);
+        expectLoad({"modem", "-i", "0"}, 1,
+                   {"E [0] setup: failed to setup AT QMI notifier",
+                    "E [0] setup: failed to setup QMI clients",
+                    "E [0] onLoad: failed to setup MODEM hal service for instance {0}"});
+    };
+    EXPECT_EXIT(failing(), testing::ExitedWithCode(0), "");
 }
 
 // What the modem is asked from construction to the last client, in order.
@@ -211,125 +172,71 @@ TEST(ServiceCore, SharedAndStrongPointersOwnTogether) {
     EXPECT_EQ(shared->getServiceName(), "instance1");
 }
 
-struct EventRow {
-    const char* name;
-    int instance;
-    int event;
-    std::vector<int32_t> data;  ///< empty for none
-    Lines lines;                ///< after the one that tells the event
-};
-
-class Event : public testing::TestWithParam<EventRow> {};
-INSTANTIATE_TEST_SUITE_P(
-        Rows, Event,
-        testing::Values(EventRow{"Connected",
-                                 0,
-                                 0,
-                                 {2},
-                                 {"I DMS QMI service is connected",
-                                  "I onConnected: DMS QMI client is connected"}},
-                        EventRow{"ConnectedSar",
-                                 0,
-                                 0,
-                                 {17},
-                                 {"I SAR QMI service is connected",
-                                  "I onConnected: SAR QMI client is connected"}},
-                        EventRow{"ConnectedPdc",
-                                 0,
-                                 0,
-                                 {36},
-                                 {"I PDC QMI service is connected",
-                                  "I onConnected: PDC QMI client is connected"}},
-                        EventRow{"Disconnected", 0, 1, {228}, {"I VS QMI service is disconnected"}},
-                        EventRow{"WrongLength",
-                                 0,
-                                 0,
-                                 {2, 2},
-                                 {"E invalid data input for QMI service connected event"}},
-                        EventRow{"NoData",
-                                 0,
-                                 1,
-                                 {},
-                                 {"E invalid data input for QMI service disconnected event"}},
-                        EventRow{"NamedWithoutClient",
-                                 0,
-                                 0,
-                                 {231},
-                                 {"I VMS QMI service is connected",
-                                  "E unknow QMI service, can't process service connected event"}},
-                        EventRow{
-                                "UnknownService",
-                                0,
-                                1,
-                                {99},
-                                {"I UNKNOWN QMI service is disconnected",
-                                 "E unknow QMI service, can't process service disconnected event"}},
-                        EventRow{"AbsentOnInstance1",
-                                 1,
-                                 0,
-                                 {8},
-                                 {"I AT QMI service is connected",
-                                  "E unknow QMI service, can't process service connected event"}},
-                        EventRow{"AtDroppedOnInstance1", 1, 2, {1}, {"I AT command reported"}},
-                        EventRow{"PdcDroppedOnInstance1",
-                                 1,
-                                 17,
-                                 {1},
-                                 {"I async response for get-active-mbn-info reported"}},
-                        EventRow{"Between", 0, 16, {1}, {"E modem api event 16 NOT supported"}},
-                        EventRow{"Beyond", 0, 23, {}, {"E modem api event 23 NOT supported"}}),
-        [](const auto& info) { return info.param.name; });
-
-TEST_P(Event, IsRoutedOrRefused) {
-    const EventRow& row = GetParam();
-    Service service(row.instance);
-    service.modem.raise(row.event, row.data.empty() ? nullptr : row.data.data(),
-                        row.data.size() * sizeof(int32_t));
-    Lines expected{"I received modem api event " + std::to_string(row.event)};
-    expected.insert(expected.end(), row.lines.begin(), row.lines.end());
-    EXPECT_EQ(service.log.take(), expected);
-    EXPECT_THAT(service.client.take(), IsEmpty());
-}
-
-TEST(ConvertModemApiResult, EachHasItsErrno) {
-    const int expected[] = {0, 1, 1, 3, 1, 2, 1, 1};
-    for (modem_api_result_type result = 0; result < 8; ++result) {
-        EXPECT_EQ(convertModemAPIResultToOX(result), expected[result]) << result;
+TEST(Events, AreRoutedOrRefused) {
+    // clang-format off
+    const struct {
+        int instance, event;
+        std::vector<int32_t> data;  // empty for none
+        Lines lines;                // after the one that tells the event
+    } rows[] = {
+        {0, 0, {2}, {"I DMS QMI service is connected", "I onConnected: DMS QMI client is connected"}},
+        {0, 0, {17}, {"I SAR QMI service is connected", "I onConnected: SAR QMI client is connected"}},
+        {0, 0, {36}, {"I PDC QMI service is connected", "I onConnected: PDC QMI client is connected"}},
+        {0, 1, {228}, {"I VS QMI service is disconnected"}},
+        {0, 0, {2, 2}, {"E invalid data input for QMI service connected event"}},
+        {0, 1, {}, {"E invalid data input for QMI service disconnected event"}},
+        {0, 0, {231}, {"I VMS QMI service is connected", "E unknow QMI service, can't process service connected event"}},
+        {0, 1, {99}, {"I UNKNOWN QMI service is disconnected",
+            "E unknow QMI service, can't process service disconnected event"}},
+        {1, 0, {8}, {"I AT QMI service is connected", "E unknow QMI service, can't process service connected event"}},
+        {1, 2, {1}, {"I AT command reported"}},
+        {1, 17, {1}, {"I async response for get-active-mbn-info reported"}},
+        {0, 16, {1}, {"E modem api event 16 NOT supported"}},
+        {0, 23, {}, {"E modem api event 23 NOT supported"}},
+        {0, 15, {}, {"I RRC STATE CHANGED", "E reportRRCStateInd: event data of 0 bytes is too short, need 24"}},
+        {0, 19, {}, {"I NR RADIO INFO", "E reportRadioInfoInd: event data of 0 bytes is too short, need 132"}},
+        {0, 20, {}, {"I POWER SAVE MODE REPORT", "E reportPowerSaveModeInd: event data of 0 bytes is too short, need 8"}},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        Service service(row.instance);
+        service.modem.raise(row.event, row.data.empty() ? nullptr : row.data.data(),
+                            row.data.size() * sizeof(int32_t));
+        Lines expected{"I received modem api event " + std::to_string(row.event)};
+        expected.insert(expected.end(), row.lines.begin(), row.lines.end());
+        EXPECT_EQ(service.log.take(), expected);
+        EXPECT_THAT(service.client.take(), IsEmpty());
     }
-    EXPECT_EQ(convertModemAPIResultToOX(0xffffffff), 1);
 }
 
 // ---- What all clients share ---------------------------------------------------------------------
 
 struct ClientRow {
-    int service;
     const char* name;
+    const char* className;
+    int service;
     modem_api_async_callback callback;
 };
 
 class Client : public testing::TestWithParam<ClientRow> {
 protected:
     const std::string name = GetParam().name;
-    std::string className() const {
-        std::string text = name;
-        std::transform(text.begin() + 1, text.end(), text.begin() + 1,
-                       [](char c) { return static_cast<char>(tolower(c)); });
-        return text + "QmiClient";
-    }
+    const std::string className = GetParam().className;
+    Service service;
+    std::shared_ptr<QmiClient> client = ModemImpl::getQmiClient(GetParam().service);
 };
-INSTANTIATE_TEST_SUITE_P(All, Client,
-                         testing::Values(ClientRow{8, "AT", AtQmiClient::modemApiAsyncCallback},
-                                         ClientRow{2, "DMS", DmsQmiClient::modemApiAsyncCallback},
-                                         ClientRow{3, "NAS", NasQmiClient::modemApiAsyncCallback},
-                                         ClientRow{36, "PDC", PdcQmiClient::modemApiAsyncCallback},
-                                         ClientRow{17, "SAR", SarQmiClient::modemApiAsyncCallback},
-                                         ClientRow{228, "VS", VsQmiClient::modemApiAsyncCallback},
-                                         ClientRow{1, "WDS", WdsQmiClient::modemApiAsyncCallback}),
-                         [](const auto& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+        All, Client,
+        testing::Values(ClientRow{"AT", "AtQmiClient", 8, AtQmiClient::modemApiAsyncCallback},
+                        ClientRow{"DMS", "DmsQmiClient", 2, DmsQmiClient::modemApiAsyncCallback},
+                        ClientRow{"NAS", "NasQmiClient", 3, NasQmiClient::modemApiAsyncCallback},
+                        ClientRow{"PDC", "PdcQmiClient", 36, PdcQmiClient::modemApiAsyncCallback},
+                        ClientRow{"SAR", "SarQmiClient", 17, SarQmiClient::modemApiAsyncCallback},
+                        ClientRow{"VS", "VsQmiClient", 228, VsQmiClient::modemApiAsyncCallback},
+                        ClientRow{"WDS", "WdsQmiClient", 1, WdsQmiClient::modemApiAsyncCallback}),
+        [](const auto& info) { return info.param.name; });
 
 TEST_P(Client, OpensAndReleasesItsConnection) {
-    Service service;
-    const auto client = ModemImpl::getQmiClient(GetParam().service);
     service.modem.returnsOnce("modem_api_init_qmi_connection", {0, 5});
     service.modem.returnsOnce("modem_api_release_qmi_connection", {0, -1});
     EXPECT_EQ(client->setup(), 0);
@@ -347,28 +254,24 @@ TEST_P(Client, OpensAndReleasesItsConnection) {
 }
 
 TEST_P(Client, RefusesNoMessageAndUnknownIds) {
-    Service service;
-    const auto client = ModemImpl::getQmiClient(GetParam().service);
     EXPECT_EQ(client->handle(nullptr), 3);
     EXPECT_THAT(service.log.take(),
-                ElementsAre("E handle: null msg input, " + className() + " can't handle it"));
+                ElementsAre("E handle: null msg input, " + className + " can't handle it"));
     for (int id : {0, 6, 24, 53, -1}) {
         const bool served = (id == 6 && (name == "NAS" || name == "PDC"));
         if (!served) {
             EXPECT_EQ(client->handle(Message::obtain(id, client, nullptr, nullptr)), 2);
             const std::string number = std::to_string(id);
             EXPECT_THAT(service.log.take(),
-                        ElementsAre("I handle: " + className() + " is handling message: " + number,
+                        ElementsAre("I handle: " + className + " is handling message: " + number,
                                     "E handle: unsupported message id " + number +
-                                            ", can't be handled in " + className()));
+                                            ", can't be handled in " + className));
         }
     }
     EXPECT_THAT(service.client.take(), IsEmpty());
 }
 
 TEST_P(Client, AsyncCallbackChecksItsCookieAndFreesIt) {
-    Service service;
-    const auto client = ModemImpl::getQmiClient(GetParam().service);
     const auto other = ModemImpl::getQmiClient(name == "DMS" ? 3 : 2);
     const auto request = [&](int id, std::shared_ptr<Param> param) {
         return Message::obtain(id, client, std::move(param), nullptr);
@@ -394,7 +297,7 @@ TEST_P(Client, AsyncCallbackChecksItsCookieAndFreesIt) {
                 ElementsAre("I modemApiAsyncCallback: processing modem api " + name +
                                     " async callback data for message 3",
                             begin + "unsupported original message id 3, can't be handled in " +
-                                    className()));
+                                    className));
     EXPECT_EQ(message.use_count(), 1) << "the cookie is gone";
     if (name == "VS") {
         EXPECT_THAT(callback(new ModemAsyncCbData(request(1, nullptr), client)),

@@ -251,7 +251,7 @@ int Model::indicate(uint32_t code, const std::string& bytes) {
 // ---- Requests -----------------------------------------------------------------------------------
 
 void Model::request(const Action& action) {
-    const Service client = action.request->service;
+    const Qmi client = action.request->service;
     const std::string empty = emptyOf(action.request->payload);
     mWaiting.insert(action.serial);
     if (mWorld.instance() == 1 && (client == AT || client == PDC || client == SAR)) {
@@ -283,7 +283,7 @@ bool Model::post(Item item) {
 }
 
 void Model::step(uint64_t choice) {
-    std::vector<Service> clients;
+    std::vector<Qmi> clients;
     for (const Item& item : mQueue) {
         if (std::find(clients.begin(), clients.end(), item.client) == clients.end()) {
             clients.push_back(item.client);
@@ -292,7 +292,7 @@ void Model::step(uint64_t choice) {
     if (clients.empty()) {
         return;
     }
-    const Service client = clients[choice % clients.size()];
+    const Qmi client = clients[choice % clients.size()];
     const auto first = std::find_if(mQueue.begin(), mQueue.end(),
                                     [&](const Item& item) { return item.client == client; });
     const Item item = std::move(*first);
@@ -322,7 +322,7 @@ void Model::step(uint64_t choice) {
     }
 }
 
-void Model::bind(Service client) {
+void Model::bind(Qmi client) {
     Binding& binding = mBindings[client];
     const Deed& deed = call(std::string("modem_api_bind_") + (client == NAS ? "nas" : "wds") +
                             "_subscription(" + std::to_string(mWorld.instance()) + ")");
@@ -360,7 +360,7 @@ void Model::serve(const Action& action) {
 
 void Model::serveSync(const Action& action) {
     const Request& row = *action.request;
-    const Deed& deed = call(callOf(row, action.serial, action.args));
+    const Deed& deed = call(filled(row.call, row, action.serial, action.args));
     // Two requests hand out what the modem wrote, also when it failed.
     const bool isGiven = deed.result == 0 || row.service == DMS || row.service == WDS;
     answer(action, deed.result == 0 ? 0 : 1,
@@ -378,7 +378,7 @@ void Model::serveAsync(const Action& action) {
         mWaiting.erase(action.serial);
         return;
     }
-    const Deed& deed = call(callOf(*action.request, action.serial, action.args));
+    const Deed& deed = call(filled(action.request->call, *action.request, action.serial, action.args));
     if (deed.result != 0) {
         answer(action, 1, emptyOf(action.request->payload));
     } else if (deed.early) {
@@ -408,7 +408,7 @@ void Model::finish(const Action& action, const Record& record) {
 
 void Model::serveToken(const Action& action) {
     const Request& row = *action.request;
-    if (call(callOf(row, action.serial, action.args)).result == 0) {
+    if (call(filled(row.call, row, action.serial, action.args)).result == 0) {
         mWorld.tokens[row.event == 17 ? 0 : row.event == 18 ? 1 : 2].push_back(action.serial);
     } else if (row.event == 17) {
         mWaiting.erase(action.serial);  // without an answer, by definition
@@ -511,7 +511,7 @@ void Model::connected(int service, bool isConnected) {
         return;
     }
     if (service == NAS || service == WDS) {
-        bind(static_cast<Service>(service));
+        bind(static_cast<Qmi>(service));
     }
     if (service == NAS) {
         call("modem_suppress_nas_ss_inds()");

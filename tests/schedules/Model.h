@@ -26,7 +26,7 @@ public:
 
 private:
     struct Item {
-        Service client;
+        Qmi client;
         enum { REQUEST, BIND, REGISTER, COMMAND } kind;
         Action action{};
     };
@@ -57,7 +57,7 @@ private:
     void deleteProfiles(const Action& action);
     void confirm(const Action& action);
     void finish(const Action& action, const Record& record);
-    void bind(Service client);
+    void bind(Qmi client);
 
     void event(const Action& action);
     void connected(int service, bool isConnected);

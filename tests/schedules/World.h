@@ -12,7 +12,7 @@
 
 #include "clients/ModemAsyncCbData.h"
 #include "service/ModemImpl.h"
-#include "tests/schedules/Requests.h"
+#include "tests/support/Requests.h"
 #include "tests/support/ScriptedModem.h"
 
 constexpr int TOKEN_EVENTS[] = {17, 18, 22};

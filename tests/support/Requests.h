@@ -7,7 +7,7 @@
 #include <hidl/Table.h>
 
 /** The seven clients, by the QMI service that each serves. */
-enum Service : int { WDS = 1, DMS = 2, NAS = 3, AT = 8, SAR = 17, PDC = 36, VS = 228 };
+enum Qmi : int { WDS = 1, DMS = 2, NAS = 3, AT = 8, SAR = 17, PDC = 36, VS = 228 };
 
 /** How a request gets its answer. */
 enum class Way {
@@ -36,18 +36,28 @@ enum class Payload {
     LIST
 };
 
-/** One request: who serves it, what the modem is asked, and what comes back. */
+/** Wording of a post that fails, as `QmiClient` has it. */
+enum class Posts { BY_ID, BY_NAME, SHORT };
+
+/** One request: who serves it, what the modem is asked, what comes back, and what is logged. */
 struct Request {
     const char* name;
-    Service service;
+    Qmi service;
+    int id;  ///< of its message
     Way way;
     /**
      * The modem's call: %N the argument N as it is, %-N as a signed byte, %#N as an identifier of
      * 124 bytes, %p both as a property record, %t the serial.
      */
     const char* call;
+    Posts posts;
+    const char* entry;  ///< the client's line, with % as above; null for none
     Payload payload = Payload::NONE;
-    int event = 0;                          ///< of a TOKEN
+    int event = 0;  ///< of a TOKEN
+    const char* done =
+            nullptr;  ///< the handler's line after success; null: as in the vendor client
+    const char* refused = nullptr;          ///< and after a refusal; "" for none
+    const char* handler = nullptr;          ///< null: "handle", the name, "Message"
     const hal::Method* method = nullptr;    ///< of IModem
     const hal::Method* response = nullptr;  ///< of IModemResponse
 };
@@ -61,4 +71,6 @@ struct Value {
 /** All 52, in the order of the interface. */
 const std::vector<Request>& requests();
 
-std::string callOf(const Request& request, int32_t serial, const std::vector<Value>& args);
+/** Puts the arguments into a call or a line of a request. */
+std::string filled(const char* pattern, const Request& request, int32_t serial,
+                   const std::vector<Value>& args);
