@@ -1,4 +1,4 @@
-// Modem configurations beyond what all requests share: events, identifiers, the list, loading.
+// Modem configurations: the list, and files to load, at their edges.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,8 +8,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -75,89 +73,6 @@ extern "C" ssize_t read(int fd, void* buffer, size_t size) {
     return syscall(SYS_read, fd, buffer, size);
 }
 
-TEST(PdcEvents, AnswerByTokenWithAsManyBytesAsReported) {
-    const struct Kind {
-        modem_api_event_type event;
-        std::string method;
-        size_t layout;  // of which the last four bytes are the reported length
-    } active{17, "getActiveMbnInfo", 140}, meta{18, "getMetaMbnInfo", 272},
-            regular{22, "activateRegularMbn", 12};
-    constexpr uint32_t MOST = UINT32_MAX;
-    constexpr size_t REFUSED = SIZE_MAX;
-    // clang-format off
-    const struct {
-        const Kind& kind;
-        size_t size;
-        int32_t result, token;
-        uint32_t reported;
-        size_t bytes;  // of the answer: never past the event
-        Errno err = 0;
-    } rows[] = {
-        {active, 140, 0, 7, 0, 0},      {active, 140, 0, -1, 124, 124}, {active, 140, 0, 7, 125, 125},
-        {active, 140, 0, 7, 256, 128},  {active, 400, 0, 7, 257, 257},  {active, 140, 0, 7, MOST, 128},
-        {active, 140, 1, 7, 2, 2, 1},   {active, 140, 3, 7, 2, 2, 3},   {active, 140, 5, 7, 2, 2, 2},
-        {active, 140, 7, 7, 2, 2, 1},   {active, 140, -1, 7, 2, 2, 1},  {active, 139, 0, 7, 2, REFUSED},
-        {active, 0, 0, 7, 2, REFUSED},  {meta, 272, 0, INT_MIN, 0, 0},  {meta, 272, 0, 99, 125, 125},
-        {meta, 272, 3, 7, 256, 256, 3}, {meta, 272, 5, 7, 257, 257, 2}, {meta, 272, 0, 7, MOST, 260},
-        {meta, 271, 0, 7, 2, REFUSED},  {regular, 12, 0, -2, 0, 0},     {regular, 99, 3, 7, 0, 0, 3},
-        {regular, 12, 5, 7, 0, 0, 2},   {regular, 12, 7, 7, 0, 0, 1},   {regular, 11, 0, 7, 0, REFUSED},
-    };
-    // clang-format on
-    Service service;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << "row " << &row - rows);
-        std::string data = patterned(400);
-        memcpy(&data[row.kind.layout - 4], &row.reported, 4);
-        memcpy(&data[0], &row.result, 4);
-        memcpy(&data[8], &row.token, 4);
-        service.modem.raise(row.kind.event, row.size != 0 ? data.data() : nullptr, row.size);
-
-        const Lines log = service.log.take();
-        std::string respond = "respond" + row.kind.method;
-        respond[7] += 'A' - 'a';
-        if (row.bytes == REFUSED) {
-            EXPECT_EQ(log.back(), "E " + respond + "Async: event data of " +
-                                          std::to_string(row.size) + " bytes is too short, need " +
-                                          std::to_string(row.kind.layout));
-            EXPECT_THAT(service.client.take(), IsEmpty());
-            continue;
-        }
-        EXPECT_EQ(log[3], "I " + respond + ": serial = " + std::to_string(row.token) +
-                                  ", err = " + std::to_string(row.err));
-        std::string payload;
-        if (&row.kind != &regular) {
-            for (size_t i = 0; i < row.bytes; ++i) {
-                const auto byte = static_cast<uint8_t>(data[12 + i]);
-                payload += (i > 0 ? "," : "") + std::to_string(byte);
-            }
-            payload = R"(,"mbnInfo":{"result":)" + std::to_string(row.result) + R"(,"configId":[)" +
-                      payload + "]}";
-        }
-        const int error = row.err == ERRNO_INVALID_PARAM ? 1 : row.err;
-        EXPECT_THAT(service.client.take(),
-                    ElementsAre(answerLine(row.kind.method, row.token, error, payload)));
-    }
-}
-
-TEST(PdcRequests, HandOverIdentifiersOf124Bytes) {
-    Service service;
-    for (const size_t size : {0, 123, 124, 125, 5000}) {
-        std::string id = patterned(size);
-        const std::string argument = "hex:" + toHex(id.data(), size);
-        id.resize(124);
-        id = toHex(id.data(), 124);
-        service.call("getMetaMbnInfo", 1, {argument, "-5"});
-        service.call("selectMbn", 2, {"3", argument});
-        service.call("selectMbnExt", 3, {"3", argument, "999"});
-        Service::runAll();
-        EXPECT_THAT(service.modem.calls(),
-                    ElementsAre("modem_pdc_get_config_info(" + id + ", -5, 1)",
-                                "modem_pdc_set_selected_config_info(3, " + id + ")",
-                                "modem_pdc_set_selected_config_info_ext(3, " + id + ", 999)"));
-        service.forget();
-    }
-}
-
 TEST(PdcList, TakesTheNamesOutOfTheLines) {
     const std::string p = "0123456789abcdef";
     const std::string big(1 << 20, 'n');
@@ -221,8 +136,6 @@ TEST(PdcLoad, SendsTheFileInChunks) {
         int interruptions = 0;
     } rows[] = {
         {"three chunks", 2000, {900, 900, 200}},
-        {"full chunks", 1800, {900, 900}},
-        {"empty", 0, {}},
         {"missing", NONE, {}, "failed to fstat file: Bad file descriptor"},
         {"too large", TOO_LARGE, {}, "file of 2147483648 bytes is too large"},
         {"path that the identifier takes", 1, {1}, "", 116},
@@ -230,7 +143,6 @@ TEST(PdcLoad, SendsTheFileInChunks) {
         {"longest path", 1, {1}, "", 123},
         {"shrinks", 2000, {900, 100}, "read fail", 100, 1000},
         {"grows", 2000, {900, 900, 900}, "", 100, 5000},
-        {"first refused", 2000, {900}, "failed to load mbn config", 100, NONE, {1}},
         {"second refused", 2000, {900, 900}, "failed to load mbn config", 100, NONE, {0, 5}},
         {"interrupted", 1000, {900, 100}, "", 100, NONE, {}, 3},
     };
@@ -297,26 +209,4 @@ TEST(PdcLoad, StopsTheProcessForAPathTooLong) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_DEATH(loadMbnConfigFile("load", std::vector<uint8_t>(124, 'p')),
                  "F LIB-OX-MODEM: load: 124 bytes don't fit into 123, can't go on");
-}
-
-// A long load holds up this client's requests, and no other client's.
-TEST(PdcLoad, LeavesTheOtherClientsFree) {
-    constexpr int64_t SIZE = 16 << 20;
-    const fs::path path = runtimeFolder() / "long";
-    makeFile(path, SIZE);
-    Service service(0, desk::Delivery::THREADS);
-    std::atomic<bool> isFirst{true};
-    service.modem.onCall("modem_pdc_load_configuration", [&](void*) {
-        if (isFirst.exchange(false)) {
-            service.call("activateMbn", 2, {"1"});
-            service.call("getOperatingMode", 3);
-            EXPECT_THAT(service.client.waitFor(1),
-                        ElementsAre(answerLine("getOperatingMode", 3, 0, R"(,"mode":0)")));
-        }
-    });
-    service.call("loadMbnConfig", 1, {path});
-    ASSERT_TRUE(service.log.waitFor("respondActivateMbn: succeed"));
-    EXPECT_THAT(service.client.take(), ElementsAre(answerLine("loadMbnConfig", 1, 0, ""),
-                                                   answerLine("activateMbn", 2, 0, "")));
-    EXPECT_EQ(service.modem.calls("modem_pdc_load").size(), (SIZE + 899) / 900);
 }

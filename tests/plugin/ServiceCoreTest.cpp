@@ -173,11 +173,19 @@ TEST(ServiceCore, SharedAndStrongPointersOwnTogether) {
 }
 
 TEST(Events, AreRoutedOrRefused) {
+    using Data = std::vector<int32_t>;
+    const auto tooShort = [](const std::string& func, int size, int least) {
+        return "E " + func + ": event data of " + std::to_string(size) +
+               " bytes is too short, need " + std::to_string(least);
+    };
+    const auto async = [](const std::string& what) {
+        return "I async response for " + what + " reported";
+    };
     // clang-format off
     const struct {
         int instance, event;
-        std::vector<int32_t> data;  // empty for none
-        Lines lines;                // after the one that tells the event
+        Data data;    // empty for none
+        Lines lines;  // after the one that tells the event
     } rows[] = {
         {0, 0, {2}, {"I DMS QMI service is connected", "I onConnected: DMS QMI client is connected"}},
         {0, 0, {17}, {"I SAR QMI service is connected", "I onConnected: SAR QMI client is connected"}},
@@ -193,9 +201,15 @@ TEST(Events, AreRoutedOrRefused) {
         {1, 17, {1}, {"I async response for get-active-mbn-info reported"}},
         {0, 16, {1}, {"E modem api event 16 NOT supported"}},
         {0, 23, {}, {"E modem api event 23 NOT supported"}},
-        {0, 15, {}, {"I RRC STATE CHANGED", "E reportRRCStateInd: event data of 0 bytes is too short, need 24"}},
-        {0, 19, {}, {"I NR RADIO INFO", "E reportRadioInfoInd: event data of 0 bytes is too short, need 132"}},
-        {0, 20, {}, {"I POWER SAVE MODE REPORT", "E reportPowerSaveModeInd: event data of 0 bytes is too short, need 8"}},
+        {0, 15, Data(6), {"I RRC STATE CHANGED", "I reportRRCStateInd: now report RRC state to upperlayer"}},
+        {0, 19, Data(33), {"I NR RADIO INFO", "I reportRadioInfoInd: now report radio info to upperlayer"}},
+        {0, 20, Data(2), {"I POWER SAVE MODE REPORT", "I reportPowerSaveModeInd: now report power save mode to upperlayer"}},
+        {0, 15, Data(5), {"I RRC STATE CHANGED", tooShort("reportRRCStateInd", 20, 24)}},
+        {0, 19, Data(32), {"I NR RADIO INFO", tooShort("reportRadioInfoInd", 128, 132)}},
+        {0, 20, {}, {"I POWER SAVE MODE REPORT", tooShort("reportPowerSaveModeInd", 0, 8)}},
+        {0, 17, Data(34), {async("get-active-mbn-info"), tooShort("respondGetActiveMbnInfoAsync", 136, 140)}},
+        {0, 18, Data(67), {async("get-meta-mbn-info"), tooShort("respondGetMetaMbnInfoAsync", 268, 272)}},
+        {0, 22, Data(2), {async("activate-regular-mbn"), tooShort("respondActivateRegularMbnAsync", 8, 12)}},
     };
     // clang-format on
     for (const auto& row : rows) {
@@ -204,8 +218,9 @@ TEST(Events, AreRoutedOrRefused) {
                             row.data.size() * sizeof(int32_t));
         Lines expected{"I received modem api event " + std::to_string(row.event)};
         expected.insert(expected.end(), row.lines.begin(), row.lines.end());
-        EXPECT_EQ(service.log.take(), expected);
-        EXPECT_THAT(service.client.take(), IsEmpty());
+        Lines log = service.log.take();
+        log.resize(std::min(log.size(), expected.size()));  // a report goes on to the client
+        EXPECT_EQ(log, expected);
     }
 }
 

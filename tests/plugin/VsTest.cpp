@@ -1,5 +1,5 @@
-// The vendor-specific client beyond what requests share: bad answers and events as they are logged,
-// answers on another thread, records that run over, and how it connects.
+// The vendor-specific client beyond what requests share: bad answers as they are logged, answers on
+// another thread, records that run over, and how it connects.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,8 +12,6 @@
 #include "tests/support/Requests.h"
 #include "tests/support/Service.h"
 
-using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
@@ -117,28 +115,4 @@ TEST(VsConnection, GoesOnWithoutItsSubscription) {
     EXPECT_THAT(service.modem.calls(), testing::SizeIs(5));
     EXPECT_EQ(service.log.take().back(),
               "E onConnected: failed to bind VS QMI subscription for instance id 1");
-}
-
-TEST(VsEvents, AreToldAndRefusedWhenTooShort) {
-    Service service;
-    const struct {
-        int event;
-        size_t size;
-        std::string function, what;
-    } rows[] = {{15, 24, "reportRRCStateInd: ", "RRC state"},
-                {19, 132, "reportRadioInfoInd: ", "radio info"},
-                {20, 8, "reportPowerSaveModeInd: ", "power save mode"}};
-    const std::vector<uint8_t> bytes(132);
-    for (const auto& row : rows) {
-        for (const size_t size : {size_t{0}, row.size - 1}) {
-            service.modem.raise(row.event, size != 0 ? bytes.data() : nullptr, size);
-            EXPECT_EQ(service.log.take().back(),
-                      "E " + row.function + "event data of " + std::to_string(size) +
-                              " bytes is too short, need " + std::to_string(row.size));
-        }
-        service.modem.raise(row.event, bytes.data(), row.size);
-        EXPECT_THAT(service.log.take(),
-                    Contains("I " + row.function + "now report " + row.what + " to upperlayer"));
-    }
-    EXPECT_THAT(service.client.take(), testing::SizeIs(3));
 }
