@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <framework/Param.h>
@@ -25,8 +24,8 @@ class ModemPropertyParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    ModemPropertyParam(int32_t serial, std::string name, std::string value)
-        : SerialParam(serial), name(std::move(name)), value(std::move(value)) {
+    ModemPropertyParam(int32_t serial, const std::string& name, const std::string& value)
+        : SerialParam(serial), name(name), value(value) {
         enableRtti(RTTI_TYPE);
     }
 
@@ -39,16 +38,12 @@ public:
     static const std::string& RTTI_TYPE;
 
     NVItemParam(int32_t serial, int32_t item, int8_t selector1, int8_t selector2,
-                std::vector<uint8_t> data)
-        : SerialParam(serial),
-          item(item),
-          selector1(selector1),
-          selector2(selector2),
-          data(std::move(data)) {
+                const std::vector<uint8_t>& data)
+        : SerialParam(serial), item(item), selector1(selector1), selector2(selector2), data(data) {
         enableRtti(RTTI_TYPE);
     }
-    NVItemParam(int32_t serial, int32_t item, std::vector<uint8_t> data)
-        : NVItemParam(serial, item, 0, 0, std::move(data)) {}
+    NVItemParam(int32_t serial, int32_t item, const std::vector<uint8_t>& data)
+        : NVItemParam(serial, item, 0, 0, data) {}
 
     const int32_t item;
     const int8_t selector1;
@@ -60,8 +55,9 @@ class EfsAccessParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    EfsAccessParam(int32_t serial, int32_t file, uint32_t subSelector, std::vector<uint8_t> data)
-        : SerialParam(serial), file(file), subSelector(subSelector), data(std::move(data)) {
+    EfsAccessParam(int32_t serial, int32_t file, uint32_t subSelector,
+                   const std::vector<uint8_t>& data)
+        : SerialParam(serial), file(file), subSelector(subSelector), data(data) {
         enableRtti(RTTI_TYPE);
     }
 
@@ -74,8 +70,8 @@ class PrlParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    PrlParam(int32_t serial, uint8_t selector, std::vector<uint8_t> data)
-        : SerialParam(serial), selector(selector), data(std::move(data)) {
+    PrlParam(int32_t serial, uint8_t selector, const std::vector<uint8_t>& data)
+        : SerialParam(serial), selector(selector), data(data) {
         enableRtti(RTTI_TYPE);
     }
 
@@ -87,8 +83,8 @@ class GetMetaMbnInfoParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    GetMetaMbnInfoParam(int32_t serial, std::vector<uint8_t> configId, int32_t length)
-        : SerialParam(serial), configId(std::move(configId)), length(length) {
+    GetMetaMbnInfoParam(int32_t serial, const std::vector<uint8_t>& configId, int32_t length)
+        : SerialParam(serial), configId(configId), length(length) {
         enableRtti(RTTI_TYPE);
     }
 
@@ -100,8 +96,8 @@ class SelectedMbnParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    SelectedMbnParam(int32_t serial, int32_t type, std::vector<uint8_t> configId)
-        : SerialParam(serial), type(type), configId(std::move(configId)) {
+    SelectedMbnParam(int32_t serial, int32_t type, const std::vector<uint8_t>& configId)
+        : SerialParam(serial), type(type), configId(configId) {
         enableRtti(RTTI_TYPE);
     }
 
@@ -113,8 +109,9 @@ class SelectedMbnExtParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    SelectedMbnExtParam(int32_t serial, int32_t type, std::vector<uint8_t> configId, int32_t length)
-        : SerialParam(serial), type(type), configId(std::move(configId)), length(length) {
+    SelectedMbnExtParam(int32_t serial, int32_t type, const std::vector<uint8_t>& configId,
+                        int32_t length)
+        : SerialParam(serial), type(type), configId(configId), length(length) {
         enableRtti(RTTI_TYPE);
     }
 
@@ -127,8 +124,8 @@ class LoadMbnConfigParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    LoadMbnConfigParam(int32_t serial, std::vector<uint8_t> path)
-        : SerialParam(serial), path(std::move(path)) {
+    LoadMbnConfigParam(int32_t serial, const std::vector<uint8_t>& path)
+        : SerialParam(serial), path(path) {
         enableRtti(RTTI_TYPE);
     }
 

@@ -1,5 +1,6 @@
 // The entry points of the requests, in the order of the interface.
 
+#include <new>
 #include <vector>
 
 #include "params/ModemLog.h"
@@ -21,6 +22,33 @@ std::vector<uint8_t> fromHidl(const hidl_vec<uint8_t>& bytes) {
 }
 
 }  // namespace
+
+Return<void> ModemImpl::request(const char* func, int32_t serial, QmiClient* client,
+                                FunctionRef<int()> send, FunctionRef<void(Errno)> refuse) {
+    LOG_I("ModemImpl::%s: serial = %d", func, serial);
+    return handOver(func, client, send, refuse);
+}
+
+Return<void> ModemImpl::handOver(const char* func, QmiClient* client, FunctionRef<int()> send,
+                                 FunctionRef<void(Errno)> refuse) {
+    Errno err = ERRNO_NOT_CONNECTED;
+    if (client != nullptr) {
+        client->countTaken();
+        try {
+            err = send();
+        } catch (const std::bad_alloc&) {
+            LOG_E("ModemImpl::%s: no memory for the arguments", func);
+            err = ERRNO_NO_MEMORY;
+        }
+    }
+    if (err != ERRNO_SUCCESS) {
+        if (client != nullptr) {
+            client->countRefused();
+        }
+        refuse(err);
+    }
+    return Void();
+}
 
 Return<void> ModemImpl::switchNRNetworkMode(int32_t serial, int32_t mode) {
     return request(
