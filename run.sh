@@ -14,7 +14,7 @@ usage() {
 # Starts the host with its stdout in $host_output; goes on when it serves.
 start_host() {
     local instance=$1 line
-    exec {host_output}< <(exec "$bin/ox-modem-host" -- -i "$instance")
+    exec {host_output}< <(exec "$bin/ox-modem-host" --instance "$instance")
     host=$!
     while read -r -t 60 line <&"$host_output"; do
         [[ $line != ready:* ]] || return 0

@@ -98,11 +98,13 @@ TEST_F(Robustness, ASecondHostIsRefusedAndAKilledOneReplaced) {
     const Host first;
     Client client;
     {
-        Host second(0, {HOST, "--", "-i", "0"});
+        Process second({HOST});
         EXPECT_TRUE(
                 second.prints("failed to register MODEM HIDL service: instance0, status = -17"));
+        EXPECT_TRUE(second.prints("instance 0 is already served by process "));
+        EXPECT_EQ(1, second.wait());
         EXPECT_EQ("error=0 mode=0", client.call("getOperatingMode"));
-        Process killed({HOST, "--", "-i", "1"});
+        Process killed({HOST, "--instance", "1"});
         EXPECT_TRUE(killed.prints("ready: "));
     }
     EXPECT_EQ("error=0 mode=0", client.call("getOperatingMode"));

@@ -123,7 +123,7 @@ std::string Process::output() const {
     return mOutput;
 }
 
-Host::Host(int instance) : Host(instance, {HOST, "--", "-i", std::to_string(instance)}) {
+Host::Host(int instance) : Host(instance, {HOST, "--instance", std::to_string(instance)}) {
     // The last steps of the services that connect last, at start and after a restart.
     if (!awaitSim("state service.wds", "bound") || !awaitSim("state indications", "on\n")) {
         throw std::runtime_error("services do not connect:\n" + output());

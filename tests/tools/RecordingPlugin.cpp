@@ -3,7 +3,8 @@
 #include <iostream>
 #include <thread>
 
-/** Prints its arguments and the instance, fails when told to, and leaves a thread at work. */
+/** Prints its arguments and the instance, fails when the last one says so, and leaves a thread at
+ * work. */
 extern "C" __attribute__((visibility("default"))) int onLoad(int argc, char** argv) {
     const char* instance = getenv("OX_INSTANCE");
     std::cout << (instance != nullptr ? instance : "none") << ':';
@@ -11,7 +12,7 @@ extern "C" __attribute__((visibility("default"))) int onLoad(int argc, char** ar
         std::cout << ' ' << argv[i];
     }
     std::cout << (argv[argc] == nullptr ? "" : " unterminated") << std::endl;
-    if (argc > 1 && argv[1] == std::string("fail")) {
+    if (argv[argc - 1] == std::string("fail")) {
         return 3;
     }
     std::thread([] {

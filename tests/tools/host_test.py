@@ -18,17 +18,15 @@ def start(*words, **environment):
 class HostTest(unittest.TestCase):
     def test_serves_until_a_signal_and_leaves_cleanly(self):
         rows = [
-            (["-i", "0"], {}, "0: -i 0", signal.SIGTERM),
-            (["x", "-i1"], {}, "1: x -i1", signal.SIGINT),
-            (["-i", "word"], {}, "0: -i word", signal.SIGTERM),
-            (["-i", "1"], {"OX_INSTANCE": "7"}, "7: -i 1", signal.SIGTERM),
-            ([], {}, "none:", signal.SIGINT),
+            ([], {}, "0: -i 0", signal.SIGTERM),
+            (["--instance", "1", "--", "x", "-y"], {"OX_INSTANCE": "7"}, "1: -i 1 x -y",
+             signal.SIGINT),
         ]
         for words, environment, recorded, stop in rows:
             with self.subTest(recorded):
-                host = start("--plugin", PLUGIN, "--", *words, **environment)
+                host = start("--plugin", PLUGIN, *words, **environment)
                 self.assertEqual(host.stdout.readline().rstrip(), recorded)
-                self.assertEqual(host.stdout.readline().rstrip(), "ready: " + PLUGIN)
+                self.assertEqual(host.stdout.readline().rstrip(), f"ready: {PLUGIN} serves nothing yet")
                 host.send_signal(stop)
                 self.assertEqual((host.wait(30), *host.communicate()), (0, "", ""))
 
@@ -37,7 +35,8 @@ class HostTest(unittest.TestCase):
             (["--plugin", "/none.so"], 1, "/none.so"),
             (["--plugin", NO_PLUGIN], 1, "no function onLoad"),
             (["--plugin", PLUGIN, "--", "fail"], 1, "onLoad failed with 3"),
-            (["-i", "0"], 2, "not expected"),
+            (["--", "-i1"], 2, "told by --instance"),
+            (["--instance", "one"], 2, "one"),
         ]
         for words, code, reason in rows:
             with self.subTest(words):
@@ -45,14 +44,18 @@ class HostTest(unittest.TestCase):
                 self.assertIn(reason, host.communicate(timeout=30)[1])
                 self.assertEqual(host.returncode, code)
 
-    def test_outlives_whoever_read_its_output(self):
+    def test_serves_alone_and_outlives_whoever_read_its_output(self):
         with tempfile.TemporaryDirectory() as folder:
-            host = start("--", "-i", "0", OX_RUNTIME_DIR=folder)
-            self.assertIn("ready", host.stdout.readline())
+            host = start("--instance", "1", OX_RUNTIME_DIR=folder)
+            self.assertIn(" serves vendor.lyr.modem@1.0::IModem/", host.stdout.readline())
+            second = start("--instance", "1", OX_RUNTIME_DIR=folder)
+            self.assertIn(f"instance 1 is already served by process {host.pid} (",
+                          second.communicate(timeout=30)[1])
+            self.assertEqual(second.returncode, 1)
             host.stdout.close()
             host.stderr.close()
             for _ in range(2):
-                subprocess.run([MODEMCTL, "call", "getSimlockInfoStatus"], check=True, timeout=30,
+                subprocess.run([MODEMCTL, "--instance", "1", "call", "getOperatingMode"], check=True, timeout=30,
                                env={**os.environ, "OX_RUNTIME_DIR": folder})
             host.send_signal(signal.SIGTERM)
             self.assertEqual(host.wait(30), 0)

@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <hidl/Transport.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -19,24 +20,6 @@ std::string pluginBesideExecutable() {
     return (bin.parent_path() / "lib" / "libox-modem.so").string();
 }
 
-/**
- * Tells the simulated modem, which the plug-in brings along, under which instance to name its
- * ports: the plug-in's own `-i`, read as the plug-in reads it.
- */
-void exportInstance(const std::vector<std::string>& arguments) {
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        if (arguments[i].rfind("-i", 0) != 0) {
-            continue;
-        }
-        std::string id = arguments[i].substr(2);
-        if (id.empty() && i + 1 < arguments.size()) {
-            id = arguments[i + 1];
-        }
-        setenv("OX_INSTANCE", std::to_string(atoi(id.c_str())).c_str(), 0);
-        return;
-    }
-}
-
 /** Throws std::runtime_error with the loader's reason. The library is never closed. */
 OnLoad findEntry(const std::string& path) {
     // Without a slash the loader would search its own folders.
@@ -52,10 +35,10 @@ OnLoad findEntry(const std::string& path) {
     return reinterpret_cast<OnLoad>(entry);
 }
 
-/** The plug-in may keep what its argument vector points to. */
+/** The plug-in may keep what its argument vector points to, hence `arguments` stay where they are.
+ */
 void load(const std::string& plugin, std::vector<std::string>& arguments) {
     const OnLoad onLoad = findEntry(plugin);
-    arguments.insert(arguments.begin(), "ox-modem");
     std::vector<char*> argv;
     for (std::string& argument : arguments) {
         argv.push_back(argument.data());
@@ -67,7 +50,33 @@ void load(const std::string& plugin, std::vector<std::string>& arguments) {
     }
 }
 
-void serve(const std::string& plugin, std::vector<std::string>& arguments) {
+/**
+ * The names under which the plug-in serves, for a person; a plug-in that registers later, or
+ * nothing, is taken as it is. Throws std::runtime_error when a registration was refused, which
+ * onLoad does not tell, or when nobody answers under the name.
+ */
+std::string servedNames(const std::string& instance) {
+    std::string names;
+    for (const hal::Registration& registration : hal::registrations()) {
+        const std::string name = registration.descriptor + "/" + registration.name;
+        if (registration.status == android::ALREADY_EXISTS && registration.holder != 0) {
+            throw std::runtime_error("instance " + instance + " is already served by process " +
+                                     std::to_string(registration.holder) + " (" + name + ")");
+        }
+        if (registration.status != android::OK) {
+            throw std::runtime_error("cannot serve " + name + ": " + registration.reason);
+        }
+        if (hal::connectToService(registration.descriptor, registration.name) == nullptr) {
+            throw std::runtime_error(name + " does not answer");
+        }
+        names += (names.empty() ? "" : ", ") + name;
+    }
+    return names.empty() ? "nothing yet" : names;
+}
+
+/** Serves until a signal. `arguments` are the plug-in's whole argument vector. */
+void serve(const std::string& plugin, const std::string& instance,
+           std::vector<std::string>& arguments) {
     // A reader of stdout, of the log or of a socket that goes away is an error of that write alone.
     signal(SIGPIPE, SIG_IGN);
     // Blocked before the plug-in starts threads: all of them inherit the mask, and the signals
@@ -77,9 +86,10 @@ void serve(const std::string& plugin, std::vector<std::string>& arguments) {
     sigaddset(&stop, SIGINT);
     sigaddset(&stop, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
-    exportInstance(arguments);
+    // The simulated modem, which the plug-in brings along, names its ports by it.
+    setenv("OX_INSTANCE", instance.c_str(), 1);
     load(plugin, arguments);
-    std::cout << "ready: " << plugin << std::endl;
+    std::cout << "ready: " << plugin << " serves " << servedNames(instance) << std::endl;
     int signal = 0;
     sigwait(&stop, &signal);
 }
@@ -89,19 +99,34 @@ void serve(const std::string& plugin, std::vector<std::string>& arguments) {
 int main(int argc, char** argv) {
     CLI::App app("Loads a plug-in and serves it until SIGINT or SIGTERM.");
     std::string plugin;
-    std::vector<std::string> arguments;
+    unsigned instance = 0;
+    std::vector<std::string> further;
     app.add_option("--plugin", plugin, "Plug-in to load (default: libox-modem.so of this build)");
-    app.add_option("ARGS", arguments, "The plug-in's own arguments, after --: -i 0 or -i 1");
+    app.add_option("--instance", instance,
+                   "Instance to serve (default: 0): the plug-in's -i, and the number of the "
+                   "simulated modem's ports");
+    app.add_option("ARGS", further, "Further arguments of the plug-in, after --");
     app.footer(
-            "Example: ox-modem-host -- -i 0\n"
-            "Exit: 0 after a signal, 1 when the plug-in cannot be loaded, 2 wrong usage.");
+            "Example: ox-modem-host --instance 1\n"
+            "Exit: 0 after a signal, 1 when the plug-in cannot be loaded or cannot serve, "
+            "2 wrong usage.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    const std::string number = std::to_string(instance);
+    std::vector<std::string> arguments{"ox-modem", "-i", number};
+    for (const std::string& argument : further) {
+        if (argument.rfind("-i", 0) == 0) {
+            std::cerr << "ox-modem-host: the instance is told by --instance, not by " << argument
+                      << '\n';
+            return 2;
+        }
+        arguments.push_back(argument);
+    }
     try {
-        serve(plugin.empty() ? pluginBesideExecutable() : plugin, arguments);
+        serve(plugin.empty() ? pluginBesideExecutable() : plugin, number, arguments);
     } catch (const std::exception& error) {
         std::cerr << "ox-modem-host: " << error.what() << '\n';
         return 1;
