@@ -1,93 +1,78 @@
 #pragma once
 
-#include <array>
-#include <cstdint>
+#include <cutils/properties.h>
+#include <framework/Desk.h>
+#include <vendor/lyr/modem/1.0/transport.h>
+
+#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include <hidl/Transport.h>
-
 #include "clients/ModemAsyncCbData.h"
 #include "service/ModemImpl.h"
+#include "tests/support/Allocations.h"
+#include "tests/support/Channel.h"
 #include "tests/support/Requests.h"
 #include "tests/support/ScriptedModem.h"
 
-constexpr int TOKEN_EVENTS[] = {17, 18, 22};
+// What can go wrong or come at an odd time; each is counted by how often it struck.
+// clang-format off
+#define FAULTS(X) \
+    X(MODEM_REFUSES) X(BIND_FAILS) X(BIND_GIVEN_UP) X(ANSWER_INSIDE_THE_CALL) X(ANSWER_OUT_OF_ORDER) \
+    X(ANSWER_AFTER_DISCONNECTION) X(ANSWER_BAD_RECORD) X(ANSWER_BAD_RESULT) X(PAYLOAD_TOO_LONG) \
+    X(EVENT_TOO_SHORT) X(EVENT_UNKNOWN) X(TOKEN_UNKNOWN) X(DISCONNECTED) X(CONNECTED_AGAIN) \
+    X(NOT_CONNECTED) X(CLIENT_ABSENT) X(NO_RESPONSE_CALLBACK) X(NO_INDICATION_CALLBACK) \
+    X(INSTALLED_INSIDE_A_CALLBACK) X(REQUEST_INSIDE_A_CALLBACK) X(CALLBACK_FAILS) X(EVENT_KEPT) \
+    X(EVENT_REPLAYED) X(EVENT_PUT_BACK) X(QUEUE_FULL) X(NO_MEMORY_FOR_A_REQUEST) \
+    X(NO_MEMORY_FOR_A_STEP) X(NO_MEMORY_FOR_AN_ANSWER) X(NO_MEMORY_FOR_AN_EVENT) \
+    X(PROPERTY_NOT_WRITTEN) X(AT_COMMAND_REFUSED) X(AT_NOTHING_TO_CONFIRM)
+#define NAME_ONLY(name) name,
+enum class Fault { FAULTS(NAME_ONLY) COUNT };
+// clang-format on
 
-/** What can go wrong or come at an odd time; each is counted by how often it struck. */
-enum class Fault {
-    MODEM_REFUSES,
-    BIND_FAILS,
-    BIND_GIVEN_UP,
-    ANSWER_INSIDE_THE_CALL,
-    ANSWER_OUT_OF_ORDER,
-    ANSWER_AFTER_DISCONNECTION,
-    ANSWER_BAD_RECORD,
-    ANSWER_BAD_RESULT,
-    ODD_PAYLOAD,
-    EVENT_SHORT,
-    EVENT_UNKNOWN,
-    TOKEN_UNKNOWN,
-    DISCONNECTED,
-    CONNECTED_AGAIN,
-    NOT_CONNECTED,
-    CLIENT_ABSENT,
-    NO_RESPONSE,
-    NO_INDICATION,
-    INSTALLED_INSIDE_A_CALLBACK,
-    REQUEST_INSIDE_A_CALLBACK,
-    CALLBACK_FAILS,
-    EVENT_KEPT,
-    EVENT_REPLAYED,
-    EVENT_PUT_BACK,
-    QUEUE_FULL,
-    NO_MEMORY_FOR_A_REQUEST,
-    NO_MEMORY_FOR_A_STEP,
-    NO_MEMORY_FOR_AN_ANSWER,
-    NO_MEMORY_FOR_AN_EVENT,
-    PROPERTY_NOT_WRITTEN,
-    AT_COMMAND_REFUSED,
-    AT_NOT_CONFIRMED,
-    COUNT
-};
-extern std::array<uint64_t, static_cast<size_t>(Fault::COUNT)> faults;
+inline uint64_t faults[static_cast<size_t>(Fault::COUNT)];
+
 inline void strike(Fault fault, bool struck = true) {
     faults[static_cast<size_t>(fault)] += struck ? 1 : 0;
 }
 
-/** A response record as the modem hands it over; null data when `isNull`. */
+constexpr int TOKEN_EVENTS[] = {17, 18, 22};
+
+/** A response record or an event's data as the modem hands it over. */
 struct Record {
     bool isNull = false;
-    std::string bytes;
+    std::string bytes{};
 };
 
 /** One thing done to the plug-in. */
 struct Action {
     enum Kind { REQUEST, STEP, ANSWER, EVENT, INSTALL, QUEUE_LIMIT, TRANSPORT } kind;
+    uint64_t number = 0;  ///< choice of a step, place of an answer, number of an event, limit
+    Record record{};      ///< of an answer or an event
     const Request* request = nullptr;
     int32_t serial = 0;
     std::vector<Value> args{};
-    uint64_t number = 0;  ///< choice of a step, place of an answer, number of an event, limit
-    Record record{};      ///< of an answer or an event
     std::vector<std::optional<std::string>> tokens{};  ///< of an AT command
-    int response = -1, indication = -1;                ///< clients to be installed, -1 for none
+    int response = -1, indication = -1;                ///< clients to install, -1 for none
     size_t failing = SIZE_MAX;                         ///< allocation of the plug-in's that fails
 };
 
 /** One thing that the plug-in did. */
 struct Deed {
     enum Kind { CALL, ANSWER, INDICATION, LOST } kind;
-    int client = 0;                  ///< that got an ANSWER or INDICATION
-    uint32_t code = 0;               ///< of its method
-    std::string text{};              ///< the modem's call, or the bytes of the arguments
-    int result = 0;                  ///< of the modem's call; nonzero for a callback that failed
-    std::string given{};             ///< what the modem filled in
-    bool connected = false;          ///< a bind: whether its client counts as connected
-    std::optional<Record> early{};   ///< answer from inside the call
-    std::optional<Action> inside{};  ///< done by the client inside the callback
+    int client = 0;                    ///< that got an ANSWER or INDICATION
+    uint32_t code = 0;                 ///< of its method
+    std::string text{};                ///< the modem's call, or the bytes of the arguments
+    int result = 0;                    ///< of the modem's call; nonzero for a callback that failed
+    std::string given{};               ///< what the modem filled in
+    bool isConnected = false;          ///< a bind: whether its client counts as connected
+    std::optional<Record> early{};     ///< answer from inside the call
+    std::shared_ptr<Action> inside{};  ///< done by the client inside the callback
 };
 
 /**
@@ -98,30 +83,121 @@ class World {
 public:
     static constexpr int CLIENTS = 2;
 
-    World(uint64_t seed, std::vector<Deed>& deeds);
-    ~World();
+    World(uint64_t seed, std::vector<Deed>& deeds)
+        : mRandom(seed),
+          mDeeds(deeds),
+          mInstance(below(8) == 0),
+          mRefusesOneIn(oneOf({2, 8, 1000})),
+          mBindFailsOneIn(oneOf({1, 2, 1000})),
+          mSerial(static_cast<int32_t>(mRandom() << 8)) {
+        sWorld = this;
+        desk::setDelivery(desk::Delivery::STEPS);
+        // The last client's failure ends the setup, before a name is published on the machine.
+        mModem.takeCalls([](const auto& call) { return call.arguments == "1, 0"; });
+        mService = ModemImpl::create(mInstance);
+        mService->setup();
+        mStub = new hal::InterfaceStub<vendor::lyr::modem::V1_0::IModem>(mService.get());
+        mModem.takeCalls([this](const auto& call) { return take(call); });
+    }
 
-    /** An action at random, as the world stands. */
-    Action draw();
-    void perform(const Action& action);
-
-    /** Nothing goes wrong any more. */
-    void calm() { mFaulty = false; }
-
-    /** Throws when an answered cookie is still there, or one that the modem owns has gone. */
-    void checkCookies();
+    ~World() {
+        while (desk::step()) {
+        }
+        for (const Pending& pending : std::exchange(mPending, {})) {
+            pending.callback(nullptr, 0, pending.cookie, 0);
+        }
+        perform({Action::INSTALL, 0, {}, nullptr, 0, {}, {}, -1, 0});  // empties the cache
+        desk::setQueueLimit(1024);
+        mModem.takeCalls(nullptr);
+    }
 
     uint64_t below(uint64_t limit) { return limit == 0 ? 0 : mRandom() % limit; }
-    bool chance(uint64_t oneIn) { return mFaulty && below(oneIn) == 0; }
-    Action drawEvent();
     int instance() const { return mInstance; }
     size_t pendingAnswers() const { return mPending.size(); }
     /** Whether an allocation failed during the action performed last. */
     bool struck() const { return mStruck; }
+    /** Nothing goes wrong any more. */
+    void calm() { mFaulty = false; }
 
-    /** A call to a callback. */
-    android::hardware::Return<void> receive(Deed::Kind kind, int client, uint32_t code,
-                                            hal::Parcel& args);
+    /** An action at random, as the world stands. */
+    Action draw() {
+        Action action{Action::STEP, mRandom()};
+        const uint64_t dice = below(100);
+        if (dice < 36) {
+            action = drawRequest();
+        } else if (dice >= 68 && dice < 78) {
+            action = {Action::ANSWER, below(mPending.size()), drawRecord()};
+        } else if (dice >= 78 && dice < 90) {
+            action = drawEvent();
+        } else if (dice >= 90 && dice < 96) {
+            action = {Action::INSTALL};
+            action.response = oneOf({0, 0, 1, 1, -1});
+            action.indication = oneOf({0, 1, -1});
+        } else if (dice >= 96) {
+            const bool isLimit = dice < 98;
+            action = {isLimit ? Action::QUEUE_LIMIT : Action::TRANSPORT,
+                      isLimit ? oneOf<uint64_t>({0, 1, 2, 3, 1024, 1024}) : below(2 * CLIENTS)};
+        }
+        action.failing = chance(8) ? below(4) : SIZE_MAX;
+        return action;
+    }
+
+    void perform(const Action& action) {
+        const bool isOuter = mDepth == 0;
+        if (isOuter && action.failing != SIZE_MAX) {
+            prepareFailure(action);
+        }
+        switch (action.kind) {
+            case Action::REQUEST:
+                request(action);
+                break;
+            case Action::STEP:
+                desk::step(action.number);
+                break;
+            case Action::ANSWER:
+                if (!mPending.empty()) {
+                    const Pending pending = mPending[action.number];
+                    mPending.erase(mPending.begin() + static_cast<ptrdiff_t>(action.number));
+                    answer(pending, action.record);
+                }
+                break;
+            case Action::EVENT:
+                raise(action);
+                break;
+            case Action::INSTALL:
+                arm();
+                (void)mService->setCallback(
+                        action.response < 0 ? nullptr : client(action.response).response,
+                        action.indication < 0 ? nullptr : client(action.indication).indication);
+                break;
+            case Action::QUEUE_LIMIT:
+                desk::setQueueLimit(action.number);
+                break;
+            case Action::TRANSPORT:
+                mTransportFails[action.number / 2] = action.number % 2 == 0;
+                break;
+        }
+        if (isOuter) {
+            allocations::stop();
+            mStruck = mArmed && allocations::failed();
+            desk::setLogSink(nullptr);
+            mArmed = false;
+        }
+    }
+
+    /** Throws when an answered cookie is still there, or one that the modem owns has gone. */
+    void checkCookies() {
+        for (const auto& message : std::exchange(mGone, {})) {
+            if (!message.expired()) {
+                throw std::runtime_error("a cookie was not freed with its answer");
+            }
+        }
+        for (const Pending& pending : mPending) {
+            if (pending.message.expired()) {
+                throw std::runtime_error("a cookie that the modem owns was freed");
+            }
+        }
+    }
 
     std::vector<int32_t> tokens[3];  ///< serials that the modem owes the events of TOKEN_EVENTS
 
@@ -132,30 +208,315 @@ private:
         std::weak_ptr<Message> message;
     };
 
-    int call(const ScriptedModem::Call& call);
-    void fill(const ScriptedModem::Call& call, Deed& deed);
-    Action drawRequest();
-    Value drawValue(const hal::Field& field);
-    Record drawRecord();
-    std::string bytes(size_t size);
-    std::string oddBytes(size_t usual);
-    void arm();
-    void raise(const Action& action);
-    void raiseCommand(const Action& action);
-    void answer(const Pending& pending, const Record& record);
+    /** Callbacks of a client, for every world: whatever comes there is the present one's. */
+    struct Client {
+        explicit Client(int number)
+            : response(new vendor::lyr::modem::V1_0::BpHwModemResponse(
+                      channel(Deed::ANSWER, number), 1)),
+              indication(new vendor::lyr::modem::V1_0::BpHwModemIndication(
+                      channel(Deed::INDICATION, number), 1)) {}
+
+        static std::shared_ptr<Channel> channel(Deed::Kind kind, int number) {
+            return std::make_shared<Channel>([kind, number](uint32_t code, hal::Parcel& args) {
+                return sWorld->receive(kind, number, code, args);
+            });
+        }
+
+        const android::sp<vendor::lyr::modem::V1_0::IModemResponse> response;
+        const android::sp<vendor::lyr::modem::V1_0::IModemIndication> indication;
+    };
+
+    static Client& client(int number) {
+        static Client clients[CLIENTS] = {Client(0), Client(1)};
+        return clients[number];
+    }
+
+    // ---- What is done to the plug-in ------------------------------------------------------------
+
+    bool chance(uint64_t oneIn) { return mFaulty && below(oneIn) == 0; }
+    template <class T>
+    T oneOf(std::initializer_list<T> items) {
+        return items.begin()[below(items.size())];
+    }
+
+    std::string bytes(size_t size) {
+        std::string bytes(size, static_cast<char>(mRandom()));
+        std::generate_n(bytes.begin(), std::min<size_t>(size, 16), [this] { return mRandom(); });
+        return bytes;
+    }
+    size_t size() { return oneOf<size_t>({0, 1, 2, 3, 8, 15, 16, 124, 130}); }
+    int result() { return oneOf({1, 3, 5, 9, -1}); }
+
+    Action drawRequest() {
+        Action action{Action::REQUEST};
+        action.request = &requests()[below(requests().size())];
+        action.serial = mSerial++;
+        for (size_t i = 1; i < action.request->method->argCount; ++i) {
+            action.args.push_back(drawValue(action.request->method->args[i]));
+        }
+        return action;
+    }
+
+    Value drawValue(const hal::Field& field) {
+        using Kind = hal::Type::Kind;
+        const int64_t number = below(2) == 0
+                                       ? oneOf({0, 1, -1, 127, 128, 255, INT32_MAX, INT32_MIN})
+                                       : static_cast<int32_t>(mRandom());
+        switch (field.type->kind) {
+            case Kind::INT32:
+                return {number};
+            case Kind::UINT32:
+                return {static_cast<uint32_t>(number)};
+            case Kind::UINT8:
+                return {static_cast<uint8_t>(number)};
+            default:
+                break;
+        }
+        if (field.name == std::string("path")) {
+            return {0, oneOf({"empty", "one", "full", "long", "missing"})};
+        }
+        Value value{0, bytes(below(40) == 0 ? 510 : size())};
+        if (field.type->kind == Kind::STRING && below(4) != 0) {
+            std::replace(value.bytes.begin(), value.bytes.end(), '\0', 'n');
+        }
+        return value;
+    }
+
+    Record drawRecord() {
+        modem_async_response response{};
+        const std::string text = bytes(size());
+        text.copy(response.payload.build.text, 500);
+        response.payload.build.length = static_cast<uint32_t>(text.size());
+        if (below(2) == 0) {
+            modem_bands_info& bands = response.payload.bands;
+            memset(&bands, 3, sizeof(bands));
+            for (uint32_t* count :
+                 {&bands.count1, &bands.count2, &bands.count3, &bands.count4, &bands.count5}) {
+                *count = oneOf<uint32_t>({0, 1, 2, 19, 20, 21, 50, 51, UINT32_MAX, 1U << 31});
+            }
+        } else if (chance(4)) {
+            memset(response.payload.bytes, 'v', sizeof(response.payload.bytes));
+            response.payload.build.length = oneOf<uint32_t>({255, 256, 540, UINT32_MAX});
+            strike(Fault::PAYLOAD_TOO_LONG);
+        }
+        response.result = chance(4) ? result() : 0;
+        strike(Fault::ANSWER_BAD_RESULT, response.result != 0);
+        Record record{chance(12), {reinterpret_cast<char*>(&response), sizeof(response)}};
+        record.bytes.resize(sizeof(response) + (chance(12) ? oneOf({-1, 1}) : 0));
+        strike(Fault::ANSWER_BAD_RECORD, record.isNull || record.bytes.size() != sizeof(response));
+        return record;
+    }
+
+    Action drawEvent() {
+        static constexpr std::pair<int, size_t> LAYOUTS[] = {{0, 4},    {1, 4},    {2, 520},
+                                                             {15, 24},  {19, 132}, {20, 8},
+                                                             {17, 140}, {18, 272}, {22, 12}};
+        const auto [number, usual] = LAYOUTS[below(std::size(LAYOUTS))];
+        Action action{Action::EVENT, static_cast<uint64_t>(number)};
+        std::string& data = action.record.bytes;
+        data = bytes(chance(6) ? oneOf<size_t>({0, usual - 1, usual + 1, usual + 200}) : usual);
+        action.record.isNull = chance(20);
+        const auto put = [&data = data](size_t at, int value) {
+            memcpy(data.data() + std::min(at, data.size()), &value,
+                   std::min(sizeof(value), data.size() - std::min(at, data.size())));
+        };
+        const auto* kind = std::find(std::begin(TOKEN_EVENTS), std::end(TOKEN_EVENTS), number);
+        if (number <= 1) {
+            put(0, oneOf<int>({WDS, DMS, NAS, AT, SAR, PDC, VS, 231, 99}));
+        } else if (kind != std::end(TOKEN_EVENTS)) {
+            const auto& owed = tokens[kind - TOKEN_EVENTS];
+            put(usual - 4, oneOf({0, 1, 2, 124, 125, 256, 260, -1}));
+            put(0, chance(3) ? result() : 0);
+            put(8,
+                owed.empty() || chance(5) ? -static_cast<int>(below(9)) : owed[below(owed.size())]);
+        } else if (number == 2 && data.size() == usual) {
+            drawCommand(action);
+        } else if (chance(20)) {
+            action.number = oneOf<uint64_t>({3, 16, 23, UINT32_MAX});
+        }
+        return action;
+    }
+
+    void drawCommand(Action& action) {
+        modem_atlog_cmd_type command{mRandom(), chance(9) ? 10U : 11U, {}, 0, {}};
+        strcpy(command.name, oneOf({"+LOG", "+LOG", "+log", "+LOGS"}));
+        command.token_count = static_cast<uint16_t>(below(5));
+        for (int i = 0; i < command.token_count; ++i) {
+            action.tokens.emplace_back(oneOf({"1", "0", "1", "tc7", "", "x"}));
+            if (chance(9)) {
+                action.tokens.back().reset();
+            }
+        }
+        action.record.bytes.assign(reinterpret_cast<char*>(&command), sizeof(command));
+    }
+
+    /** The plug-in's own allocations begin with its first line: what stands before is not its. */
+    void prepareFailure(const Action& action) {
+        mArmed = true;
+        mFailing = action.failing;
+        const bool isHandled = action.kind == Action::REQUEST || action.kind == Action::STEP;
+        desk::setLogSink([this, isHandled](int, const char*, const char* line) {
+            const bool isFirst = strncmp(line, "ModemImpl::", 11) == 0 ||
+                                 (strstr(line, " is handling message: ") != nullptr &&
+                                  strstr(line, "AtQmiClient") == nullptr);
+            if (isHandled && isFirst) {
+                arm();
+            } else if (strstr(line, "exception = no memory") != nullptr) {
+                const allocations::Pause pause;
+                mDeeds.push_back({Deed::LOST});
+            }
+        });
+        allocations::start();
+    }
+
+    void arm() {
+        if (mArmed && mFailing != SIZE_MAX) {
+            allocations::start(std::exchange(mFailing, SIZE_MAX));
+        }
+    }
+
+    void request(const Action& action) {
+        using Kind = hal::Type::Kind;
+        hal::Parcel args, reply;
+        args.write(action.serial);
+        for (size_t i = 0; i < action.args.size(); ++i) {
+            const Kind kind = action.request->method->args[i + 1].type->kind;
+            if (kind == Kind::UINT8) {
+                args.write(static_cast<uint8_t>(action.args[i].number));
+            } else if (kind < Kind::STRING) {
+                args.write(static_cast<uint32_t>(action.args[i].number));
+            } else {
+                args.writeString(action.args[i].bytes);
+            }
+        }
+        hal::Parcel read(nullptr, args.data(), args.size());
+        mStub->onTransact(action.request->method->code, read, reply);
+    }
+
+    void answer(const Pending& pending, const Record& record) {
+        mGone.push_back(pending.message);
+        const std::vector<char> copy(record.bytes.begin(), record.bytes.end());
+        arm();
+        pending.callback(record.isNull ? nullptr : copy.data(), copy.size(), pending.cookie, 1);
+    }
+
+    void raise(const Action& action) {
+        std::vector<char> copy(action.record.bytes.begin(), action.record.bytes.end());
+        auto* command = reinterpret_cast<modem_atlog_cmd_type*>(copy.data());
+        for (size_t i = 0; i < action.tokens.size(); ++i) {
+            command->tokens[i] = action.tokens[i] ? strdup(action.tokens[i]->c_str()) : nullptr;
+        }
+        arm();
+        ModemImpl::modemApiEventCallback(static_cast<int>(action.number),
+                                         action.record.isNull ? nullptr : copy.data(), copy.size());
+        // The token strings are the plug-in's, unless nobody there saw the command.
+        const bool isSeen = !action.record.isNull && mInstance == 0;
+        for (size_t i = 0; i < (isSeen ? 0 : action.tokens.size()); ++i) {
+            free(command->tokens[i]);
+        }
+    }
+
+    // ---- What the plug-in does ------------------------------------------------------------------
+
+    int take(const ScriptedModem::Call& call) {
+        const std::string function = call.function;
+        Deed deed{Deed::CALL};
+        deed.text = function + "(" + call.arguments + ")";
+        const bool isBind = function.rfind("modem_api_bind_", 0) == 0;
+        // A registration that fails starts a thread, which has a test of its own.
+        if (function != "modem_atlog_cmd_reg" && chance(isBind ? mBindFailsOneIn : mRefusesOneIn)) {
+            deed.result = result();
+            strike(isBind                       ? Fault::BIND_FAILS
+                   : function == "property_set" ? Fault::PROPERTY_NOT_WRITTEN
+                                                : Fault::MODEM_REFUSES);
+        }
+        if (isBind) {
+            const int service = function[15] == 'n' ? NAS : function[15] == 'w' ? WDS : VS;
+            deed.isConnected = ModemImpl::getQmiClient(service)->isConnected();
+        }
+        if (call.out != nullptr && (deed.result == 0 || below(2) == 0)) {
+            fill(function, call.out, deed.given);
+        }
+        const int result = deed.result;
+        const bool isEarly = call.callback != nullptr && result == 0 && below(4) == 0;
+        deed.early = isEarly ? std::optional(drawRecord()) : std::nullopt;
+        mDeeds.push_back(deed);
+        if (call.callback != nullptr) {
+            const auto* cookie = static_cast<ModemAsyncCbData*>(call.cookie);
+            const Pending pending{call.cookie, call.callback, cookie->msg};
+            if (result != 0) {
+                mGone.push_back(pending.message);
+            } else if (isEarly) {
+                strike(Fault::ANSWER_INSIDE_THE_CALL);
+                answer(pending, *deed.early);
+            } else {
+                mPending.push_back(pending);
+            }
+        }
+        return result;
+    }
+
+    /** Writes what the function is to give, and notes it. */
+    void fill(const std::string& function, void* out, std::string& given) {
+        if (function == "modem_pdc_load_configuration") {
+            given = *static_cast<std::string*>(out);
+        } else if (function == "modem_qdp_get_ims_profile") {
+            auto& [list, count] = *static_cast<std::pair<modem_ims_profile*, uint8_t*>*>(out);
+            *count = oneOf<uint8_t>({0, 1, 2, 3, 23, 24, 25, 255});
+            given = bytes(std::min<size_t>(*count, MODEM_IMS_PROFILE_MAX) * sizeof(*list));
+            memcpy(list, given.data(), given.size());
+        } else if (function.find("_read_") != std::string::npos) {
+            auto& [buffer, length] = *static_cast<std::pair<uint8_t*, size_t*>*>(out);
+            const size_t size = below(8) == 0 ? oneOf({*length, *length + 1, SIZE_MAX}) : below(20);
+            given = bytes(std::min(size, *length));
+            memcpy(buffer, given.data(), given.size());
+            *length = size;
+        } else {
+            const bool isRecord =
+                    function == "modem_verify_nv" || function == "modem_api_get_simlock_info";
+            given = bytes(isRecord ? 3 : 4);
+            std::replace_if(
+                    given.begin(), given.end(), [this](char) { return below(2) == 0; }, '\0');
+            memcpy(out, given.data(), given.size());
+        }
+    }
+
+    android::hardware::Return<void> receive(Deed::Kind kind, int number, uint32_t code,
+                                            hal::Parcel& args) {
+        const allocations::Pause pause;
+        Deed deed{kind, number, code, {reinterpret_cast<const char*>(args.data()), args.size()}};
+        deed.result = mTransportFails[number];
+        if (deed.result == 0 && !mArmed && mDepth < 3 && chance(9)) {
+            deed.inside = std::make_shared<Action>(below(2) == 0 ? drawRequest()
+                                                                 : Action{Action::INSTALL});
+            deed.inside->response = oneOf({0, 1, -1});
+            deed.inside->indication = oneOf({0, 1, -1});
+        }
+        mDeeds.push_back(deed);
+        if (deed.inside) {
+            ++mDepth;
+            perform(*deed.inside);
+            --mDepth;
+        }
+        using android::hardware::Status;
+        return deed.result == 0 ? Status() : Status::fromStatusT(android::DEAD_OBJECT, "gone");
+    }
+
+    inline static World* sWorld = nullptr;
 
     std::mt19937_64 mRandom;
     std::vector<Deed>& mDeeds;
     const int mInstance;
     const uint64_t mRefusesOneIn, mBindFailsOneIn;
+    int32_t mSerial;
     bool mFaulty = true;
     bool mArmed = false, mStruck = false;
     size_t mFailing = SIZE_MAX;
     int mDepth = 0;
-    int32_t mSerial;
     bool mTransportFails[CLIENTS] = {};
     std::vector<Pending> mPending;
     std::vector<std::weak_ptr<Message>> mGone;
+    ScriptedModem& mModem = ScriptedModem::instance();
     std::shared_ptr<ModemImpl> mService;
     android::sp<hal::Stub> mStub;
 };
