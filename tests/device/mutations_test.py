@@ -31,7 +31,7 @@ FAULTS = [
     ("sources", HIDL, "hidl_vec<T> copy;", "hidl_vec<T> copy;\n    copy.gone();", "no member"),
     ("manifest", "device/manifest.xml", ">hwbinder<", ">socket<", "fails to validate"),
     ("manifest", MATRIX, "instance1", "instance2", "lacks: instance1"),
-    ("manifest", "device/ox-modem.rc", "--instance 1", "--instance 0", "device/ox-modem.rc: instances"),
+    ("manifest", "device/ox-modem.rc", "-i 1", "-i 0", "device/ox-modem.rc: instances"),
     ("sepolicy", TE, "shell:fd use", "shell:fd used", "used is not defined"),
     ("sepolicy", TE, "set_prop(", "put_prop(", "syntax error"),
     ("sepolicy", POLICY + "hwservice.te", ", hwservice_manager_type", ", gone", "is not declared"),

@@ -112,7 +112,7 @@ def sources(root, only=None):
 def manifest(root):
     """What is offered to the framework is what the interface and the init file tell."""
     name, version = PACKAGE.split("@")
-    services = dict(re.findall(r"^service \S+ .* --instance (\d)\n    interface \S+::IModem (\S+)$",
+    services = dict(re.findall(r"^service \S+ .* -i (\d)\n    interface \S+::IModem (\S+)$",
                                read(root, "device/ox-modem.rc"), re.M))
     require_same("device/ox-modem.rc: instances", services.items(),
                  [("0", "instance0"), ("1", "instance1")])

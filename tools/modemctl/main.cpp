@@ -190,6 +190,7 @@ ExitCode print(const std::string& text) {
 class CommandLine {
 public:
     CommandLine() {
+        mApp.set_version_flag("--version", "modemctl " OX_VERSION);
         mApp.require_subcommand(1);
         mApp.allow_extras();
         mApp.add_flag("--json", mOptions.json, "One JSON object a line");

@@ -14,10 +14,12 @@ namespace {
 
 using OnLoad = int (*)(int argc, char** argv);
 
-/** The plug-in of the same build. */
+/** The plug-in of the same build, or of the same installation. */
 std::string pluginBesideExecutable() {
     const auto bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    return (bin.parent_path() / "lib" / "libox-modem.so").string();
+    const auto libraries = bin.parent_path() / "lib";
+    const auto installed = libraries / "ox-modem" / "libox-modem.so";
+    return std::filesystem::exists(installed) ? installed : libraries / "libox-modem.so";
 }
 
 /** Throws std::runtime_error with the loader's reason. The library is never closed. */
@@ -98,6 +100,7 @@ void serve(const std::string& plugin, const std::string& instance,
 
 int main(int argc, char** argv) {
     CLI::App app("Loads a plug-in and serves it until SIGINT or SIGTERM.");
+    app.set_version_flag("--version", "ox-modem-host " OX_VERSION);
     std::string plugin;
     unsigned instance = 0;
     std::vector<std::string> further;

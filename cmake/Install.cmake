@@ -1,0 +1,66 @@
+# What an installed desk consists of: cmake --install puts it below the prefix, cpack into a .deb.
+include(GNUInstallDirs)
+
+set(private_libraries lib/ox-modem)  # names like libutils.so are not for everybody's search path
+set(programs modemctl ox-modem-host)
+set(libraries cutils framework hidlbase modemapi_vendor utils vendor.lyr.modem_1.0)
+
+# The plug-in once more, for which the list of configurations lies where the prefix says.
+set(list_folder ${CMAKE_INSTALL_FULL_SYSCONFDIR}/ox-modem)
+ox_plugin(ox-modem-installed clients/MbnListFile.cpp
+    "$<FILTER:$<TARGET_OBJECTS:ox-modem-objects>,EXCLUDE,MbnListFile>")
+target_compile_definitions(ox-modem-installed PRIVATE OX_MBN_LIST_FILE="${list_folder}/oem_sw.txt")
+target_include_directories(ox-modem-installed PRIVATE ${CMAKE_SOURCE_DIR})
+set_target_properties(ox-modem-installed PROPERTIES OUTPUT_NAME ox-modem
+    LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/installed)
+
+foreach(document "completion bash" man)
+    string(REPLACE " " ";" arguments ${document})
+    string(REPLACE " bash" "" file ${CMAKE_BINARY_DIR}/installed/${document})
+    add_custom_command(OUTPUT ${file} COMMAND modemctl ${arguments} > ${file} DEPENDS modemctl
+                       VERBATIM)
+    list(APPEND documents ${file})
+endforeach()
+add_custom_target(documents ALL DEPENDS ${documents})
+
+set_target_properties(${programs} PROPERTIES INSTALL_RPATH "$ORIGIN/../${private_libraries}")
+set_target_properties(${libraries} ox-modem-installed PROPERTIES INSTALL_RPATH "$ORIGIN")
+
+# The plug-in has a path in it, so another prefix cannot be chosen as late as this.
+install(CODE "
+    if(NOT CMAKE_INSTALL_PREFIX STREQUAL [[${CMAKE_INSTALL_PREFIX}]])
+        message(FATAL_ERROR \"This build is for ${CMAKE_INSTALL_PREFIX}: the plug-in in it looks \"
+                \"for ${list_folder}/oem_sw.txt. For another prefix, configure with \"
+                \"-D CMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX}\")
+    endif()")
+install(TARGETS ${programs} RUNTIME)
+install(TARGETS ${libraries} ox-modem-installed LIBRARY DESTINATION ${private_libraries})
+install(FILES platform/libmodemapi_vendor/device/data/vendor/modem_config/mcfg_sw/oem_sw.txt
+        DESTINATION ${list_folder})
+install(FILES ${CMAKE_BINARY_DIR}/installed/completion RENAME modemctl
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES ${CMAKE_BINARY_DIR}/installed/man RENAME modemctl.1
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES CHANGELOG.md README.md TYPE DOC)
+install(DIRECTORY docs TYPE DOC)
+install(DIRECTORY interfaces/vendor DESTINATION ${CMAKE_INSTALL_DATADIR}/ox-modem
+        FILES_MATCHING PATTERN *.hal)
+foreach(library libcutils lib-framework libhidlbase libmodemapi_vendor libutils)
+    list(APPEND header_folders platform/${library}/include/)
+endforeach()
+install(DIRECTORY ${header_folders} ${CMAKE_BINARY_DIR}/interfaces/
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ox-modem FILES_MATCHING PATTERN *.h
+        PATTERN CMakeFiles EXCLUDE)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_SET_DESTDIR ON)
+set(CPACK_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Modem service plug-in with a desk to run it on")
+set(CPACK_PACKAGE_CONTACT "The ox-modem maintainers")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/installed/conffiles)
+file(WRITE ${CMAKE_BINARY_DIR}/installed/conffiles "${list_folder}/oem_sw.txt\n")
+include(CPack)
