@@ -199,8 +199,8 @@ private:
                      (mBoxes.size() == BOXES ? "; the end of the session" : ""),
              "time");
         for (const auto& [row, length] : mPauses) {
-            text(TIMES, TOP + row * ROW + 13,
-                 "... " + milliseconds(static_cast<double>(length / 1000)), "time");
+            text(TIMES, TOP + row * ROW + 13, "... " + milliseconds(mStory.between(0, length)),
+                 "time");
         }
     }
 

@@ -35,9 +35,10 @@ double Story::between(Moment begin, Moment end) const {
     if (begin == NEVER || end == NEVER) {
         return -1;
     }
-    const double millis = mFine ? static_cast<double>(end - begin) / 1000
-                                : static_cast<double>(end / 1000 - begin / 1000);
-    return std::max(millis, 0.0);
+    constexpr Moment MILLISECOND = 1000;
+    const Moment passed =
+            mFine ? end - begin : (end / MILLISECOND - begin / MILLISECOND) * MILLISECOND;
+    return static_cast<double>(std::max<Moment>(passed, 0)) / MILLISECOND;
 }
 
 void Story::take(std::string_view rawLine) {

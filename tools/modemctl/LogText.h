@@ -1,18 +1,14 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
+
+#include "LogMethods.h"
 
 /** The plug-in's own texts, as far as they tell what becomes of a request. */
 namespace logs {
 
 constexpr std::string_view PLUGIN_TAG = "LIB-OX-MODEM";
-
-/** Place of a request in the interface's table; NO_METHOD for other texts. */
-using MethodIndex = int16_t;
-
-constexpr MethodIndex NO_METHOD = -1;
 
 enum class Kind : uint8_t {
     UNKNOWN,         ///< cut, or no text that the plug-in has
@@ -51,14 +47,5 @@ struct Sign {
 };
 
 Sign readText(std::string_view text);
-
-const char* methodName(MethodIndex method);
-size_t methodCount();
-
-/** NO_METHOD when the interface has no such request. */
-MethodIndex methodIndex(std::string_view name);
-
-/** The client class whose handler thread serves the method; "" when none is known. */
-const char* handlerOf(MethodIndex method);
 
 }  // namespace logs
