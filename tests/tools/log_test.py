@@ -36,7 +36,7 @@ class Session:
         self.env = {**os.environ, "OX_RUNTIME_DIR": folder}
         self.asked, self.lost, self.serials = [], 0, iter(range(1, 10000))
         with open(os.path.join(folder, "log.txt"), "wb") as log:
-            self.host = subprocess.Popen([os.environ["HOST"], "--", "-i", "0"], stderr=log,
+            self.host = subprocess.Popen([os.environ["HOST"]], stderr=log,
                                          stdout=subprocess.PIPE, env=self.env)
         self.log = pathlib.Path(log.name)
         with self.host.stdout as ready:
@@ -66,7 +66,7 @@ def run_with_faults(session, dice, pool):
     session.lose(7)  # by rebootModem
     functions = re.findall(rf"^modem_(?!{NOT_PROVOKED})\w+", session.sim("calls"), re.M)
     methods = sorted(set(session.methods) - {SILENT, "rebootModem", "sendLogControlResp"})
-    knobs = ("fail {}", "result {} 1", "answer-length {} 3", "delay {} 0-30", "ok {}")
+    knobs = ("fail {}", "patch {} result 1", "patch {} size 3", "delay {} 0-30", "ok {}")
     for _ in range(12):
         session.sim(*(dice.choice(knobs).format(name) for name in dice.sample(functions, 12)))
         service = dice.choice("wds dms nas at sar pdc vs".split())
