@@ -91,7 +91,8 @@ void serve(const std::string& plugin, const std::string& instance,
     // The simulated modem, which the plug-in brings along, names its ports by it.
     setenv("OX_INSTANCE", instance.c_str(), 1);
     load(plugin, arguments);
-    std::cout << "ready: " << plugin << " serves " << servedNames(instance) << std::endl;
+    const std::string names = servedNames(instance);
+    std::cout << "ready: " << plugin << " serves " << names << std::endl;
     int signal = 0;
     sigwait(&stop, &signal);
 }
