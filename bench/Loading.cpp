@@ -25,7 +25,7 @@ void loadBare(benchmark::State& state, const std::string& path) {
     for (auto _ : state) {
         const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
         uint8_t chunk[CHUNK_SIZE];
-        for (ssize_t count = 0; (count = read(fd, chunk, sizeof chunk)) > 0;) {
+        for (ssize_t count = 0; (count = read(fd, chunk, sizeof(chunk))) > 0;) {
             takeNothing(chunk, count);
         }
         close(fd);

@@ -1,18 +1,10 @@
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 
 #include "bench/Bench.h"
-
-void require(bool holds, const char* otherwise) {
-    if (!holds) {
-        fprintf(stderr, "%s\n", otherwise);
-        _Exit(1);
-    }
-}
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);

@@ -19,6 +19,7 @@ const QmiService AtQmiClient::SERVICE{MODEM_API_QMI_SERVICE_AT, "AT", RTTI_TYPE}
 
 namespace {
 
+constexpr const char* REPORT = "reportAtLogControlInfo";  // what the report thread runs, in the log
 constexpr size_t STORED_NAME_MAX = 34;  // characters of the stored name in a re-announced one
 constexpr size_t INDEX_ROOM = 6;        // of "_" and up to five characters of the index
 
@@ -26,7 +27,7 @@ enum : uint8_t { LOG_MODE_STOP = 0, LOG_MODE_START = 1 };
 enum : uint8_t { TEST_SUCCESS = 0, TEST_FAILURE = 1, TEST_UNRECOGNISED = 2, TEST_NONE = 3 };
 enum : uint32_t { RESPONSE_ERROR = 0, RESPONSE_SUCCESS = 1, RESPONSE_KIND = 3 };
 
-/** The token strings of an accepted command: this library's from then on, freed at the end. */
+/** Owns the token strings of a command event, which the receiver has to free. */
 class TokenStrings {
 public:
     explicit TokenStrings(const modem_atlog_cmd_type& command) : mCommand(command) {}
@@ -38,7 +39,7 @@ public:
     TokenStrings(const TokenStrings&) = delete;
     TokenStrings& operator=(const TokenStrings&) = delete;
 
-    /** Tokens that the record has; a reported number above its room names none beyond. */
+    /** How many tokens the record holds: the reported number, at most as many as it has room. */
     static size_t count(const modem_atlog_cmd_type& command) {
         return std::min<size_t>(command.token_count, MODEM_ATLOG_TOKENS_MAX);
     }
@@ -47,7 +48,7 @@ private:
     const modem_atlog_cmd_type& mCommand;
 };
 
-/** For a command that no handler will see; data of another size holds no tokens to know of. */
+/** Frees the tokens of an event that could not be posted. Data of another size is no command. */
 void freeTokens(const void* data, size_t len) {
     modem_atlog_cmd_type command;
     if (data != nullptr && len == sizeof(command)) {
@@ -121,7 +122,7 @@ int AtQmiClient::handleRegisterAtCommandIndMessage(const MessagePtr&) {
         return ERRNO_SUCCESS;
     }
     LOG_E("%s: failed to register AT command indication", __func__);
-    // Only a registration that fails starts the report; devices in use rely on that.
+    // The report starts after a failed registration only; a successful one must start none.
     if (!mReported.exchange(true)) {
         startReportThread();
     }
@@ -149,7 +150,7 @@ void AtQmiClient::runReport(const std::weak_ptr<AtQmiClient>& client,
             self->reportAtLogControlInfo(tcName);
         }
     } catch (const std::bad_alloc&) {
-        LOG_E("%s: no memory to report AT log control info", "reportAtLogControlInfo");
+        LOG_E("%s: no memory to report AT log control info", REPORT);
     }
 }
 
@@ -160,7 +161,7 @@ bool AtQmiClient::findLogToReport(std::string& tcName) {
     }
     if (!on) {
         LOG_I("%s: no need to report AT log contorl info at 1st time connected to AT QMI service",
-              "reportAtLogControlInfo");
+              REPORT);
     }
     return on;
 }
@@ -261,7 +262,7 @@ int AtQmiClient::handleProcessAtCommandMessage(const MessagePtr& msg) {
 
 Errno AtQmiClient::parseAtCommand(const modem_atlog_cmd_type& command) {
     LOG_I("%s: parsing", __func__);
-    // First of all, so that an error response reaches the command that failed.
+    // Before anything can fail: the error response needs the handle of this command.
     mHandle = command.handle;
     mOpCode = command.op_code;
     try {

@@ -43,7 +43,11 @@ public:
 
     int sendLogControlResp(int serial);
 
-    /** Writes the log's state to the properties; a stop leaves the name. 0, or 1. */
+    /**
+     * Writes the log's state to the properties; a stop keeps the stored name.
+     *
+     * @return 0; 1, with an error line, when a property cannot be written
+     */
     static int saveAtLogStatus(bool start, const char* tcName);
 
     /**
@@ -86,15 +90,20 @@ private:
     static int readLogStatus(const char* func, size_t storedMax, bool& on, std::string& name);
 
     Errno parseAtCommand(const modem_atlog_cmd_type& command);
-    /** Recognises the parsed command and tells the upper layer; nonzero when it came to nothing. */
+    /** Tells the upper layer what the parsed command asks for; 0 when its callback took it. */
     int processParsedCommand(const char* func);
-    /** Takes the name out of the tokens. */
+    /** Reads the tokens into `command`, moving the name out; false for an unknown command. */
     bool readLogCommand(const char* func, LogCommand& command);
     uint8_t readTestResult(const char* func) const;
 
     int sendLogControlErrorResp();
     int confirmLogCommand(const char* func);
-    /** Ends the open command; stays open while not connected. `what` names it in the log. */
+    /**
+     * Sends the modem the response to the open command, which is open no more then. Without a
+     * connection nothing is sent and the command stays open.
+     *
+     * @param what the response, as the log lines call it
+     */
     int sendToModem(const char* func, uint32_t result, const char* what);
 
     const std::chrono::milliseconds mReportDelay;
@@ -108,6 +117,6 @@ private:
 
     /** True from the moment an AT+LOG command is recognised until the modem got its response. */
     std::atomic<bool> mProcessing{false};
-    /** Set with the start of the report thread and never cleared: one runs per client. */
+    /** Set when the report thread starts and never cleared: a client starts one at most. */
     std::atomic<bool> mReported{false};
 };

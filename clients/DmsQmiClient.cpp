@@ -31,7 +31,7 @@ int DmsQmiClient::getOperatingMode(int serial) {
 
 int DmsQmiClient::handleGetOperatingModeMessage(const MessagePtr& msg) {
     const char* func = __func__;
-    // A mode that the modem wrote before it failed goes out with the error.
+    // If the modem writes a mode and then fails, the answer carries that mode with the error.
     const auto get = [func](const SerialVoidParam&, int32_t& mode) {
         const int result = modem_get_operating_mode(&mode);
         if (result == 0) {

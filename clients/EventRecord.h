@@ -8,7 +8,8 @@
 /**
  * Copies an event's data, which need not be aligned, into its record.
  *
- * @return false, with an error line in the name of `func`, when there is no data or too little
+ * @param func name of the function that the log lines belong to
+ * @return false, with an error line, when there is no data or less than the record
  */
 template <class Record>
 bool takeEvent(const char* func, const void* data, size_t length, Record& record) {

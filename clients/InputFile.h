@@ -18,7 +18,7 @@ public:
 
     bool isOpen() const { return mFd != -1; }
 
-    /** False with errno when that cannot be told, also when the file is not open. */
+    /** `fstat`; false with errno, also when the file is not open. */
     bool getStatus(struct stat& status) const;
 
     /** Reads up to `size` bytes; their number, 0 at the end, or -1 with errno. */

@@ -21,7 +21,7 @@ bool readRegular(const InputFile& file, std::string& text) {
     return count == 0;
 }
 
-/** Cuts the first line off the list; its end may be "\n", "\r\n" or the end of the list. */
+/** Removes the first line from `list` and returns it without its end, "\n" or "\r\n". */
 std::string_view takeLine(std::string_view& list) {
     const size_t end = list.find('\n');
     std::string_view line = list.substr(0, end);

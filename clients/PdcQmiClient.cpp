@@ -67,7 +67,7 @@ int PdcQmiClient::respondInfo(const char* func, const void* data, size_t len,
         return ERRNO_INVALID_PARAM;
     }
     LOG_I("%s: token is %d", func, event.token);
-    // The reported length counts, also past the area it speaks of, but never past the event.
+    // The reported length is believed even beyond its field, but not beyond the event's data.
     const auto* bytes = static_cast<const uint8_t*>(data) + INFO_OFFSET;
     const size_t reported = std::min<size_t>(event.*length, len - INFO_OFFSET);
     PdcMbnInfo info{event.result, {}};
@@ -153,7 +153,7 @@ int PdcQmiClient::selectMbn(int serial, int type, const std::vector<uint8_t>& co
 
 int PdcQmiClient::handleSelectMbnMessage(const MessagePtr& msg) {
     return serve<SelectedMbnParam>(
-            __func__, {nullptr, "successfully selected mbn"}, msg,
+            __func__, SELECTED, msg,
             [](const SelectedMbnParam& request) {
                 return modem_pdc_set_selected_config_info(request.type,
                                                           configIdOf(request.configId).data());
@@ -170,7 +170,7 @@ int PdcQmiClient::selectMbnExt(int serial, int type, const std::vector<uint8_t>&
 int PdcQmiClient::handleSelectMbnExtMessage(const MessagePtr& msg) {
     const char* func = __func__;
     return serve<SelectedMbnExtParam>(
-            func, {nullptr, "successfully selected mbn"}, msg,
+            func, SELECTED, msg,
             [func](const SelectedMbnExtParam& request) {
                 LOG_I("%s: config length = %d", func, request.length);
                 return modem_pdc_set_selected_config_info_ext(

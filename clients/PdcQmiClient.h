@@ -41,6 +41,8 @@ public:
                                       modem_api_result_type result);
 
 private:
+    static constexpr CallTexts SELECTED{nullptr, "successfully selected mbn"};
+
     int handleGetActiveMbnInfoMessage(const MessagePtr& msg);
     int handleGetMetaMbnInfoMessage(const MessagePtr& msg);
     int handleGetMbnListMessage(const MessagePtr& msg);

@@ -171,7 +171,7 @@ const Param* QmiClient::takeRecord(const std::string& type, const char* func,
         LOG_E("%s: invalid parameter", func);
         return nullptr;
     }
-    return param.get();  // the message keeps it
+    return param.get();  // the message owns it
 }
 
 Errno QmiClient::checkConnected(const char* func) const {

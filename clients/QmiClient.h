@@ -22,15 +22,15 @@
 #include "proxies/ModemIndicationProxy.h"
 #include "proxies/ModemResponseProxy.h"
 
-/** Result of the modem API as a framework code: 3 and 5 have one of their own, the rest fail. */
+/** The framework code for a modem API result: 0 for 0, 3 for 3, 2 for 5, and 1 for any other. */
 int convertModemAPIResultToOX(modem_api_result_type result);
 
-/** What tells one client from another in the steps and log texts that all share. */
+/** The QMI service that a client serves, as the code and log texts of the base class need it. */
 struct QmiService {
     modem_api_qmi_service_type type;
     const char* name;                          ///< short name of the service, as in "DMS"
     const std::string& className;              ///< the client's RTTI_TYPE
-    Errno notConnected = ERRNO_NOT_CONNECTED;  ///< answer while the service is not connected
+    Errno notConnected = ERRNO_NOT_CONNECTED;  ///< the answer then
 };
 
 /** The serial of a message that a client posts to itself: nobody waits for an answer. */
@@ -39,8 +39,8 @@ constexpr int INTERNAL_SERIAL = -1;
 /** A client's state, for a person who asks the service for it. */
 struct ClientState {
     bool connected = false;
-    std::optional<bool> bound;        ///< of a client that binds a subscription
-    std::optional<int> bindRetries;   ///< attempts posted since the last success, as above
+    std::optional<bool> bound;        ///< NAS and WDS: the subscription is bound
+    std::optional<int> bindRetries;   ///< NAS and WDS: retries posted so far
     std::optional<bool> openCommand;  ///< AT: a command waits for its confirmation
     uint64_t taken = 0;               ///< requests that reached the client
     uint64_t answered = 0;            ///< answers that the upper layer's callback took
@@ -77,13 +77,16 @@ public:
     void countTaken() { mTaken.fetch_add(1, std::memory_order_relaxed); }
     void countRefused() { mRefused.fetch_add(1, std::memory_order_relaxed); }
 
-    /** Takes the modem's report; `onConnected` runs before it returns, for true. */
+    /**
+     * Notes whether the service is connected; on the modem's event thread. When it is,
+     * `onConnected` runs before this returns.
+     */
     void setConnectionStatus(bool connected);
 
     /**
      * Posts a request with a record of the value's type.
      *
-     * @return 0 when it was dispatched; 5 or dispatch's code after an error line otherwise
+     * @return 0 when it was dispatched; else, after an error line, 5 or what `dispatch` returned
      */
     int sendRequest(int serial, int msgId);
     int sendRequest(int serial, int msgId, int value);
@@ -146,10 +149,10 @@ protected:
 
     static int refusePost(PostTexts texts, const char* func, int msgId);
 
-    /** First step of `handle`: logs the arrival; false for a null message. */
+    /** First step of `handle`: logs the message; false, with an error line, for a null one. */
     bool accepts(const char* func, const MessagePtr& msg) const;
 
-    /** Second step of `handle`: runs the row of the message's id; 2 when there is none. */
+    /** Second step of `handle`: runs the handler for the message's id; 2 when there is none. */
     template <class Client, class Routes>
     static int route(Client& client, const char* func, const Routes& routes, const MessagePtr& msg);
 
@@ -161,15 +164,15 @@ protected:
     static const Param* takeRecord(const std::string& type, const char* func,
                                    const MessagePtr& msg);
 
-    /** 0, or the service's code after an error line. */
+    /** 0, or `QmiService::notConnected` after an error line. */
     Errno checkConnected(const char* func) const;
 
     /**
      * Serves a synchronous request: takes its record, checks the connection, calls the modem, logs,
      * answers.
      *
-     * @param call gets the record and the payload of the answer to fill, zero or empty before;
-     *        returns 0 on success, any other value answers with 1
+     * @param call makes the modem call; gets the record, and the answer's payload (zero or empty)
+     *        to fill. Returns 0 on success; any other value is answered with 1
      * @return the respond call's result; 3 without an answer for a wrong record
      */
     template <class Record, class Call, class... Payload>
@@ -181,12 +184,12 @@ protected:
                        : serveWhen(checkConnected(func), func, texts, *request, call, respond);
     }
 
-    /** `serve` of a taken record; a `ready` other than 0 is answered instead of calling. */
+    /** The rest of `serve` once the record is taken; with `ready` not 0, that is the answer. */
     template <class Record, class Call, class... Payload>
     int serveWhen(Errno ready, const char* func, CallTexts texts, const Record& request,
                   const Call& call, Respond<Payload...> respond);
 
-    /** Answers a request, and counts the answer when the upper layer took it. */
+    /** Makes the answer's respond call, and counts it when the upper layer's callback took it. */
     template <class... Payload>
     int answer(Respond<Payload...> respond, int serial, Errno err,
                const std::decay_t<Payload>&... payload) const {
@@ -194,22 +197,23 @@ protected:
     }
     int countAnswer(int result) const;
 
-    /** The code that `fill` returns; 5 with an error line when there was no memory for it. */
+    /** Runs `fill` and returns its code; 5, with an error line, when it ran out of memory. */
     static Errno withMemory(const char* func, FunctionRef<Errno()> fill);
 
-    /** Reads a value from the modem; one that could not be read stays as it was. */
+    /** Reads a value with `get`; `value` changes on success alone. Returns what `get` returned. */
     template <class Value>
     static int fetch(int (*get)(Value*), Value& value);
 
     /**
-     * Takes back the cookie of an asynchronous call and frees it at the end.
+     * Takes back the cookie of an asynchronous call and frees it at the end; on the modem's
+     * callback thread.
      *
-     * @param finish gets the cookie, whose message and client were checked
+     * @param finish runs when the cookie has a message, and a client of this service
      */
     static void finishAsync(const QmiService& service, const char* func, void* cookie,
                             FunctionRef<void(const ModemAsyncCbData&)> finish);
 
-    /** The whole callback of a client that makes no asynchronous calls. */
+    /** `modemApiAsyncCallback` of a client that makes no asynchronous calls: an error line. */
     static void refuseAsync(const QmiService& service, const char* func, void* cookie);
 
     static void logUnsupportedOriginal(const QmiService& service, const char* func, int msgId);

@@ -11,7 +11,7 @@ public:
     SarQmiClient(const std::shared_ptr<ModemResponseProxy>& responseProxy,
                  const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
-    /** The state goes to the modem unchanged; negative ones too. */
+    /** The modem gets the state unchanged, also a negative one. */
     int setSarState(int serial, int state);
 
     int handle(std::shared_ptr<Message> msg) override;

@@ -7,13 +7,14 @@
 /** How one service binds the subscription of an instance. */
 struct SubscriptionBinding {
     int (*bind)(int32_t instanceId);
-    bool reportsCount;  ///< the reach-max line ends in the retry count, not in the limit
+    bool reportsCount;  ///< the log line "reach max %d times" tells the retries, not the limit
 };
 
 /**
  * Base of the clients whose service must be bound to the subscription of the instance before it
  * serves. A bind that fails is retried through the client's own queue, at once and up to a limit;
- * a request that finds the client unbound makes one attempt of its own. Bound is for good.
+ * a request that finds the client unbound makes one attempt of its own. Once bound, a client
+ * stays bound.
  *
  * Binding runs on the modem's event thread (connection) and on the handler thread (retries and
  * requests). The state has a lock, which is not held across the bind or a post.
@@ -27,18 +28,18 @@ protected:
                        int instanceId, const std::shared_ptr<ModemResponseProxy>& responseProxy,
                        const std::shared_ptr<ModemIndicationProxy>& indicationProxy);
 
-    /** One attempt; posts the next one when it fails and the limit allows. */
+    /** Makes one attempt; when it fails, posts the next one, up to the limit. */
     void bindSubscription(int instanceId);
 
     int handleBindSubscriptionMessage(const MessagePtr& msg);
 
     /**
-     * Step of `handle` before a message is served: while unbound, one attempt that posts no other.
-     * The message that makes an attempt itself is left alone.
+     * Step of `handle` before a request is served: while unbound, makes one attempt, and posts no
+     * retry. Does nothing for the message that is a retry itself.
      */
     void rebindBeforeUse(const char* func, int msgId);
 
-    /** `serve` that wants the subscription bound, too. */
+    /** `serve` for requests that need the subscription bound; 4 while it is not. */
     template <class Record, class Call, class... Payload>
     int serveBound(const char* func, CallTexts texts, const MessagePtr& msg, const Call& call,
                    Respond<Payload...> respond) {

@@ -73,8 +73,7 @@ public:
                                       modem_api_result_type result);
 
 private:
-    // Several synchronous requests log the words of an asynchronous one: logs are searched for
-    // them.
+    // Some synchronous requests use the asynchronous texts on purpose: logs are searched for them.
     static constexpr CallTexts SYNC_TEXTS{"failed to send sync request",
                                           "successfully sent sync request"};
     static constexpr CallTexts ASYNC_TEXTS{"failed to send async request",
@@ -83,7 +82,7 @@ private:
     using Process = int (VsQmiClient::*)(const void* data, size_t length,
                                          const SerialParam& request) const;
 
-    /** A request's row: its handler and, for an asynchronous one, what finishes it. */
+    /** A request's row: its handler and, for an asynchronous one, the completion. */
     struct VsRoute : Route<VsQmiClient> {
         Process process = nullptr;
     };
@@ -162,7 +161,7 @@ private:
     int processSetRadioInfoReportEnabledAsyncResponse(const void* data, size_t length,
                                                       const SerialParam& request) const;
 
-    /** The Errno of an asynchronous response record. */
+    /** The Errno of an asynchronous response record; 3 for one of another size. */
     Errno verifyModemAPIResponse(const void* data, size_t length) const;
 
     /**
@@ -170,8 +169,7 @@ private:
      * cookie; answers only when the modem does not take the call.
      *
      * @param call the modem's function, for a request without arguments or with the record's value;
-     *        or a lambda that gets the record and the cookie, and returns what the function
-     * returned
+     *        or a lambda that gets the record and the cookie, and returns what it returned
      */
     template <class Record = SerialVoidParam, class Call, class... Payload>
     int serveAsync(const char* func, const MessagePtr& msg, const Call& call,
@@ -187,14 +185,13 @@ private:
     /**
      * Finishes a request with a payload.
      *
-     * @param extract fills the payload from the response; a nonzero Errno answers with that and
-     *        the payload as it was left
+     * @param extract fills the payload from the response; returns 0, or the Errno to answer with
      */
     template <class Extract, class Payload>
     int finish(const char* func, const void* data, size_t length, const SerialParam& request,
                Respond<Payload> respond, const Extract& extract) const;
 
-    /** Hands a good response record to `extract`; the code to answer with. */
+    /** Checks a response record and hands it to `extract`; returns the code to answer with. */
     Errno readAsyncResponse(const char* func, const void* data, size_t length,
                             FunctionRef<Errno(const modem_async_response&)> extract) const;
 

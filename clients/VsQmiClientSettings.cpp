@@ -8,8 +8,9 @@
 namespace {
 
 /**
- * The record as the modem takes it. A name or value that is longer than its field runs on into what
- * follows, which is written after it; one that runs past the record stops the process.
+ * The record as the modem takes it. Lengths are not checked against the fields: the end of a longer
+ * name lies in the fields behind it, as far as the value and lengths do not overwrite it. A text
+ * that reaches beyond the record stops the process.
  */
 modem_property_record propertyRecord(const char* func, const ModemPropertyParam& request) {
     modem_property_record record{};

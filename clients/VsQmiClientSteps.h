@@ -7,7 +7,7 @@
 
 #include "clients/VsQmiClient.h"
 
-/** A text of the modem's, which ends at its first NUL, or at the end of the field. */
+/** The text in a field of a modem record: it ends at the first NUL, or at the field's end. */
 template <size_t Size>
 std::string textOf(const char (&field)[Size], size_t length = Size) {
     return std::string(field, strnlen(field, std::min(length, Size)));

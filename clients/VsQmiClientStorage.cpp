@@ -16,8 +16,8 @@ constexpr size_t PRL_MAX = 10240;
 /**
  * Reads up to `Size` bytes.
  *
- * @param read gets a zeroed buffer and its size, and puts the number of bytes produced there; a
- *        number above the size is cut
+ * @param read gets a zeroed buffer and a pointer to its size, which it replaces by the number of
+ *        bytes read; a number above `Size` counts as `Size`
  */
 template <size_t Size, class Read>
 int readInto(std::vector<uint8_t>& data, Read read) {
@@ -57,7 +57,7 @@ int VsQmiClient::writeNVItem(int serial, signed char selector1, int item, signed
 }
 
 int VsQmiClient::handleWriteNVItemMessage(const MessagePtr& msg) {
-    // The modem takes the first selector only.
+    // The modem's function for writing has no second selector.
     return serve<NVItemParam>(
             __func__, SYNC_TEXTS, msg,
             [](const NVItemParam& request) {

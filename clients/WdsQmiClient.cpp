@@ -21,7 +21,7 @@ int deleteProfile(const char* func, const modem_ims_profile& profile) {
     return result;
 }
 
-/** Tries every profile; the last one's fate is the result, and no profile at all is a failure. */
+/** Deletes every profile. Returns the result of the last deletion; 1 when there was none. */
 int deleteProfiles(const char* func) {
     modem_ims_profile profiles[MODEM_IMS_PROFILE_MAX] = {};
     uint8_t count = MODEM_IMS_PROFILE_MAX;
@@ -69,7 +69,7 @@ int WdsQmiClient::isImsProfileNormal(int serial) {
 }
 
 int WdsQmiClient::handleCheckImsProfileNormalMessage(const MessagePtr& msg) {
-    // What counts as normal is the modem's business: its state goes out as it was filled.
+    // The modem decides what is normal; its value is passed on, also when the call failed.
     return serveBound<SerialVoidParam>(
             __func__, {"failed to check ims profile", "successfully check ims profile"}, msg,
             [](const SerialVoidParam&, uint32_t& state) {
@@ -83,7 +83,7 @@ int WdsQmiClient::deleteImsProfile(int serial) {
 }
 
 int WdsQmiClient::handleDeleteImsProfileMessage(const MessagePtr& msg) {
-    // Looks at the connection alone: profiles are deleted while the subscription is unbound too.
+    // Needs the connection, but no bound subscription.
     const char* func = __func__;
     return serve<SerialVoidParam>(
             func, {}, msg, [func](const SerialVoidParam&) { return deleteProfiles(func); },

@@ -21,7 +21,7 @@ hidl_vec<T> copyOf(const T* values, size_t count) {
     return copy;
 }
 
-/** The client keeps a count within its list; one that is not would read past it, and is cut. */
+/** Takes `count` entries. The client checked the count; a bad one is cut to the list's size. */
 template <size_t Capacity>
 hidl_vec<uint32_t> toVector(const BandList<Capacity>& list) {
     return copyOf(list.bands, std::clamp<int32_t>(list.count, 0, Capacity));

@@ -9,7 +9,7 @@
 
 #include "proxies/Payloads.h"
 
-/** Payloads as HIDL carries them: copies on the stack of the call, owned by the result. */
+/** Converts payloads to HIDL's types. Each result is a copy that owns its content. */
 namespace hidl_conversions {
 
 template <class Integer, class = std::enable_if_t<std::is_integral_v<Integer>>>

@@ -55,7 +55,7 @@ private:
     static Cache<rrc_state_type>& sCache;
     static Cache<int>& sPowerSaveModeCache;
     static std::mutex sCacheMutex;  ///< guards both maps; never held during a call
-    /** Held for a whole replay, so that two keep the order; recursive for calls from callbacks. */
+    /** Held during a replay, so that two do not mix; recursive, since a callback may replay. */
     static std::recursive_mutex sReplayMutex;
 
     int sendRRCState(const char* func, const rrc_state_type& state) const;
@@ -71,7 +71,7 @@ private:
     template <class Value>
     int keep(Cache<Value>& cache, const std::string& key, const Value& value);
 
-    /** Takes an entry out and sends it; one that still finds no callback goes back. */
+    /** Takes an event out of the cache and sends it; puts it back if there is no callback. */
     template <class Value, class Send>
     static int replay(Cache<Value>& cache, const std::string& key, Send send);
 };

@@ -89,12 +89,12 @@ private:
     int respond(const char* func, int serial, Errno err, Method method,
                 const Payload&... payload) const;
 
-    /** `respond` whose first line also tells the payload, under a name. */
+    /** `respond` whose first log line also tells the payload, as "name = value". */
     template <class Method, class Value>
     int respondNamed(const char* func, const char* name, int serial, Errno err, Method method,
                      Value value) const;
 
-    /** `respond` and `respondNamed` after their first line; `call` calls the method. */
+    /** What both do after the first log line: finds the callback, and makes `call` with it. */
     int send(const char* func, int serial, Errno err,
              FunctionRef<Result(Callback&, const ResponseInfo&)> call) const;
 };

@@ -12,7 +12,7 @@ struct PdcMbnInfo {
     std::vector<uint8_t> configId;
 };
 
-/** A count and a fixed array; the bands beyond the count mean nothing. */
+/** The first `count` entries of `bands` are valid. */
 template <size_t Capacity>
 struct BandList {
     static constexpr size_t CAPACITY = Capacity;
@@ -38,7 +38,7 @@ struct rrc_state_type {
     int32_t wcdmaRrcState;
 };
 
-/** An NR radio information event; fields named by their place, as the modem's event has them. */
+/** An NR radio information event; its fields have no known meaning and are numbered. */
 struct NetworkStatusInfoType {
     uint32_t field1;
     uint32_t field2;

@@ -27,7 +27,7 @@ const QmiService* const SERVICES[] = {&AtQmiClient::SERVICE,  &DmsQmiClient::SER
 
 }  // namespace
 
-// Never destroyed: requests and events arrive while the process exits.
+// Never destroyed: requests and events arrive even while the process exits.
 std::shared_ptr<ModemImpl>& ModemImpl::sInstance = *new std::shared_ptr<ModemImpl>;
 
 std::shared_ptr<ModemImpl> ModemImpl::create(int instanceId) {
@@ -69,7 +69,7 @@ ModemImpl::~ModemImpl() {
 }
 
 int ModemImpl::setup() {
-    // First: opening a connection raises an event that looks for the client here.
+    // First: opening a connection raises an event, whose handling looks the client up here.
     std::atomic_store(&sInstance, shared_from_this());
     for (const auto& client : getClients()) {
         const int result = client ? client->setup() : ERRNO_SUCCESS;
@@ -173,7 +173,7 @@ std::array<std::shared_ptr<QmiClient>, 7> ModemImpl::getClients() const {
 
 void ModemImpl::modemApiEventCallback(modem_api_event_type event, void* data, size_t length) {
     LOG_I("received modem api event %d", event);
-    // The copy keeps the clients; an event before the service is published finds none.
+    // This copy keeps the clients alive. Before `setup` there is no service and no client.
     const std::shared_ptr<ModemImpl> service = getInstance();
     AtQmiClient* const at = service ? service->mAtClient.get() : nullptr;
     PdcQmiClient* const pdc = service ? service->mPdcClient.get() : nullptr;

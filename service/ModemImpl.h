@@ -36,8 +36,8 @@ public:
      * Makes the service object, its proxies and clients, and asks the modem for events.
      *
      * @param instanceId 0 for the full service; 1 goes without AT, PDC and SAR
-     * @return all shared pointers together hold one strong reference of HIDL's count, so that the
-     *         object goes with the last owner of either kind
+     * @return the shared pointer holds one strong reference of HIDL's count for itself and all its
+     *         copies, so that the object lives until neither kind of owner is left
      */
     static std::shared_ptr<ModemImpl> create(int instanceId);
 
@@ -167,9 +167,9 @@ private:
     ServiceState getState() const;
 
     /**
-     * The way of a request: logs it, and hands it to its client with `send`. One that could not be
-     * handed over is answered with `refuse`: 4 without the client, 5 without memory, or what `send`
-     * returned.
+     * What every entry point does: logs the request, and hands it to its client with `send`. One
+     * that could not be handed over is answered with `refuse`: 4 without the client, 5 without
+     * memory, or what `send` returned.
      *
      * @param client null on an instance without it
      * @param send converts the arguments and calls the client's method
@@ -179,7 +179,7 @@ private:
                                             FunctionRef<int()> send,
                                             FunctionRef<void(Errno)> refuse);
 
-    /** `request` after its log line. */
+    /** `request` without the log line, for an entry point with a line of its own. */
     android::hardware::Return<void> handOver(const char* func, QmiClient* client,
                                              FunctionRef<int()> send,
                                              FunctionRef<void(Errno)> refuse);
@@ -199,6 +199,6 @@ private:
     const int32_t mInstanceId;
     const std::string mServiceName;
 
-    /** Accessed atomically: the modem's thread may look for it while `setup` publishes it. */
+    /** Read and written atomically: the modem's threads read it while `setup` writes it. */
     static std::shared_ptr<ModemImpl>& sInstance;
 };

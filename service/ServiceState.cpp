@@ -30,7 +30,7 @@ const char* trueFalse(bool value) {
     return value ? "true" : "false";
 }
 
-/** A cell for what not every client has. */
+/** For what not every client has. */
 const char* yesNo(const std::optional<bool>& value) {
     return value ? yesNo(*value) : "-";
 }
@@ -80,7 +80,7 @@ public:
     }
     ~WithoutSigpipe() {
         constexpr timespec NO_TIME{};
-        // Takes the signal that the write has left, but none that was there before.
+        // Takes the signal that the write left pending, but none that was pending before.
         while (!mWasPending && sigtimedwait(&mPipe, nullptr, &NO_TIME) == -1 && errno == EINTR) {
         }
         pthread_sigmask(SIG_SETMASK, &mBefore, nullptr);

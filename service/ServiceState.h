@@ -28,8 +28,8 @@ std::string toText(const ServiceState& state);
 std::string toJson(const ServiceState& state);
 
 /**
- * Writes a text to a descriptor without ever waiting for its reader; a reader that has gone ends
- * nothing. Runs on any thread.
+ * Writes a text to a descriptor without ever waiting for its reader; a reader that has gone does
+ * not end the process by SIGPIPE. Runs on any thread.
  *
  * @param text at most 4096 bytes, which a pipe takes whole or not at all
  * @return 0, or the errno of what could not be written; EAGAIN when there is no room for it now
