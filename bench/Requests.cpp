@@ -83,7 +83,7 @@ void registerRequests() {
     });
     benchmark::RegisterBenchmark("getBuildTime", [](State& state) {
         // One of them is the answer's text as HIDL carries it.
-        request(state, 4, [](auto& modem, auto serial) { return modem.getBuildTime(serial); });
+        request(state, 3, [](auto& modem, auto serial) { return modem.getBuildTime(serial); });
     });
     benchmark::RegisterBenchmark("copy", copyOfFile);
     benchmark::RegisterBenchmark("readEfsFile", [](State& state) {

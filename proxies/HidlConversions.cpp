@@ -14,34 +14,37 @@ namespace hidl_conversions {
 namespace {
 
 template <class T>
-hidl_vec<T> copyOf(const T* values, size_t count) {
-    hidl_vec<T> copy;
-    copy.resize(count);
-    std::copy_n(values, count, copy.begin());
-    return copy;
+hidl_vec<T> viewOf(const T* values, size_t count) {
+    hidl_vec<T> view;
+    view.setToExternal(const_cast<T*>(values), count);  // as an argument it is read alone
+    return view;
 }
 
 /** Takes `count` entries. The client checked the count; a bad one is cut to the list's size. */
 template <size_t Capacity>
 hidl_vec<uint32_t> toVector(const BandList<Capacity>& list) {
-    return copyOf(list.bands, std::clamp<int32_t>(list.count, 0, Capacity));
+    return viewOf(list.bands, std::clamp<int32_t>(list.count, 0, Capacity));
 }
 
 }  // namespace
 
 hidl_string toHidl(const std::string& text) {
-    return hidl_string(text);
+    hidl_string view;
+    view.setToExternal(text.c_str(), text.size());
+    return view;
 }
 
 hidl_vec<uint8_t> toHidl(const std::vector<uint8_t>& bytes) {
-    return copyOf(bytes.data(), bytes.size());
+    return viewOf(bytes.data(), bytes.size());
 }
 
 hidl_vec<hidl_string> toHidl(const std::vector<std::string>& texts) {
-    hidl_vec<hidl_string> copy;
-    copy.resize(texts.size());
-    std::copy(texts.begin(), texts.end(), copy.begin());
-    return copy;
+    hidl_vec<hidl_string> views;
+    views.resize(texts.size());
+    for (size_t i = 0; i < texts.size(); ++i) {
+        views[i].setToExternal(texts[i].c_str(), texts[i].size());
+    }
+    return views;
 }
 
 MbnInfo toHidl(const PdcMbnInfo& info) {
@@ -67,7 +70,7 @@ RadioInfo toHidl(const NetworkStatusInfoType& info) {
     hidl_vec<uint32_t>* const entries[] = {&report.field10Entry1, &report.field10Entry2,
                                            &report.field10Entry3, &report.field10Entry4};
     for (size_t i = 0; i < std::size(entries); ++i) {
-        *entries[i] = copyOf(info.field10[i], std::size(info.field10[i]));
+        *entries[i] = viewOf(info.field10[i], std::size(info.field10[i]));
     }
     return report;
 }

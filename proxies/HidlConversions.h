@@ -9,7 +9,10 @@
 
 #include "proxies/Payloads.h"
 
-/** Converts payloads to HIDL's types. Each result is a copy that owns its content. */
+/**
+ * Converts payloads to HIDL's types, for the length of a call: texts and lists are not copied, they
+ * refer to the payload, which has to outlive them.
+ */
 namespace hidl_conversions {
 
 template <class Integer, class = std::enable_if_t<std::is_integral_v<Integer>>>
