@@ -1,6 +1,7 @@
 #pragma once
 
 #include <framework/Desk.h>
+#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
@@ -17,8 +18,24 @@
  */
 class Service {
 public:
-    explicit Service(int instanceId = 0, desk::Delivery delivery = desk::Delivery::STEPS);
-    ~Service();
+    explicit Service(int instanceId = 0, desk::Delivery delivery = desk::Delivery::STEPS) {
+        desk::setDelivery(delivery);
+        modem.reset();
+        impl = ModemImpl::create(instanceId);
+        impl->setup();
+        install();
+        for (const int service : {1, 2, 3, 8, 17, 36, 228}) {
+            connect(service);
+        }
+        runAll();
+        forget();
+    }
+    ~Service() {
+        runAll();
+        uninstall();
+        desk::setQueueLimit(1024);
+        desk::setDelivery(desk::Delivery::THREADS);
+    }
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
@@ -29,7 +46,9 @@ public:
 
     /** Installs callbacks; either may be null. */
     void install(const android::sp<TextClient::IModemResponse>& response,
-                 const android::sp<TextClient::IModemIndication>& indication) const;
+                 const android::sp<TextClient::IModemIndication>& indication) const {
+        EXPECT_TRUE(impl->setCallback(response, indication).isOk());
+    }
     void install() const { install(client.responses(), client.indications()); }
     void uninstall() const { install(nullptr, nullptr); }
 
@@ -40,10 +59,17 @@ public:
     }
 
     /** Runs every waiting message, and those that they post. */
-    static void runAll();
+    static void runAll() {
+        while (desk::step()) {
+        }
+    }
 
     /** Forgets what was logged, called and answered so far. */
-    void forget();
+    void forget() {
+        log.take();
+        client.take();
+        modem.clearCalls();
+    }
 
     ScriptedModem& modem = ScriptedModem::instance();
     LogCapture log;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tests/support/Channel.h"
 #include "tools/modemctl/Values.h"
 
 using android::sp;
@@ -19,59 +20,44 @@ struct TextClient::Inbox {
     std::condition_variable arrived;
     std::vector<std::string> lines;
     std::string failure;
-    std::function<void(const std::string&)> action;
 };
 
-/** A connection whose other end is the inbox. */
-class TextClient::Channel : public hal::Connection {
-public:
-    Channel(std::shared_ptr<Inbox> inbox, const hal::Interface& interface)
-        : Connection(-1), mInbox(std::move(inbox)), mInterface(interface) {}
+namespace {
 
-    Return<void> transact(uint32_t, uint32_t code, hal::Parcel& args, hal::Parcel*) override {
-        const hal::Method& method = mInterface.methods[code - 1];
-        hal::Parcel reading(nullptr, args.data(), args.size());
-        nlohmann::ordered_json arguments;
-        if (!values::decode(reading, method, arguments)) {
-            throw std::logic_error(std::string("undecodable call of ") + method.name);
-        }
-        nlohmann::ordered_json line{{"method", method.name}};
-        line.update(arguments);
-        const std::string text = values::line(line);
-        std::unique_lock lock(mInbox->mutex);
-        if (!mInbox->failure.empty()) {
-            return Status::fromStatusT(android::DEAD_OBJECT, mInbox->failure);
-        }
-        mInbox->lines.push_back(text);
-        mInbox->arrived.notify_all();
-        const auto action = mInbox->action;
-        lock.unlock();
-        if (action) {
-            action(text);
-        }
-        return android::hardware::Void();
-    }
+/** A channel to the inbox, whose lines are the calls of this interface. */
+std::shared_ptr<Channel> channel(const std::shared_ptr<TextClient::Inbox>& inbox,
+                                 const hal::Interface& interface) {
+    return std::make_shared<Channel>(
+            [inbox, &interface](uint32_t code, hal::Parcel& args) -> Return<void> {
+                const hal::Method& method = interface.methods[code - 1];
+                hal::Parcel reading(nullptr, args.data(), args.size());
+                nlohmann::ordered_json arguments;
+                if (!values::decode(reading, method, arguments)) {
+                    throw std::logic_error(std::string("undecodable call of ") + method.name);
+                }
+                nlohmann::ordered_json line{{"method", method.name}};
+                line.update(arguments);
+                std::lock_guard lock(inbox->mutex);
+                if (!inbox->failure.empty()) {
+                    return Status::fromStatusT(android::DEAD_OBJECT, inbox->failure);
+                }
+                inbox->lines.push_back(values::line(line));
+                inbox->arrived.notify_all();
+                return android::hardware::Void();
+            });
+}
 
-private:
-    const std::shared_ptr<Inbox> mInbox;
-    const hal::Interface& mInterface;
-};
+}  // namespace
 
 TextClient::TextClient()
     : mInbox(std::make_shared<Inbox>()),
-      mResponses(new BpHwModemResponse(std::make_shared<Channel>(mInbox, IModemResponse_table), 1)),
-      mIndications(new BpHwModemIndication(
-              std::make_shared<Channel>(mInbox, IModemIndication_table), 1)) {
+      mResponses(new BpHwModemResponse(channel(mInbox, IModemResponse_table), 1)),
+      mIndications(new BpHwModemIndication(channel(mInbox, IModemIndication_table), 1)) {
 }
 
 void TextClient::failWith(const std::string& description) {
     std::lock_guard lock(mInbox->mutex);
     mInbox->failure = description;
-}
-
-void TextClient::onCall(std::function<void(const std::string&)> action) {
-    std::lock_guard lock(mInbox->mutex);
-    mInbox->action = std::move(action);
 }
 
 std::vector<std::string> TextClient::take() {

@@ -32,9 +32,6 @@ public:
     /** Makes every call to a callback fail with this description, "" for none. */
     void failWith(const std::string& description);
 
-    /** Runs inside every call to a callback, on its thread, after it was kept. */
-    void onCall(std::function<void(const std::string& line)> action);
-
     /** What came so far, taken out. */
     std::vector<std::string> take();
 
@@ -45,10 +42,9 @@ public:
     static void call(const android::sp<IModem>& modem, const std::string& method, int32_t serial,
                      const std::vector<std::string>& arguments);
 
-private:
-    struct Inbox;
-    class Channel;
+    struct Inbox;  ///< for the channels
 
+private:
     std::shared_ptr<Inbox> mInbox;
     android::sp<IModemResponse> mResponses;
     android::sp<IModemIndication> mIndications;
