@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <filesystem>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -16,38 +18,19 @@
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr size_t VALUE_MAX_LENGTH = PROPERTY_VALUE_MAX - 1;
+constexpr ptrdiff_t PROPERTIES_MAX = 256;
 
 /** Orders the writers of this process: they share the scratch file. Constant-initialised. */
 std::mutex sMutex;
 
-class File {
-public:
-    File(const std::string& path, int flags) : mFd(open(path.c_str(), flags | O_CLOEXEC, 0600)) {}
-    ~File() {
-        if (mFd >= 0) {
-            close(mFd);
-        }
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    bool isOpen() const { return mFd >= 0; }
-    bool writeAll(const char* data, size_t size) const {
-        return write(mFd, data, size) == static_cast<ssize_t>(size);
-    }
-    ssize_t readUpTo(char* data, size_t size) const { return read(mFd, data, size); }
-    bool sync() const { return fsync(mFd) == 0; }
-
-private:
-    const int mFd;
-};
-
 /** One file a property. Makes the folder when missing; throws std::system_error. */
-std::string folder() {
-    const std::string path = runtime::stateDirectory() + "/properties";
+fs::path folder() {
+    const fs::path path = runtime::stateDirectory() + "/properties";
     if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
-        throw std::system_error(errno, std::generic_category(), path);
+        throw std::system_error(errno, std::generic_category(), path.string());
     }
     return path;
 }
@@ -56,22 +39,22 @@ bool isKey(const char* key) {
     return key != nullptr && *key != '\0' && *key != '.' && strchr(key, '/') == nullptr;
 }
 
-/** Write, sync, rename, sync the folder: a loss of power leaves the old text or the new one. */
-bool store(const std::string& folder, const std::string& key, const char* value, size_t length) {
-    const std::string scratch = folder + "/.new-" + std::to_string(getpid());
-    {
-        const File file(scratch, O_WRONLY | O_CREAT | O_TRUNC);
-        if (!file.isOpen() || !file.writeAll(value, length) || !file.sync()) {
-            unlink(scratch.c_str());
-            return false;
-        }
-    }
-    if (rename(scratch.c_str(), (folder + "/" + key).c_str()) != 0) {
+/** The first write of a key takes one of the places for properties. */
+bool hasPlace(const fs::path& file) {
+    return fs::exists(file) ||
+           std::distance(fs::directory_iterator(file.parent_path()), {}) < PROPERTIES_MAX;
+}
+
+/** By way of another file and a rename, so that a reader finds the old text or the new one. */
+bool store(const fs::path& file, const char* value, size_t length) {
+    const fs::path scratch = file.parent_path() / (".new-" + std::to_string(getpid()));
+    const int fd = open(scratch.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    bool isStored = fd >= 0 && write(fd, value, length) == static_cast<ssize_t>(length);
+    isStored = fd >= 0 && close(fd) == 0 && isStored && rename(scratch.c_str(), file.c_str()) == 0;
+    if (!isStored) {
         unlink(scratch.c_str());
-        return false;
     }
-    const File directory(folder, O_RDONLY | O_DIRECTORY);
-    return directory.isOpen() && directory.sync();
+    return isStored;
 }
 
 }  // namespace
@@ -80,8 +63,11 @@ int property_get(const char* key, char* value, const char* default_value) {
     ssize_t length = 0;
     if (isKey(key)) {
         try {
-            const File file(folder() + "/" + key, O_RDONLY);
-            length = file.isOpen() ? file.readUpTo(value, VALUE_MAX_LENGTH) : 0;
+            const int fd = open((folder() / key).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+            if (fd >= 0) {
+                length = read(fd, value, VALUE_MAX_LENGTH);
+                close(fd);
+            }
         } catch (const std::exception& error) {
             runtime::ErrorOutput::get().print("properties: %s", error.what());
         }
@@ -101,7 +87,8 @@ int property_set(const char* key, const char* value) {
     }
     try {
         std::lock_guard lock(sMutex);
-        return store(folder(), key, value != nullptr ? value : "", length) ? 0 : -1;
+        const fs::path file = folder() / key;
+        return hasPlace(file) && store(file, value != nullptr ? value : "", length) ? 0 : -1;
     } catch (const std::exception& error) {
         runtime::ErrorOutput::get().print("properties: %s", error.what());
         return -1;

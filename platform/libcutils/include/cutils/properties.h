@@ -17,11 +17,11 @@ extern "C" {
 int property_get(const char* key, char* value, const char* default_value);
 
 /**
- * Writes a property so that it survives a restart; the value of before or the new one is found
- * after a loss of power, never a mixture.
+ * Writes a property. It survives the process; another process that reads it finds the value of
+ * before or the new one, never a mixture.
  *
  * @param value at most PROPERTY_VALUE_MAX - 1 characters; null is empty
- * @return 0, or -1 when the value is too long or cannot be stored
+ * @return 0, or -1 when the value is too long, cannot be stored, or is of a key beyond the 256th
  */
 int property_set(const char* key, const char* value);
 
