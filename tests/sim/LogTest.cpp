@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -57,8 +58,8 @@ TEST(Log, TellsHowManyLinesItDroppedWhileNobodyRead) {
 TEST(Log, GoesOnWithoutItsReader) {
     signal(SIGPIPE, SIG_IGN);
     {
-        const PipedLog unread;
-        close(unread.ends[0]);
+        PipedLog unread;
+        close(std::exchange(unread.ends[0], -1));
         log("unheard");
     }
     const PipedLog pipe;

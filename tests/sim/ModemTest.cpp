@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
@@ -12,50 +10,29 @@
 #include "platform/libmodemapi_vendor/src/Modem.h"
 
 using sim::AtRequest;
-using testing::HasSubstr;
 
 namespace {
 
-std::mutex sMutex;
-std::condition_variable sChanged;
-std::vector<std::pair<modem_api_event_type, sim::Bytes>> sEvents;
-
-/** Waits for an event; its data. */
-sim::Bytes take(modem_api_event_type number) {
-    std::unique_lock lock(sMutex);
-    const bool came = sChanged.wait_for(lock, std::chrono::seconds(60), [&] {
-        return std::any_of(sEvents.begin(), sEvents.end(),
-                           [&](const auto& event) { return event.first == number; });
-    });
-    EXPECT_TRUE(came) << "no event " << number;
-    const sim::Bytes data = came ? sEvents.back().second : sim::Bytes();
-    sEvents.clear();
-    return data;
+std::string run(const std::string& line) {
+    const std::string reply = sim::runCommand(line);
+    EXPECT_THAT(reply, testing::EndsWith("ok\n")) << line;
+    return reply;
 }
 
-void run(const std::string& line) {
-    EXPECT_THAT(sim::runCommand(line), testing::EndsWith("ok\n")) << line;
+void connect(const std::string& service) {
+    run("connect " + service);
+    while (run("state service." + service).find(" up") == std::string::npos) {
+        std::this_thread::yield();
+    }
 }
 
-/** The modem with the services that the tests need. */
-class ModemTest : public testing::Test {
-protected:
-    void SetUp() override {
-        run("forget");
-        run("set latency-ms 0");
-        modem_api_set_event_callback([](modem_api_event_type number, void* data, size_t length) {
-            const auto* bytes = static_cast<const uint8_t*>(data);
-            const std::lock_guard lock(sMutex);
-            sEvents.emplace_back(number, sim::Bytes(bytes, bytes + length));
-            sChanged.notify_all();
-        });
-        for (const modem_api_event_type event : {0, 1, 2}) {
-            modem_api_subscribe_event(event);
-        }
-        for (const modem_api_qmi_service_type service : {8, 36, 228}) {
-            modem_api_init_qmi_connection(service, 0);
-            take(MODEM_API_EVENT_SERVICE_CONNECTED);
-        }
+/** The modem with the services that the tests need, and its knobs off. */
+struct ModemTest : testing::Test {
+    ModemTest() {
+        run("clear");
+        connect("at");
+        connect("pdc");
+        connect("vs");
     }
 };
 
@@ -76,28 +53,26 @@ TEST_F(ModemTest, RefusesMoreThanItCanKeepWaiting) {
         std::this_thread::yield();
     }
     EXPECT_EQ(1, ask());
-    run("clear");
 }
 
 TEST_F(ModemTest, ConfigurationsAreWhatTheLoadsOfThemSent) {
     struct Row {
         int32_t total;
         std::vector<std::string> chunks;  // "!": the modem refuses one; "-": the service drops out
-        const char* content;              // complete; else null
+        const char* content;              // "": it is not complete
     };
     const Row rows[] = {
             {8, {"aaa", "bbb", "cc"}, "aaabbbcc"},
             {9, {"aaa", "aaa", "aaa"}, "aaaaaaaaa"},
-            {6, {"aaa"}, nullptr},
-            {5, {"aaa", "bbb"}, nullptr},               // beyond its end
-            {5, {"aaa", "bbb", "aaa", "bb"}, "aaabb"},  // and again
-            {6, {"aaa", "!", "aaa", "bbb"}, "aaabbb"},  // refused in the middle
+            {6, {"aaa"}, ""},
+            {5, {"aaa", "bbb"}, ""},
+            {6, {"aaa", "!", "aaa", "bbb"}, "aaabbb"},
             {6, {"aaa", "-", "aaa", "bbb"}, "aaabbb"},
-            {6, {"aaa", "aaa", "bbb"}, "aaabbb"},  // starts over in silence
+            {6, {"aaa", "aaa", "bbb"}, "aaabbb"},
             {8, {"aaa", "bbb", "aaa", "bbb", "cc"}, "aaabbbcc"},
             {9, {"aaa", "bbb", "aaa", "bbb", "ccc"}, "aaabbbccc"},
-            {6, {"aaa", "bbb", "ccc", "ddd"}, "cccddd"},  // another file
-            {INT32_MAX, {"aaa"}, nullptr},
+            {6, {"aaa", "bbb", "ccc", "ddd"}, "cccddd"},
+            {INT32_MAX, {"aaa"}, ""},
     };
     for (const Row& row : rows) {
         modem_pdc_delete_all_mbns();
@@ -106,49 +81,50 @@ TEST_F(ModemTest, ConfigurationsAreWhatTheLoadsOfThemSent) {
                 run("fail modem_pdc_load_configuration 1 1");
             } else if (chunk == "-") {
                 run("disconnect pdc");
-                run("connect pdc");
-                take(MODEM_API_EVENT_SERVICE_CONNECTED);
+                connect("pdc");
                 continue;
             }
             modem_pdc_load_configuration("x", reinterpret_cast<const uint8_t*>(chunk.data()),
                                          static_cast<int32_t>(chunk.size()), row.total);
         }
-        const auto known =
-                sim::Modem::get().with([](auto& memory) { return memory.configurations; });
-        const auto found = known.find("x");
-        const bool isComplete = found != known.end() && found->second.isComplete();
-        EXPECT_EQ(row.content != nullptr, isComplete) << testing::PrintToString(row.chunks);
-        if (isComplete && row.content != nullptr) {
-            EXPECT_EQ(row.content,
-                      std::string(found->second.data.begin(), found->second.data.end()));
-        }
+        std::string content;
+        sim::Modem::get().with([&](sim::Memory& memory) {
+            const sim::Configuration& loaded = memory.configurations["x"];
+            content.assign(loaded.data.begin(), loaded.data.end());
+            content.resize(loaded.isComplete() ? content.size() : 0);
+        });
+        EXPECT_EQ(row.content, content) << testing::PrintToString(row.chunks);
     }
 }
 
 TEST_F(ModemTest, StoresGiveBackWhatFits) {
-    const uint8_t item[3] = {1, 2, 3};
-    uint8_t buffer[513] = {};
+    uint8_t bytes[513] = {1, 2, 3};
     const auto read = [&](int32_t selector, size_t room) {
-        const int result = modem_read_nv_for_subid(selector, 5, 9, buffer, &room);
+        const int result = modem_read_nv_for_subid(selector, 5, 9, bytes, &room);
         return result == 0 ? static_cast<int>(room) : -1;
     };
-    EXPECT_EQ(0, modem_write_nv_for_subid(-1, 5, item, sizeof(item)));
-    EXPECT_NE(0, modem_write_nv_for_subid(0, 5, buffer, sizeof(buffer)));
+    EXPECT_EQ(0, modem_write_nv_for_subid(-1, 5, bytes, 3));
+    EXPECT_NE(0, modem_write_nv_for_subid(0, 5, bytes, 513));
     EXPECT_EQ(3, read(-1, 512));
-    EXPECT_EQ(0, memcmp(buffer, item, sizeof(item)));
     EXPECT_EQ(-1, read(-1, 2));
     EXPECT_EQ(-1, read(0, 512));
     run("patch modem_read_nv_for_subid size 600");
     EXPECT_EQ(600, read(-1, 512));
-    run("clear");
 }
 
-TEST_F(ModemTest, CommandsCarryAsManyTokensAsTheyCount) {
+TEST_F(ModemTest, AtCommandsCarryAsManyTokensAsTheyCount) {
+    static modem_atlog_cmd_type command;
+    static std::atomic<bool> came;
+    modem_api_set_event_callback([](auto, void* data, size_t length) {
+        memcpy(&command, data, std::min(length, sizeof(command)));
+        came = true;
+    });
+    modem_api_subscribe_event(MODEM_API_EVENT_AT_COMMAND);
     run("at +LOG 11 1 one two");
-    const sim::Bytes data = take(MODEM_API_EVENT_AT_COMMAND);
-    modem_atlog_cmd_type command{};
-    ASSERT_EQ(sizeof(command), data.size());
-    memcpy(&command, data.data(), data.size());
+    while (!came) {
+        std::this_thread::yield();
+    }
+    modem_api_set_event_callback(nullptr);
     EXPECT_STREQ("one", command.tokens[0]);
     EXPECT_EQ(nullptr, command.tokens[1]);
     free(command.tokens[0]);
@@ -160,21 +136,18 @@ TEST_F(ModemTest, WrongCommandsSayWhatAndWhere) {
             {"set", "error: usage: set KEY VALUE..."},
             {"rrc 1 2 x 4", "error: rrc: argument 3 'x' is not a number from -2147483648"},
             {"state nosuch", "error: state: argument 1 'nosuch' begins no key"},
-            {"state nv.", "ok\n"},
             {"connect foo", "'foo' is no service: wds, dms, nas, at, sar, pdc, vs, vms, all, or"},
-            {"set sarstate 1", "'sarstate' is no plain value of the memory; 'help keys'"},
             {"set latency-ms 1 2", "error: set: argument 3 '2' is one too many"},
             {"event 15 0g", "error: event: argument 2 '0g' is not pairs of hexadecimal digits"},
             {"event 2 " + std::string(2 * sizeof(modem_atlog_cmd_type), '1'), "use 'at'"},
             {"fail malloc", "error: the modem API has no function 'malloc'"},
             {"patch modem_get_build_id token 1", "argument 2 'token' is neither an offset nor"},
             {"delay modem_get_build_id 9-5", "argument 2 '9-5' is not a number from 9"},
-            {"set build-id \"a", "error: a quote is not closed"},
-            {"\x01\x7f", "error: no command '..'"},
+            {"set build-id \"a\x01", "error: a quote is not closed"},
             {"  calls   modem_get_build_id\r", "0\nok\n"},
     };
     for (const auto& [line, reply] : rows) {
-        EXPECT_THAT(sim::runCommand(line), HasSubstr(reply)) << line;
+        EXPECT_THAT(sim::runCommand(line), testing::HasSubstr(reply)) << line;
     }
 }
 
@@ -190,17 +163,14 @@ TEST(AtLine, EditsLinesAndTellsRequestsApart) {
     }
     EXPECT_EQ("AX\b \bT\rATE\nB\r", shown);
     EXPECT_THAT(lines, testing::ElementsAre("AT", "ATE", "B"));
-    const std::string sixty = "AT+LOG=1" + std::string(59, ',');
     const std::pair<std::string, AtRequest> rows[] = {
             {"", {AtRequest::NOTHING}},
-            {"ATe0", {AtRequest::ECHO_OFF}},
             {"BAT", {AtRequest::ERROR}},
-            {"at+log = 1 , tc7 ", {AtRequest::EXTENDED, "+log", {"1", "tc7"}}},
-            {"AT+LOG=0,,\"my, \"", {AtRequest::EXTENDED, "+LOG", {"0", "", "my, "}}},
+            {"at+log = 1 ,,\"my, \" ", {AtRequest::EXTENDED, "+log", {"1", "", "my, "}}},
             {"AT+LOG=", {AtRequest::EXTENDED, "+LOG"}},
             {"AT+LOG=?", {AtRequest::ERROR}},
             {"AT+LOG=1,\"open", {AtRequest::ERROR}},
-            {sixty + ",", {AtRequest::ERROR}},
+            {"AT+LOG=1" + std::string(60, ','), {AtRequest::ERROR}},
             {"AT" + std::string(sim::AtLine::LENGTH_MAX, ' '), {AtRequest::ERROR}},
     };
     for (const auto& [text, request] : rows) {
@@ -209,5 +179,4 @@ TEST(AtLine, EditsLinesAndTellsRequestsApart) {
                   std::tie(parsed.kind, parsed.name, parsed.tokens))
                 << text;
     }
-    EXPECT_EQ(60U, sim::parseAtLine(sixty).tokens.size());
 }
