@@ -18,6 +18,7 @@ ordered_json summaryOf(const Story& story) {
                          {"lines", story.lines},
                          {"pluginLines", story.pluginLines},
                          {"notUnderstood", story.notUnderstood},
+                         {"linesLost", story.lost},
                          {"requests", story.requests.size()},
                          {"succeeded", totals.succeeded},
                          {"failed", totals.failed},

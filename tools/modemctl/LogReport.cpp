@@ -115,7 +115,9 @@ public:
 private:
     void summary() {
         mOut << many(mStory.lines, "line") << ", " << mStory.pluginLines << " of the plug-in, "
-             << mStory.notUnderstood << " of these not understood\n";
+             << mStory.notUnderstood << " of these not understood"
+             << (mStory.lost > 0 ? ", " + many(mStory.lost, "line") + " lost by the logger" : "")
+             << '\n';
         if (mStory.pluginLines == 0) {
             return;
         }
@@ -187,17 +189,14 @@ private:
     void happenings() {
         Table table("Services, binds, events, AT commands", {"time", "what", "how it went"});
         for (const Happening& happening : mStory.happenings) {
-            if (happening.kind != Happening::CLIENT) {
-                table.add({timeOf(happening.time), shown(happening), happening.result},
-                          happening.bad() ? RED : "");
+            const std::string time = timeOf(happening.time);
+            if (happening.kind == Happening::ERROR) {
+                table.add({time, "error", happening.text}, RED);
+            } else if (happening.kind != Happening::CLIENT) {
+                table.add({time, happening.text, happening.result}, happening.bad() ? RED : "");
             }
         }
         table.print(mStyle, mOut);
-    }
-
-    static std::string shown(const Happening& happening) {
-        const bool at = happening.kind == Happening::AT_COMMAND;
-        return (at ? "AT" : "") + happening.text;
     }
 
     void requests() {

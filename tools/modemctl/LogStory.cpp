@@ -44,7 +44,11 @@ double Story::between(Moment begin, Moment end) const {
 void Story::take(std::string_view rawLine) {
     ++lines;
     Line line;
-    if (!parseLine(rawLine, line) || line.tag != PLUGIN_TAG) {
+    if (!parseLine(rawLine, line)) {
+        return;
+    }
+    if (line.tag != PLUGIN_TAG) {
+        lost += lostLines(line.tag, line.text);
         return;
     }
     ++pluginLines;
@@ -186,7 +190,6 @@ void Story::follow(const Sign& sign) {
         case Kind::AT_COMMAND:
             state().atCommand = happen(Happening::AT_COMMAND, printable(sign.name));
             context().happening = state().atCommand;
-            happenings.back().result = "no answer";
             break;
         case Kind::AT_TOKEN:
             if (const Index at = context().happening; at != NONE) {
@@ -219,8 +222,9 @@ void Story::fault(const Line& line, const Sign& sign) {
         if (now.wrong.size() < WRONG_LINES) {
             now.wrong.push_back(text);
         }
-    } else if (now.happening != NONE && happenings[now.happening].kind == Happening::EVENT) {
-        happenings[now.happening].result = sign.kind == Kind::EVENT ? "unknown event" : text;
+    } else if (now.happening != NONE) {
+        std::string& result = happenings[now.happening].result;
+        result = sign.kind == Kind::EVENT ? "unknown event" : result.empty() ? text : result;
     } else if (!bind) {
         happen(Happening::ERROR, text);
     }
@@ -265,8 +269,9 @@ void Story::connection(const Sign& sign) {
 void Story::endAtCommand(const char* result) {
     const Index at = std::exchange(state().atCommand, NONE);
     if (at != NONE) {
-        happenings[at].result =
-                result + (" after " + milliseconds(between(happenings[at].time, mNow)));
+        std::string& text = happenings[at].result;
+        text = result + (" after " + milliseconds(between(happenings[at].time, mNow))) +
+               (text.empty() ? "" : ": " + text);
     }
 }
 
@@ -277,6 +282,11 @@ Index Story::happen(Happening::Kind kind, std::string text) {
 
 void Story::finish() {
     mFinished = true;
+    for (const State& state : mStates) {
+        if (state.atCommand != NONE && happenings[state.atCommand].result.empty()) {
+            happenings[state.atCommand].result = "not answered";
+        }
+    }
     for (Index thread = 0; thread < threads.size(); ++thread) {
         leave(thread);
     }

@@ -101,6 +101,7 @@ public:
     uint64_t lines = 0;
     uint64_t pluginLines = 0;
     uint64_t notUnderstood = 0;
+    uint64_t lost = 0;     ///< lines that the logger says it left out
     Moment first = NEVER;  ///< of the plug-in's lines
     Moment last = NEVER;
     std::vector<Request> requests;  ///< in the order in which they came

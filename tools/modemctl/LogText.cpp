@@ -1,7 +1,9 @@
 #include "LogText.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <utility>
 
 namespace logs {
 
@@ -180,7 +182,24 @@ Kind kindOfOthers(std::string_view text) {
     return named && !startsWith(text, "respond") ? Kind::DETAIL : Kind::UNKNOWN;
 }
 
+/** Loggers, and how they tell that they left lines out. */
+constexpr std::pair<std::string_view, const char*> LOSSES[] = {
+        {"FRAMEWORK", "%d lines lost*"},
+        {"chatty", "%s expire %d lines"},
+        {"chatty", "%s %s expire %d lines"},
+};
+
 }  // namespace
+
+uint64_t lostLines(std::string_view tag, std::string_view text) {
+    for (const auto& [logger, pattern] : LOSSES) {
+        Sign sign;
+        if (tag == logger && Matcher(text, sign).match(pattern)) {
+            return std::max(sign.serial, 0);
+        }
+    }
+    return 0;
+}
 
 Sign readText(std::string_view text) {
     Sign blank;

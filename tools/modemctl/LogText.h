@@ -48,4 +48,7 @@ struct Sign {
 
 Sign readText(std::string_view text);
 
+/** How many lines the logger left out, when a line of another tag tells that. */
+uint64_t lostLines(std::string_view tag, std::string_view text);
+
 }  // namespace logs
