@@ -314,7 +314,12 @@ class Writer:
             proxy = "BpHw" + interface.name[1:]
             methods = "".join(signature(m, " override;") for m in interface.methods)
             body += (f"class {proxy} : public {interface.name}, public hal::Proxy {{\n"
-                     f"public:\n    using Proxy::Proxy;\n\n{methods}}};\n\n")
+                     f"public:\n    using Proxy::Proxy;\n\n{methods}\n"
+                     f"    ::android::hardware::Return<void> debug(\n"
+                     f"            const ::android::hardware::hidl_handle& fd,\n"
+                     f"            const ::android::hardware::hidl_vec<\n"
+                     f"                    ::android::hardware::hidl_string>& options) override {{\n"
+                     f"        return callAndWait(hal::DEBUG_CODE, fd, options);\n    }}\n}};\n\n")
             rest += (f"\ntemplate <>\nstruct hal::Binding<{self.namespace}::{interface.name}> {{\n"
                      f"    using Proxy = {self.namespace}::{proxy};\n"
                      f"    static const Handler<{self.namespace}::{interface.name}> METHODS[];\n"

@@ -273,8 +273,7 @@ TEST_F(TransportTest, peerThatReadsNothingIsCutAndOthersAreServed) {
                 status = stuck->atLogControlInfoInd(0, 0, 0, std::string(100000, 'x'));
             }
             EXPECT_TRUE(status.isDeadObject());
-            EXPECT_NE(status.description().find("DEAD_OBJECT: peer has read nothing for 300 ms"),
-                      std::string::npos)
+            EXPECT_NE(status.description().find("untaken"), std::string::npos)
                     << status.description();
             failures.add(1);
         });

@@ -162,10 +162,10 @@ TEST_F(Robustness, StalledPeersAreCutAndHoldUpNoOtherQmiService) {
     Client client;
     const int32_t serial = client.send("readEfsFile 1 0");
     EXPECT_EQ("error=0 mode=0", client.call("getOperatingMode"));
-    EXPECT_EQ(std::string::npos, host.output().find("peer has read nothing"));
+    EXPECT_EQ(std::string::npos, host.output().find("peer has not taken"));
     EXPECT_EQ(0U, client.answer(serial).rfind("readEfsFileResponse error=0 data=hex:78", 0));
-    EXPECT_TRUE(host.prints("peer has read nothing for 5000 ms"));
-    EXPECT_TRUE(host.prints("peer has left a message half sent for 5000 ms"));
+    EXPECT_TRUE(host.prints("peer has not taken a message within 5000 ms"));
+    EXPECT_TRUE(host.prints("peer has not completed a message within 5000 ms"));
     EXPECT_TRUE(greedy.isCut());
     EXPECT_TRUE(half.isCut());
 }

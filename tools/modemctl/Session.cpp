@@ -109,7 +109,7 @@ void Session::send(const hal::Method& request, hal::Parcel& arguments) {
 std::optional<Arrival> Session::next(Clock::time_point deadline) {
     std::optional<Arrival> arrival = mInbox->take(deadline);
     if (arrival && arrival->kind == Arrival::CLOSED) {
-        throw Failure(NO_SERVICE, "the service has gone");
+        throw Failure(NO_SERVICE, "the service has gone: " + mConnection->endReason());
     }
     return arrival;
 }

@@ -1,30 +1,28 @@
 #include "Simulator.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
+#include <sys/time.h>
 
-#include <cstring>
 #include <memory>
+#include <system_error>
 
-#include "platform/runtime/RuntimeDir.h"
+#include "runtime/RuntimeDir.h"
+#include "runtime/UnixSocket.h"
 
 namespace {
 
 using Port = std::unique_ptr<FILE, int (*)(FILE*)>;
 
 Port connectPort(int instance, std::chrono::milliseconds timeout) {
-    const std::string path = runtime::simulatorPort(std::to_string(instance));
-    const int port = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
-    const timeval limit{seconds.count(), std::chrono::microseconds(timeout - seconds).count()};
-    setsockopt(port, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    if (connect(port, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-        throw Failure(NO_SERVICE, "no simulated modem: " + path + ": " + strerror(errno));
+    try {
+        runtime::UniqueFd port =
+                runtime::connectTo(runtime::simulatorPort(std::to_string(instance)), timeout);
+        const timeval limit{timeout.count() / 1000, timeout.count() % 1000 * 1000};
+        setsockopt(port.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+        return {fdopen(port.release(), "r+"), fclose};
+    } catch (const std::system_error& error) {
+        throw Failure(NO_SERVICE, std::string("no simulated modem: ") + error.what());
     }
-    return {fdopen(port, "r+"), fclose};
 }
 
 std::string readLine(FILE* port) {

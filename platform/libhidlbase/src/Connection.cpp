@@ -1,15 +1,16 @@
+#include <fcntl.h>
 #include <hidl/Transport.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <system_error>
 #include <thread>
 
-#include "Socket.h"
+#include "Outgoing.h"
 
 using android::sp;
 using android::hardware::Return;
@@ -26,13 +27,14 @@ constexpr size_t SIZE_FIELD = sizeof(uint32_t);
 constexpr uint32_t CONTROL_TARGET = 0;
 constexpr uint32_t CODE_REPLY = 1;    // to the call whose id it carries
 constexpr uint32_t CODE_RELEASE = 2;  // argument: id of an object that was exported to the sender
-constexpr uint32_t CODE_TAKEN = 0;    // means nothing; marks a reply that was read ahead
+constexpr uint32_t CODE_REFUSED = 3;  // argument: why the service does not serve this client
 
 constexpr size_t FIRST_BUFFER_SIZE = 64 * 1024;
 // Calls may wait in the buffer while the thread that would serve them waits for a reply.
 constexpr size_t MAX_WAITING_SIZE = 4 * MAX_MESSAGE_SIZE;
 
-std::atomic<int> sStallLimitMs{5000};
+/** A client whose call fails waits so long for its reader thread to find out why. */
+constexpr auto REASON_LIMIT = std::chrono::milliseconds(1000);
 
 // The connection whose reader thread this is.
 thread_local const Connection* tServing = nullptr;
@@ -43,49 +45,60 @@ uint32_t fieldAt(const uint8_t* frame, size_t index) {
     return field;
 }
 
-std::string stallReason(const char* what) {
-    return std::string(what) + " for " + std::to_string(sStallLimitMs) + " ms";
+/** Writes the header of what stands in a parcel; gives the size of the whole. */
+size_t frameMessage(uint32_t target, uint32_t code, uint32_t call, Parcel& args) {
+    const size_t size = Parcel::HEADER_SIZE + args.size();
+    const uint32_t header[] = {static_cast<uint32_t>(size - SIZE_FIELD), target, code, call};
+    static_assert(sizeof header == Parcel::HEADER_SIZE);
+    memcpy(args.frame(), header, sizeof header);
+    return size;
+}
+
+bool canGo(const std::vector<int>& descriptors) {
+    return descriptors.size() <= MAX_DESCRIPTORS &&
+           std::all_of(descriptors.begin(), descriptors.end(),
+                       [](int descriptor) { return fcntl(descriptor, F_GETFD) >= 0; });
 }
 
 }  // namespace
 
-void setStallLimit(std::chrono::milliseconds limit) {
-    sStallLimitMs = static_cast<int>(limit.count());
+Connection::Connection(int fd) : mOutgoing(std::make_shared<Outgoing>(fd)) {
 }
 
 std::shared_ptr<Connection> Connection::connect(const std::string& path, std::string* error) {
-    const auto fail = [&](const std::string& reason) {
+    try {
+        const auto connection =
+                std::make_shared<Connection>(runtime::connectTo(path, stallLimit()).release());
+        connection->mToService = true;
+        connection->start();
+        return connection;
+    } catch (const std::system_error& failure) {
         if (error != nullptr) {
-            *error = path + ": " + reason;
+            *error = failure.what();
         }
         return nullptr;
-    };
-    sockaddr_un address{};
-    if (!socketAddress(path, &address)) {
-        return fail("too long for a socket");
     }
-    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    // A service that does not accept must not hold its clients for ever.
-    const timeval limit{sStallLimitMs / 1000, sStallLimitMs % 1000 * 1000};
-    if (fd.get() < 0 || setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0 ||
-        ::connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        return fail(strerror(errno));
-    }
-    const auto connection = std::make_shared<Connection>(fd.release());
-    try {
-        connection->start();
-    } catch (const std::system_error& failure) {
-        return fail(failure.what());
-    }
-    return connection;
+}
+
+void Connection::refuse(int socket, const std::string& reason) {
+    Parcel args;
+    args.writeString(reason);
+    const size_t size = frameMessage(CONTROL_TARGET, CODE_REFUSED, 0, args);
+    // A fresh socket has room for it; a peer that is gone needs no reason.
+    (void)!::send(socket, args.frame(), size, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 Connection::~Connection() {
-    ::close(mFd);
+    for (const int descriptor : mDescriptors) {
+        ::close(descriptor);
+    }
 }
 
-void Connection::start(std::function<void()> ended) {
+void Connection::start(std::function<void()> ended, bool expectCall) {
     mThreadEnded = std::move(ended);
+    if (expectCall) {
+        mMessageDue = std::chrono::steady_clock::now() + stallLimit();
+    }
     // Detached, since the last to let go of the connection may be that thread itself.
     std::thread([self = shared_from_this()] { self->run(); }).detach();
 }
@@ -122,7 +135,7 @@ void Connection::closeIfUnused() {
             return;
         }
     }
-    close("no longer used");
+    mOutgoing->finish("no longer used");
 }
 
 bool Connection::holdProxy() {
@@ -139,32 +152,21 @@ void Connection::releaseProxy(uint32_t target) {
         std::lock_guard lock(mLock);
         --mProxies;
     }
-    if (mOpen) {
-        release(target);
-    }
+    // Where it does not get through, the connection is over and so is all that it let exist.
+    Parcel args;
+    args.write(target);
+    const size_t size = frameMessage(CONTROL_TARGET, CODE_RELEASE, 0, args);
+    (void)mOutgoing->push(args.frame(), size, {});
     closeIfUnused();
 }
 
-/** Whoever lets go of a proxy does not wait for a peer that reads nothing: then a thread does. */
-void Connection::release(uint32_t target) {
-    // Where it does not get through, the connection is over and so is everything exported on it.
-    Parcel args;
-    args.write(target);
-    pollfd writable{mFd, POLLOUT, 0};
-    const std::unique_lock sending(mSendLock, std::try_to_lock);
-    if (sending && poll(&writable, 1, 0) == 1) {
-        (void)write(CONTROL_TARGET, CODE_RELEASE, 0, args);
-        return;
+int Connection::takeDescriptor() {
+    if (mDescriptors.empty()) {
+        return -1;
     }
-    try {
-        std::thread([self = shared_from_this(), target] {
-            Parcel later;
-            later.write(target);
-            (void)self->send(CONTROL_TARGET, CODE_RELEASE, 0, later);
-        }).detach();
-    } catch (const std::system_error&) {
-        close("no thread to release an object");
-    }
+    const int descriptor = mDescriptors.front();
+    mDescriptors.pop_front();
+    return descriptor;
 }
 
 // Calling.
@@ -192,82 +194,48 @@ Return<void> Connection::transact(uint32_t target, uint32_t code, Parcel& args, 
 }
 
 Status Connection::send(uint32_t target, uint32_t code, uint32_t call, Parcel& args) {
-    const size_t size = Parcel::HEADER_SIZE + args.size();
+    const size_t size = frameMessage(target, code, call, args);
     if (size > MAX_MESSAGE_SIZE) {
         return Status::fromStatusT(android::FAILED_TRANSACTION,
-                                   "message of " + std::to_string(size) + " bytes, at most " +
-                                           std::to_string(MAX_MESSAGE_SIZE) + " go");
+                                   "dropped, its receiver gets nothing: a message of " +
+                                           std::to_string(size) +
+                                           " bytes is longer than the transport's limit of " +
+                                           std::to_string(MAX_MESSAGE_SIZE));
     }
-    std::lock_guard lock(mSendLock);
-    return write(target, code, call, args);
+    if (!canGo(args.descriptors())) {
+        return Status::fromStatusT(android::FAILED_TRANSACTION,
+                                   "not sent: descriptors that are not open, or more than " +
+                                           std::to_string(MAX_DESCRIPTORS));
+    }
+    if (mToService && tServing == nullptr) {
+        mOutgoing->waitForRoom();
+    }
+    return mOutgoing->push(args.frame(), size, args.descriptors()) ? Status::ok() : deadObject();
 }
 
-/** Under mSendLock. */
-Status Connection::write(uint32_t target, uint32_t code, uint32_t call, Parcel& args) {
-    const size_t size = Parcel::HEADER_SIZE + args.size();
-    const uint32_t header[] = {static_cast<uint32_t>(size - SIZE_FIELD), target, code, call};
-    static_assert(sizeof header == Parcel::HEADER_SIZE);
-    uint8_t* frame = args.frame();
-    memcpy(frame, header, sizeof header);
-    return mOpen && writeAll(frame, size) ? Status::ok() : deadObject();
-}
-
-bool Connection::writeAll(const uint8_t* bytes, size_t size) {
-    using Clock = std::chrono::steady_clock;
-    Clock::time_point stalled{};
-    while (size != 0) {
-        const ssize_t sent = ::send(mFd, bytes, size, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent > 0) {
-            bytes += sent;
-            size -= static_cast<size_t>(sent);
-            stalled = {};
-        } else if (errno != EAGAIN && errno != EINTR) {
-            stopSending(std::string("peer gone, ") + strerror(errno));
-            return false;
-        } else if (const auto now = Clock::now(); stalled == Clock::time_point{}) {
-            stalled = now;
-        } else if (now - stalled >= std::chrono::milliseconds(sStallLimitMs)) {
-            close(stallReason("peer has read nothing"));
-        }
-        if (!mOpen) {
-            return false;
-        }
-        if (size != 0) {
-            // In slices: the kernel calls a socket writable only when it is mostly empty, and a
-            // peer that reads slowly reads.
-            pollfd writable{mFd, POLLOUT, 0};
-            poll(&writable, 1, std::min(sStallLimitMs / 10 + 1, 100));
-        }
-    }
-    return true;
-}
-
-void Connection::stopSending(const std::string& reason) {
-    std::lock_guard lock(mLock);
-    if (mOpen.exchange(false)) {
-        mReason = reason;
-    }
+bool Connection::isOpen() const {
+    return mOutgoing->isOpen();
 }
 
 void Connection::close(const std::string& reason) {
-    {
-        std::lock_guard lock(mLock);
-        mOpen = false;
-        if (!mCut.exchange(true)) {
-            mReason = reason;
-        }
-    }
-    shutdown(mFd, SHUT_RDWR);
+    mOutgoing->cut(reason);
 }
 
 std::string Connection::cutReason() const {
-    std::lock_guard lock(mLock);
-    return mCut ? mReason : "";
+    return mOutgoing->isCut() ? mOutgoing->reason() : "";
 }
 
-Status Connection::deadObject() const {
-    std::lock_guard lock(mLock);
-    return Status::fromStatusT(android::DEAD_OBJECT, mReason);
+std::string Connection::endReason() const {
+    return mOutgoing->reason();
+}
+
+/** With the reason that the service gave when it closed the connection, if it gave one. */
+Status Connection::deadObject() {
+    if (mToService && tServing == nullptr) {
+        std::unique_lock lock(mLock);
+        mReplied.wait_for(lock, REASON_LIMIT, [this] { return mEnded; });
+    }
+    return Status::fromStatusT(android::DEAD_OBJECT, mOutgoing->reason());
 }
 
 // The reader thread.
@@ -282,6 +250,8 @@ void Connection::run() {
             close("call of target " + std::to_string(message.target) + ", code " +
                   std::to_string(message.code) + " with " + std::to_string(message.size) +
                   " bytes of arguments cannot be understood");
+        } else if (mBegin == mFilled && !mDescriptors.empty()) {
+            close("descriptors that no call takes");
         }
     }
     end();
@@ -289,8 +259,7 @@ void Connection::run() {
 }
 
 void Connection::end() {
-    stopSending("peer closed the connection");
-    shutdown(mFd, SHUT_RDWR);
+    mOutgoing->stop("peer closed the connection");
     decltype(mExports) exports;
     decltype(mOnClosed) callbacks;
     {
@@ -304,8 +273,8 @@ void Connection::end() {
     for (const auto& callback : callbacks) {
         callback();
     }
-    if (mThreadEnded) {
-        mThreadEnded();
+    if (const auto ended = std::exchange(mThreadEnded, nullptr)) {
+        ended();
     }
 }
 
@@ -322,6 +291,7 @@ bool Connection::receive(size_t ahead, Message* message) {
     if (!fill(ahead, size)) {
         return false;
     }
+    mMessageDue.reset();
     const uint8_t* frame = mBuffer.data() + mBegin + ahead;
     *message = {fieldAt(frame, 1), fieldAt(frame, 2), fieldAt(frame, 3),
                 frame + Parcel::HEADER_SIZE, size - Parcel::HEADER_SIZE};
@@ -330,25 +300,76 @@ bool Connection::receive(size_t ahead, Message* message) {
 
 /** Reads until the message that stands so far ahead has that many bytes; false if it will not. */
 bool Connection::fill(size_t ahead, size_t size) {
-    while (!mCut && mFilled - mBegin < ahead + size) {
-        if (mBegin != 0) {
-            std::copy(mBuffer.begin() + mBegin, mBuffer.begin() + mFilled, mBuffer.begin());
-            mFilled -= std::exchange(mBegin, 0);
-        }
-        mBuffer.resize(std::max(mBuffer.size(), ahead + size));
-        // A thread that sleeps in recv itself is woken whenever the peer reads, too.
-        pollfd readable{mFd, POLLIN, 0};
-        if (poll(&readable, 1, mFilled > ahead ? sStallLimitMs.load() : -1) == 0) {
-            close(stallReason("peer has left a message half sent"));
+    while (!mOutgoing->isCut() && mFilled - mBegin < ahead + size) {
+        makeRoom(ahead, size);
+        if (!waitReadable(mFilled > ahead) || !receiveSome()) {
             return false;
         }
-        const ssize_t got = recv(mFd, mBuffer.data() + mFilled, mBuffer.size() - mFilled, 0);
-        if (got == 0 || (got < 0 && errno != EINTR)) {
-            return false;
-        }
-        mFilled += static_cast<size_t>(std::max<ssize_t>(got, 0));
     }
-    return !mCut;
+    return !mOutgoing->isCut();
+}
+
+/** Grows with what comes, not with what a header announces. */
+void Connection::makeRoom(size_t ahead, size_t size) {
+    if (mBegin != 0) {
+        std::copy(mBuffer.begin() + mBegin, mBuffer.begin() + mFilled, mBuffer.begin());
+        mFilled -= std::exchange(mBegin, 0);
+    }
+    if (mFilled == 0 && mBuffer.size() > FIRST_BUFFER_SIZE) {
+        mBuffer = std::vector<uint8_t>(FIRST_BUFFER_SIZE);
+    } else if (mFilled == mBuffer.size()) {
+        mBuffer.resize(std::min(ahead + size, 2 * mBuffer.size()));
+    }
+}
+
+/** A message is due as a whole from its first byte on; without one, a peer may be silent. */
+bool Connection::waitReadable(bool started) {
+    using Clock = std::chrono::steady_clock;
+    if (started && !mMessageDue) {
+        mMessageDue = Clock::now() + stallLimit();
+    }
+    int timeout = -1;
+    if (mMessageDue) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*mMessageDue - Clock::now());
+        timeout = std::max(0, static_cast<int>(left.count()));
+    }
+    // A thread that sleeps in recvmsg itself is woken whenever the peer reads, too.
+    pollfd readable{mOutgoing->socket(), POLLIN, 0};
+    if (poll(&readable, 1, timeout) == 0) {
+        close(stallReason(started ? "peer has not completed a message"
+                                  : "peer has not sent its first message"));
+        return false;
+    }
+    return true;
+}
+
+bool Connection::receiveSome() {
+    iovec content{mBuffer.data() + mFilled, mBuffer.size() - mFilled};
+    alignas(cmsghdr) uint8_t control[CMSG_SPACE(MAX_DESCRIPTORS * sizeof(int))];
+    msghdr message{};
+    message.msg_iov = &content;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t got = recvmsg(mOutgoing->socket(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
+        return false;
+    }
+    if (got < 0) {
+        return true;
+    }
+    mFilled += static_cast<size_t>(got);
+    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
+         header = CMSG_NXTHDR(&message, header)) {
+        const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        int descriptors[MAX_DESCRIPTORS];
+        memcpy(descriptors, CMSG_DATA(header), count * sizeof(int));
+        mDescriptors.insert(mDescriptors.end(), descriptors, descriptors + count);
+    }
+    if ((message.msg_flags & MSG_CTRUNC) != 0 || mDescriptors.size() > MAX_DESCRIPTORS) {
+        close("more than " + std::to_string(MAX_DESCRIPTORS) + " descriptors");
+    }
+    return true;
 }
 
 bool Connection::serve(const Message& message) {
@@ -357,7 +378,7 @@ bool Connection::serve(const Message& message) {
     }
     return message.code == CODE_REPLY     ? takeReply(message)
            : message.code == CODE_RELEASE ? serveRelease(message)
-                                          : message.code == CODE_TAKEN;
+                                          : message.code == CODE_REFUSED && takeRefusal(message);
 }
 
 bool Connection::serveCall(const Message& message) {
@@ -376,7 +397,7 @@ bool Connection::serveCall(const Message& message) {
         return false;
     }
     if (message.call != 0 && !send(CONTROL_TARGET, CODE_REPLY, message.call, reply).isOk() &&
-        mOpen) {
+        isOpen()) {
         close("reply too long to be sent");  // or its caller would wait for ever
     }
     return true;
@@ -401,6 +422,16 @@ bool Connection::serveRelease(const Message& message) {
     return true;
 }
 
+bool Connection::takeRefusal(const Message& message) {
+    Parcel args(this, message.data, message.size);
+    std::string reason;
+    if (!mToService || !args.readString(&reason) || !args.atEnd()) {
+        return false;
+    }
+    close("refused by the service: " + reason);
+    return true;
+}
+
 bool Connection::takeReply(const Message& message) {
     std::lock_guard lock(mLock);
     const auto found = mWaiters.find(message.call);
@@ -418,14 +449,16 @@ void Connection::readUntil(const Waiter& waiter) {
     Message message{};
     size_t ahead = 0;
     while (!waiter.done && receive(ahead, &message)) {
-        if (message.target == CONTROL_TARGET && message.code == CODE_REPLY) {
-            if (!takeReply(message)) {
-                close("reply that nobody waits for");
-            }
-            memcpy(mBuffer.data() + mBegin + ahead + 2 * sizeof CODE_TAKEN, &CODE_TAKEN,
-                   sizeof CODE_TAKEN);
+        const size_t size = Parcel::HEADER_SIZE + message.size;
+        if (message.target != CONTROL_TARGET || message.code != CODE_REPLY) {
+            ahead += size;
+        } else if (takeReply(message)) {
+            const auto begin = mBuffer.begin() + static_cast<ptrdiff_t>(mBegin + ahead);
+            std::copy(begin + static_cast<ptrdiff_t>(size), mBuffer.begin() + mFilled, begin);
+            mFilled -= size;
+        } else {
+            close("reply that nobody waits for");
         }
-        ahead += Parcel::HEADER_SIZE + message.size;
         if (ahead > MAX_WAITING_SIZE) {
             close("too many calls instead of a reply");
         }

@@ -1,4 +1,5 @@
 #include <hidl/Parcel.h>
+#include <hidl/Transport.h>
 
 #include <algorithm>
 #include <cstring>
@@ -77,6 +78,40 @@ bool decode(Parcel& parcel, android::hardware::hidl_string& text) {
         return false;
     }
     text = std::move(content);
+    return true;
+}
+
+void encode(Parcel& parcel, const android::hardware::hidl_handle& handle) {
+    const native_handle_t* native = handle.getNativeHandle();
+    const int count = native != nullptr ? native->numFds : 0;
+    parcel.write(count);
+    for (int i = 0; i < count; ++i) {
+        parcel.attach(native->data[i]);
+    }
+}
+
+bool decode(Parcel& parcel, android::hardware::hidl_handle& handle) {
+    uint32_t count = 0;
+    if (!parcel.read(&count) || count > MAX_DESCRIPTORS) {
+        return false;
+    }
+    handle = nullptr;
+    if (count == 0) {
+        return true;
+    }
+    native_handle_t* native = native_handle_create(static_cast<int>(count), 0);
+    if (native == nullptr) {
+        return false;
+    }
+    native->numFds = 0;
+    handle.setTo(native, true);
+    for (; count != 0; --count) {
+        const int descriptor = parcel.connection()->takeDescriptor();
+        if (descriptor < 0) {
+            return false;
+        }
+        native->data[native->numFds++] = descriptor;
+    }
     return true;
 }
 

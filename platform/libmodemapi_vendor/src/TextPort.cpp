@@ -1,66 +1,57 @@
 #include "TextPort.h"
 
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/time.h>
-#include <sys/un.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <memory>
+#include <optional>
 #include <system_error>
 #include <thread>
+
+#include "runtime/UnixSocket.h"
 
 namespace sim {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
 using Execute = std::function<std::string(const std::string&)>;
 
 std::atomic<int> sConnections{0};
 
-/** Removes the socket at `path` if nobody serves it any more; throws if somebody does. */
-void removeStale(const std::string& path, const sockaddr* address, socklen_t size) {
-    const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    const int error = connect(probe, address, size) == 0 ? 0 : errno;
-    close(probe);
-    if (error == 0 || error == EAGAIN) {  // EAGAIN: a live one with a full queue
-        throw std::system_error(EADDRINUSE, std::generic_category(), path);
+/** False when the socket cannot be used until then; without a time, waits for ever. */
+bool waitFor(int fd, short what, const std::optional<Clock::time_point>& until) {
+    int timeout = -1;
+    if (until) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - Clock::now());
+        timeout = std::max(0, static_cast<int>(left.count()));
     }
-    struct stat info {};
-    if (error == ECONNREFUSED && lstat(path.c_str(), &info) == 0 && S_ISSOCK(info.st_mode)) {
-        unlink(path.c_str());
-    }
+    pollfd socket{fd, what, 0};
+    return poll(&socket, 1, timeout) != 0;
 }
 
-int listenAt(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        throw std::system_error(ENAMETOOLONG, std::generic_category(), path);
-    }
-    path.copy(address.sun_path, path.size());
-    const auto* generic = reinterpret_cast<const sockaddr*>(&address);
-    removeStale(path, generic, sizeof address);
-    const int server = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (bind(server, generic, sizeof address) != 0 || listen(server, TEXT_CONNECTIONS_MAX) != 0) {
-        const int error = errno;
-        close(server);
-        throw std::system_error(error, std::generic_category(), path);
-    }
-    return server;
-}
-
+/** The whole text has to go within the limit: a peer that takes a byte now and then is late. */
 bool sendAll(int fd, const std::string& text) {
+    const auto until = Clock::now() + TEXT_PATIENCE;
     for (size_t sent = 0; sent < text.size();) {
-        const ssize_t count = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-        if (count < 0 && errno != EINTR) {
+        const ssize_t count =
+                send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count < 0 && errno != EINTR && (errno != EAGAIN || !waitFor(fd, POLLOUT, until))) {
             return false;
         }
         sent += count > 0 ? static_cast<size_t>(count) : 0;
     }
     return true;
+}
+
+void refuse(int fd, const std::string& reason) {
+    const std::string line = "error: " + reason + "\n";
+    // A fresh socket has room for it; a peer that is gone needs no reason.
+    (void)!send(fd, line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 /** Answers the whole lines at the start of `input` and removes them; false: the peer is gone. */
@@ -78,47 +69,60 @@ bool answerLines(int fd, std::string& input, const Execute& execute) {
 void serveConnection(int fd, const Execute& execute) {
     std::string input;
     char bytes[4096];
-    ssize_t count = 0;
-    while ((count = recv(fd, bytes, sizeof bytes, 0)) > 0 || (count < 0 && errno == EINTR)) {
+    std::optional<Clock::time_point> lineDue;
+    for (;;) {
+        if (!waitFor(fd, POLLIN, lineDue)) {
+            refuse(fd, "line not completed in time");
+            return;
+        }
+        const ssize_t count = recv(fd, bytes, sizeof bytes, MSG_DONTWAIT);
+        if (count == 0 || (count < 0 && errno != EINTR && errno != EAGAIN)) {
+            return;
+        }
+        const bool begun = !input.empty();
         input.append(bytes, count > 0 ? static_cast<size_t>(count) : 0);
+        const size_t received = input.size();
         if (!answerLines(fd, input, execute)) {
             return;
         }
         if (input.size() > TEXT_LINE_MAX) {
-            sendAll(fd, "error: line above " + std::to_string(TEXT_LINE_MAX) + " bytes\n");
+            refuse(fd, "line above " + std::to_string(TEXT_LINE_MAX) + " bytes");
             return;
+        }
+        if (input.empty()) {
+            lineDue.reset();
+        } else if (!begun || input.size() != received) {  // the first bytes of a line
+            lineDue = Clock::now() + TEXT_PATIENCE;
         }
     }
 }
 
-/** Serves a connection and closes it, on a thread of its own. */
-void startConnection(int fd, const Execute& execute) {
-    std::thread([fd, execute] {
-        const timeval patience{5, 0};
-        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-        if (++sConnections > TEXT_CONNECTIONS_MAX) {
-            sendAll(fd, "error: too many connections\n");
-        } else {
-            serveConnection(fd, execute);
-        }
-        --sConnections;
-        close(fd);
-    }).detach();
+/** Serves a connection on a thread of its own; throws std::system_error when it cannot. */
+void startConnection(runtime::UniqueFd& connection, const Execute& execute) {
+    runtime::ownUsersProcess(connection.get());
+    const std::shared_ptr<void> slot(nullptr, [](void*) { --sConnections; });
+    if (++sConnections > TEXT_CONNECTIONS_MAX) {
+        throw std::system_error(EBUSY, std::generic_category(), "too many connections");
+    }
+    const auto own = std::make_shared<runtime::UniqueFd>(std::move(connection));
+    try {
+        std::thread([own, slot, execute] { serveConnection(own->get(), execute); }).detach();
+    } catch (const std::system_error&) {
+        connection = std::move(*own);  // for the refusal
+        throw;
+    }
 }
 
 }  // namespace
 
 void serveTextPort(const std::string& path, Execute execute) {
-    std::thread([server = listenAt(path), execute = std::move(execute)] {
-        for (;;) {
-            const int accepted = accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
-            if (accepted >= 0) {
-                startConnection(accepted, execute);
-            } else if (errno != EINTR && errno != ECONNABORTED) {
-                // Out of descriptors, most likely: they come back when a connection ends.
-                std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            }
-        }
+    const auto listener =
+            std::make_shared<runtime::UniqueFd>(runtime::listenAt(path, TEXT_CONNECTIONS_MAX));
+    std::thread([listener, execute = std::move(execute)] {
+        runtime::acceptAll(
+                listener->get(),
+                [&](runtime::UniqueFd& connection) { startConnection(connection, execute); },
+                refuse);
     }).detach();
 }
 

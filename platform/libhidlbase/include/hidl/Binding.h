@@ -52,6 +52,10 @@ public:
     explicit InterfaceStub(const android::sp<I>& object) : mObject(object) {}
 
     bool onTransact(uint32_t code, Parcel& args, Parcel& /*reply*/) override {
+        using android::hidl::base::V1_0::IBase;
+        if (code == DEBUG_CODE) {
+            return invoke<IBase>(*mObject, &IBase::debug, args);
+        }
         return code != 0 && code <= Binding<I>::METHOD_COUNT &&
                Binding<I>::METHODS[code - 1](*mObject, args);
     }

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 #include <hidl/HidlSupport.h>
 
@@ -21,6 +22,7 @@ class Connection;
  *     vec<T>     u32 count, then the elements
  *     T[N]       the N elements
  *     struct     the members in order
+ *     handle     u32 count of its descriptors, which go along; null is one without
  *     interface  u32 id: 0 null, otherwise what `Connection::exportObject` gave
  *
  * Small contents take no allocation. A read that would pass the end returns false, and nothing
@@ -76,6 +78,10 @@ public:
     /** Everything was read. A receiver checks this before it acts on what it read. */
     bool atEnd() const { return mRead == mSize; }
 
+    /** A descriptor that goes along, the caller's until the parcel was sent. */
+    void attach(int descriptor) { mDescriptors.push_back(descriptor); }
+    const std::vector<int>& descriptors() const { return mDescriptors; }
+
     /** Header room and content in one piece, to be sent: `HEADER_SIZE + size()` bytes. */
     uint8_t* frame();
 
@@ -86,6 +92,7 @@ private:
     const uint8_t* mView = nullptr;  ///< foreign content, as long as nothing was written
     size_t mSize = 0;
     size_t mRead = 0;
+    std::vector<int> mDescriptors;
     size_t mCapacity = INLINE_SIZE;
     uint8_t* mFrame = mInline;
     std::unique_ptr<uint8_t[]> mHeap;
@@ -108,6 +115,10 @@ template <class Integer, class = std::enable_if_t<std::is_integral_v<Integer>>>
 
 void encode(Parcel& parcel, const android::hardware::hidl_string& text);
 [[nodiscard]] bool decode(Parcel& parcel, android::hardware::hidl_string& text);
+
+/** Of a handle its descriptors alone go; integers in it do not. */
+void encode(Parcel& parcel, const android::hardware::hidl_handle& handle);
+[[nodiscard]] bool decode(Parcel& parcel, android::hardware::hidl_handle& handle);
 
 template <class T>
 void encodeElements(Parcel& parcel, const T* elements, size_t count) {

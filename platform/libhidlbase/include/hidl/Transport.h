@@ -2,14 +2,15 @@
 
 #include <sys/types.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,21 +24,43 @@
  */
 namespace hal {
 
+class Outgoing;
+
 /** The service, as target of a call from its client. */
 constexpr uint32_t SERVICE_TARGET = 1;
 
-/** A longer message is not sent; one that comes closes its connection. In bytes. */
+/** Code of `IBase::debug` in every interface; beyond the methods that are declared. */
+constexpr uint32_t DEBUG_CODE = 0x0f444247;
+
+/**
+ * A longer message is not sent: the call fails with FAILED_TRANSACTION and the connection stays.
+ * One that comes closes its connection. In bytes.
+ */
 constexpr size_t MAX_MESSAGE_SIZE = 1 << 20;
+
+/**
+ * Bytes that are kept for a peer beyond what its socket holds; a peer that leaves more is cut. Room
+ * for 3,000 answers of 1 KiB, or for three messages of the greatest length and many short ones.
+ */
+constexpr size_t MAX_OUTGOING = 4 << 20;
+
+/** Bytes that a process keeps for all its peers; above, the one with most to take is cut. */
+constexpr size_t MAX_OUTGOING_IN_ALL = 16 << 20;
 
 /** Proxies of one peer's objects that may live at a time; one more closes its connection. */
 constexpr size_t MAX_PROXIES = 256;
 
-/** Clients served at a time by one process; one more is closed at once. */
+/** Descriptors that a message may carry; a peer that sends more is cut. */
+constexpr size_t MAX_DESCRIPTORS = 4;
+
+/** Clients served at a time by one process; one more is told so and not served. */
 constexpr int MAX_CLIENTS = 64;
 
 /**
- * How long a peer may read nothing of what is waiting for it, or leave a message half sent, before
- * its connection is cut: 5 s unless set, for the whole process.
+ * The time that a peer has, 5 s unless set, for the whole process: to take the oldest message that
+ * waits for it, to complete a message that it began, and as a client to send its first message. A
+ * peer that is late is cut. Taking a byte now and then is not taking: the message has to go as a
+ * whole.
  */
 void setStallLimit(std::chrono::milliseconds limit);
 
@@ -77,8 +100,11 @@ public:
      */
     static std::shared_ptr<Connection> connect(const std::string& path, std::string* error);
 
+    /** Tells the peer of a fresh socket why it is not served; does not wait for it. */
+    static void refuse(int socket, const std::string& reason);
+
     /** Takes over a connected socket; nothing is read before `start`. */
-    explicit Connection(int fd) : mFd(fd) {}
+    explicit Connection(int fd);
     virtual ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -87,9 +113,10 @@ public:
      * Starts the reader thread.
      *
      * @param ended runs last, when the connection is over
+     * @param expectCall the peer has to send its first message within the stall limit
      * @throws std::system_error when there can be no thread
      */
-    void start(std::function<void()> ended = nullptr);
+    void start(std::function<void()> ended = nullptr, bool expectCall = false);
 
     /**
      * Makes an object a target for the peer, until the peer releases it or the connection ends.
@@ -100,11 +127,14 @@ public:
     uint32_t exportObject(const android::sp<Stub>& object);
 
     /**
-     * Calls the peer. Virtual, so that a double can take the place of the socket.
+     * Calls the peer. Virtual, so that a double can take the place of the socket. What the socket
+     * does not take at once is kept (see MAX_OUTGOING) and goes in the order of the calls. Only on
+     * a connection made by `connect`, and only a thread that serves nobody, waits for room while
+     * half of what may be kept is used.
      *
-     * @param reply null for a oneway call, which returns when the message was written; otherwise
-     *        the call waits for the reply and appends it here. Serving a call, too, one may wait:
-     *        calls that come meanwhile are served afterwards, in order.
+     * @param reply null for a oneway call, which returns when the message was sent or kept;
+     *        otherwise the call waits for the reply and appends it here. Serving a call, too, one
+     *        may wait: calls that come meanwhile are served afterwards, in order.
      * @return DEAD_OBJECT when the peer is gone or was cut, FAILED_TRANSACTION when the message is
      *         too long; it was not sent then, and the connection stays
      */
@@ -115,7 +145,7 @@ public:
     void onClosed(std::function<void()> callback);
 
     /** False as soon as a call can no longer reach the peer. */
-    bool isOpen() const { return mOpen; }
+    bool isOpen() const;
 
     /** Cuts the connection; calls under way fail with DEAD_OBJECT and this reason. */
     void close(const std::string& reason);
@@ -123,7 +153,13 @@ public:
     /** Why this side cut the connection; empty when it did not. */
     std::string cutReason() const;
 
-    /** From now on the connection closes when neither proxies nor exported objects are left. */
+    /** Why calls can no longer reach the peer, as their statuses tell; empty while they can. */
+    std::string endReason() const;
+
+    /**
+     * From now on the connection closes when neither proxies nor exported objects are left; what is
+     * kept for the peer is sent before. The end of the process, too, leaves it a second for that.
+     */
     void closeWhenUnused();
 
     /** Counts a proxy of the peer's; false when it has too many. */
@@ -131,6 +167,9 @@ public:
 
     /** Tells the peer that its object is no longer called. */
     void releaseProxy(uint32_t target);
+
+    /** The next descriptor that came with the call that is being served; -1 without. */
+    int takeDescriptor();
 
 private:
     struct Message {
@@ -149,32 +188,28 @@ private:
     void end();
     bool receive(size_t ahead, Message* message);
     bool fill(size_t ahead, size_t size);
+    void makeRoom(size_t ahead, size_t size);
+    bool waitReadable(bool started);
+    bool receiveSome();
     bool serve(const Message& message);
     bool serveCall(const Message& message);
     bool serveRelease(const Message& message);
+    bool takeRefusal(const Message& message);
     bool takeReply(const Message& message);
     void readUntil(const Waiter& waiter);
     void closeIfUnused();
 
     android::hardware::Status send(uint32_t target, uint32_t code, uint32_t call, Parcel& args);
-    android::hardware::Status write(uint32_t target, uint32_t code, uint32_t call, Parcel& args);
-    bool writeAll(const uint8_t* bytes, size_t size);
-    void release(uint32_t target);
-    void stopSending(const std::string& reason);
-    android::hardware::Status deadObject() const;
+    android::hardware::Status deadObject();
 
-    const int mFd;
-    std::atomic<bool> mOpen{true};  ///< calls may be sent
-    std::atomic<bool> mCut{false};  ///< nothing that comes is served any more
+    const std::shared_ptr<Outgoing> mOutgoing;
     std::function<void()> mThreadEnded;
+    bool mToService = false;  ///< made by `connect`
 
-    std::mutex mSendLock;  ///< held for one whole message
-
-    mutable std::mutex mLock;  ///< guards what follows; never held during a call
-    std::condition_variable mReplied;
+    mutable std::mutex mLock;          ///< guards what follows; never held during a call
+    std::condition_variable mReplied;  ///< or the connection is over
     bool mEnded = false;
     bool mCloseWhenUnused = false;
-    std::string mReason;
     std::map<uint32_t, android::sp<Stub>> mExports;
     std::map<uint32_t, Waiter*> mWaiters;
     std::vector<std::function<void()>> mOnClosed;
@@ -183,9 +218,11 @@ private:
     size_t mProxies = 0;
 
     // The reader thread's own.
-    std::vector<uint8_t> mBuffer;
+    std::vector<uint8_t> mBuffer;  ///< received from mBegin to mFilled
     size_t mBegin = 0;
     size_t mFilled = 0;
+    std::deque<int> mDescriptors;  ///< received and not taken yet
+    std::optional<std::chrono::steady_clock::time_point> mMessageDue;
 };
 
 /** What a generated client proxy is made of: the peer's object, released with the proxy. */
