@@ -1,7 +1,5 @@
 // Commands of the simulated modem's text port: any line gets an answer of whole lines.
 
-#include <filesystem>
-
 #include "platform/libmodemapi_vendor/src/Commands.h"
 #include "tests/fuzz/Fuzz.h"
 

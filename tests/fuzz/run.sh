@@ -1,7 +1,7 @@
 #!/bin/bash
 # Runs one fuzz target: run.sh BUILD SECONDS NAME. What it learns stays in BUILD/corpus/NAME.
 set -euo pipefail
-build=$1 seconds=$2 name=$3
+build=$(cd "$1" && pwd) seconds=$2 name=$3
 kept=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)/corpus/$name
 mkdir -p "$build/corpus/$name" "$build/crashes"
 log=$build/fuzz-$name.log

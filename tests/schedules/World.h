@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <optional>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -83,8 +83,11 @@ class World {
 public:
     static constexpr int CLIENTS = 2;
 
-    World(uint64_t seed, std::vector<Deed>& deeds)
-        : mRandom(seed),
+    /** Where chance comes from: a seed's numbers, or a fuzzer's bytes. */
+    using Random = std::function<uint64_t()>;
+
+    World(Random random, std::vector<Deed>& deeds)
+        : mRandom(std::move(random)),
           mDeeds(deeds),
           mInstance(below(8) == 0),
           mRefusesOneIn(oneOf({2, 8, 1000})),
@@ -504,7 +507,7 @@ private:
 
     inline static World* sWorld = nullptr;
 
-    std::mt19937_64 mRandom;
+    const Random mRandom;
     std::vector<Deed>& mDeeds;
     const int mInstance;
     const uint64_t mRefusesOneIn, mBindFailsOneIn;
