@@ -5,6 +5,7 @@
 
 namespace {
 
+constexpr size_t LIST_MAX = 16 << 20;  // bytes of a list that is read
 constexpr size_t NAME_AT = 16;
 constexpr std::string_view FILE_NAME = "mcfg_sw.mbn";
 
@@ -15,7 +16,7 @@ bool readRegular(const InputFile& file, std::string& text) {
     }
     char part[4096];
     ssize_t count = 0;
-    while ((count = file.read(part, sizeof(part))) > 0) {
+    while (text.size() <= LIST_MAX && (count = file.read(part, sizeof(part))) > 0) {
         text.append(part, static_cast<size_t>(count));
     }
     return count == 0;

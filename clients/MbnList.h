@@ -10,7 +10,7 @@
 const char* mbnListFile();
 
 /**
- * Reads that file, on the caller's thread; only a regular file is read.
+ * Reads that file, on the caller's thread: a regular file of at most 16 MiB, nothing else.
  *
  * @param func name of the function that the log lines belong to
  * @param mbns takes the names, in the order of the file; unchanged after a failure

@@ -113,6 +113,9 @@ TEST(PdcList, ComesFromTheDevicesFile) {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     expect({failure}, answerLine("getMbnList", 7, 1, R"(,"mbns":[])"));
     fs::remove(path);
+    std::ofstream(path).put('\n');
+    fs::resize_file(path, (16 << 20) + 1);
+    expect({failure}, answerLine("getMbnList", 7, 1, R"(,"mbns":[])"));
     std::ofstream(path) << "0123456789abcdefa/mcfg_sw.mbn\nshort\n0123456789abcdefb";
     expect({"I " + func + "got mbn {a/}", "I " + func + "got mbn {b}", "I " + func + "got 2 mbns"},
            answerLine("getMbnList", 7, 0, R"(,"mbns":["a/","b"])"));
