@@ -77,4 +77,15 @@ inline std::string atPort(const std::string& instance) {
     return directory() + "/at-port." + instance;
 }
 
+/** The end of the log of an instance's host: `OX_LOG_FILE`, or a file of the runtime folder. */
+inline std::string logFile(const std::string& instance) {
+    const char* own = getenv("OX_LOG_FILE");
+    return own != nullptr && *own != '\0' ? own : directory() + "/log." + instance;
+}
+
+/** What the log file held before it began anew. */
+inline std::string olderLogFile(const std::string& logFile) {
+    return logFile + ".1";
+}
+
 }  // namespace runtime

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -11,6 +12,7 @@
 
 #include "LogReport.h"
 #include "LogTrace.h"
+#include "platform/runtime/RuntimeDir.h"
 
 namespace logs {
 
@@ -37,7 +39,6 @@ void endAtInterrupt() {
 
 void read(const std::string& file, Story& story) {
     const int opened = openLog(file);
-    endAtInterrupt();
     LineReader reader(opened);
     try {
         for (std::string_view line; reader.next(line);) {
@@ -49,7 +50,6 @@ void read(const std::string& file, Story& story) {
     if (opened != STDIN_FILENO) {
         close(opened);
     }
-    story.finish();
 }
 
 void write(const std::string& file, const Story& story,
@@ -75,7 +75,9 @@ void addOptions(CLI::App& app, Options& options) {
 
 ExitCode run(const Options& options, bool json, const std::string& file) {
     Story story;
+    endAtInterrupt();
     read(file, story);
+    story.finish();
     write(options.trace, story, writeTrace);
     write(options.svg, story, drawPicture);
     if (json) {
@@ -89,6 +91,34 @@ ExitCode run(const Options& options, bool json, const std::string& file) {
         throw Failure(WRONG_USAGE, std::string("stdout: ") + strerror(errno));
     }
     return ANSWERED;
+}
+
+std::vector<std::string> whyOf(int instance, const std::string& method, int32_t serial) {
+    Story story;
+    try {
+        const std::string file = runtime::logFile(std::to_string(instance));
+        for (const std::string& part : {runtime::olderLogFile(file), file}) {
+            if (access(part.c_str(), R_OK) == 0) {
+                read(part, story);
+            }
+        }
+    } catch (const std::exception&) {
+        return {};  // the answer counts, also without a reason
+    }
+    story.finish();
+    const auto request = std::find_if(
+            story.requests.rbegin(), story.requests.rend(), [&](const Request& candidate) {
+                return candidate.serial == serial && methodName(candidate.method) == method;
+            });
+    if (request == story.requests.rend()) {
+        return {};
+    }
+    std::vector<std::string> why = request->wrong;
+    if (request->answered == NEVER) {
+        why.resize(why.empty() ? 0 : why.size() - 1);  // the last one is part of the last sign
+        why.push_back(story.lastSign(*request));
+    }
+    return why;
 }
 
 }  // namespace logs

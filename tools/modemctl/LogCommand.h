@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <string>
+#include <vector>
 
 #include "Failure.h"
 
@@ -24,5 +25,12 @@ void addOptions(CLI::App& app, Options& options);
  * @throws Failure with WRONG_USAGE when the file cannot be read or one cannot be written
  */
 ExitCode run(const Options& options, bool json, const std::string& file);
+
+/**
+ * What went wrong with a request, from the file that an instance's host keeps of its log: the
+ * plug-in's warnings and errors, and what was last seen of it when it was not answered. Empty for
+ * one that went well or is not in the file.
+ */
+std::vector<std::string> whyOf(int instance, const std::string& method, int32_t serial);
 
 }  // namespace logs

@@ -37,6 +37,7 @@ struct Options {
     double timeout = 10;
     int instance = 0;
     int32_t serial = randomSerial();
+    bool why = false;
     bool confirmLog = false;
     uint64_t count = std::numeric_limits<uint64_t>::max();
 
@@ -66,8 +67,7 @@ public:
         while (true) {
             const std::optional<Arrival> arrival = session.next(std::min(noteAt, deadline));
             if (arrival && isAnswer(*arrival)) {
-                printCall(mOptions.json, *arrival->method, arrival->arguments);
-                return arrival->arguments["info"]["error"] == 0 ? ANSWERED : ANSWERED_ERROR;
+                return print(*arrival->method, arrival->arguments);
             }
             if (arrival) {
                 proceed(session, *arrival);
@@ -76,7 +76,8 @@ public:
                 noteAt = deadline;
             } else {
                 throw Failure(NO_ANSWER, mRequest.name + std::string(": no answer in ") +
-                                                 CLI::detail::to_string(mOptions.timeout) + " s");
+                                                 CLI::detail::to_string(mOptions.timeout) + " s" +
+                                                 indented(why(isatty(STDERR_FILENO) != 0)));
             }
         }
     }
@@ -101,6 +102,35 @@ private:
         } else if (arrival.kind == Arrival::DISPLACED) {
             session.install();
         }
+    }
+
+    ExitCode print(const hal::Method& method, nlohmann::ordered_json arguments) const {
+        const bool failed = arguments["info"]["error"] != 0;
+        const bool terminal = isatty(STDOUT_FILENO) != 0 && !mOptions.json;
+        const Words lines = why(failed && terminal);
+        if (mOptions.why) {
+            arguments["why"] = lines;
+        }
+        printCall(mOptions.json, method, arguments);
+        if (!mOptions.json && !lines.empty()) {
+            std::cout << indented(lines).substr(1) << std::endl;
+        }
+        return failed ? ANSWERED_ERROR : ANSWERED;
+    }
+
+    /** What the host's log has about this request, when somebody wants to know. */
+    Words why(bool unasked) const {
+        return mOptions.why || unasked
+                       ? logs::whyOf(mOptions.instance, mRequest.name, mOptions.serial)
+                       : Words();
+    }
+
+    static std::string indented(const Words& lines) {
+        std::string text;
+        for (const std::string& line : lines) {
+            text += "\n    " + line;
+        }
+        return text;
     }
 
     const Options& mOptions;
@@ -202,6 +232,7 @@ public:
         CLI::App& call = add("call", "METHOD [ARG...]: makes a request and prints its answer", ANY,
                              [this](const Words& words) { return Call(mOptions, words).run(); });
         call.add_option("--serial", mOptions.serial, "Serial of the request (random)");
+        call.add_flag("--why", mOptions.why, "What the host's log has about what went wrong");
         CLI::App& watch = add("watch", "Prints events as they come, until Ctrl-C", 0,
                               [this](const Words&) { return Watch(mOptions).run(); });
         watch.add_flag("--confirm-log", mOptions.confirmLog,

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/runtime/RuntimeDir.h"
+
 namespace {
 
 using OnLoad = int (*)(int argc, char** argv);
@@ -90,6 +92,8 @@ void serve(const std::string& plugin, const std::string& instance,
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
     // The simulated modem, which the plug-in brings along, names its ports by it.
     setenv("OX_INSTANCE", instance.c_str(), 1);
+    // Where `modemctl call --why` looks for the reason.
+    setenv("OX_LOG_FILE", runtime::logFile(instance).c_str(), 1);
     load(plugin, arguments);
     const std::string names = servedNames(instance);
     std::cout << "ready: " << plugin << " serves " << names << std::endl;

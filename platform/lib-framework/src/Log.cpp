@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "LogFile.h"
 #include "runtime/ErrorOutput.h"
 
 using runtime::ErrorOutput;
@@ -104,6 +105,7 @@ void writeLine(bool coloured, int priority, const char* tag, const char* text) {
     const uint64_t lost = ErrorOutput::get().takeLost();
     size_t size = lost > 0 ? formatLost(lines, sizeof(lines), coloured, lost) : 0;
     size += formatLine(lines + size, sizeof(lines) - size, coloured, priority, tag, text);
+    LogFile::get().write(lines, size);
     const int patience = priority == LOG_PRIORITY_FATAL ? LAST_WORDS_MS : 0;
     if (!ErrorOutput::get().write(lines, size, patience)) {
         ErrorOutput::get().addLost(lost);
