@@ -1,8 +1,10 @@
+#include <cutils/properties.h>
 #include <gmock/gmock.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <thread>
 
 #include "platform/libmodemapi_vendor/src/AtLine.h"
@@ -179,4 +181,16 @@ TEST(AtLine, EditsLinesAndTellsRequestsApart) {
                   std::tie(parsed.kind, parsed.name, parsed.tokens))
                 << text;
     }
+}
+
+TEST(Properties, HaveRoomFor256) {
+    std::string path = std::filesystem::temp_directory_path() / "sim-tests-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(path.data()));
+    setenv("OX_RUNTIME_DIR", path.c_str(), 1);
+    for (int i = 0; i < 256; ++i) {
+        EXPECT_EQ(0, property_set(std::to_string(i).c_str(), "on")) << i;
+    }
+    EXPECT_NE(0, property_set("256", "on"));
+    EXPECT_EQ(0, property_set("255", "off"));
+    std::filesystem::remove_all(path);
 }

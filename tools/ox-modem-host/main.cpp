@@ -39,7 +39,7 @@ OnLoad findEntry(const std::string& path) {
     return reinterpret_cast<OnLoad>(entry);
 }
 
-/** The plug-in may keep what its argument vector points to, hence `arguments` stay where they are.
+/** Calls onLoad. The plug-in may keep pointers into `arguments`, which therefore outlive the call.
  */
 void load(const std::string& plugin, std::vector<std::string>& arguments) {
     const OnLoad onLoad = findEntry(plugin);

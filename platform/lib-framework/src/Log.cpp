@@ -69,7 +69,7 @@ private:
     int mDefault = 0;
 };
 
-/** Formats one line as logcat does; what does not fit is cut. Its size, newline included. */
+/** Formats one line as logcat does and gives its size with newline; what does not fit is cut. */
 size_t formatLine(char* line, size_t room, bool coloured, int priority, const char* tag,
                   const char* text) {
     static constexpr std::string_view RESET = "\033[0m";
@@ -99,7 +99,7 @@ size_t formatLost(char* line, size_t room, bool coloured, uint64_t lost) {
     return formatLine(line, room, coloured, LOG_PRIORITY_WARNING, "FRAMEWORK", text);
 }
 
-/** The number of lines that were lost goes out with the next line, or is told by a later one. */
+/** Writes a line, and before it in the same write the number of lines lost since, if any. */
 void writeLine(bool coloured, int priority, const char* tag, const char* text) {
     char lines[ErrorOutput::LINE_MAX_BYTES];
     const uint64_t lost = ErrorOutput::get().takeLost();
@@ -112,7 +112,7 @@ void writeLine(bool coloured, int priority, const char* tag, const char* text) {
     }
 }
 
-/** When no line comes after those that were lost. */
+/** Tells of lost lines after which no other line came. Runs at exit. */
 void tellLostAtExit(bool coloured) {
     char line[ErrorOutput::LINE_MAX_BYTES];
     if (const uint64_t lost = ErrorOutput::get().takeLost(); lost > 0) {

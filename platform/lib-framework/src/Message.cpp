@@ -15,7 +15,7 @@ namespace {
 
 std::atomic<desk::Delivery> sDelivery{desk::Delivery::THREADS};
 
-/** Messages that wait to be stepped, in the order of their arrival. */
+/** Messages that wait for desk::step(), in the order of their arrival. */
 struct Steps {
     std::mutex mutex;
     std::deque<std::pair<const Handler*, std::shared_ptr<Message>>> waiting;

@@ -1,9 +1,10 @@
 #include <hidl/HidlSupport.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+
+#include "runtime/ErrorOutput.h"
 
 namespace android::hardware {
 
@@ -17,7 +18,7 @@ uint32_t size32(size_t size) {
 }
 
 void fatal(const std::string& message) {
-    fprintf(stderr, "%s\n", message.c_str());
+    runtime::ErrorOutput::get().print("%s", message.c_str());
     abort();
 }
 

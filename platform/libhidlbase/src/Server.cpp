@@ -7,6 +7,7 @@
 #include <system_error>
 #include <thread>
 
+#include "runtime/ErrorOutput.h"
 #include "runtime/RuntimeDir.h"
 #include "runtime/UnixSocket.h"
 
@@ -54,7 +55,8 @@ void serveClient(runtime::UniqueFd& client, const std::string& name, const sp<St
     connection->exportObject(object);  // the first one, hence SERVICE_TARGET
     const auto ended = [name, pid, slot, self = connection.get()] {
         if (const std::string reason = self->cutReason(); !reason.empty()) {
-            fprintf(stderr, "%s: client %d cut off: %s\n", name.c_str(), pid, reason.c_str());
+            runtime::ErrorOutput::get().print("%s: client %d cut off: %s", name.c_str(), pid,
+                                              reason.c_str());
         }
     };
     connection->start(ended, true);
@@ -94,7 +96,8 @@ status_t publish(const std::string& descriptor, const std::string& name, const s
         registration.holder = taken != nullptr ? taken->holder : 0;
         registration.status = -error.code().value();
         registration.reason = error.what();
-        fprintf(stderr, "%s/%s: %s\n", descriptor.c_str(), name.c_str(), error.what());
+        runtime::ErrorOutput::get().print("%s/%s: %s", descriptor.c_str(), name.c_str(),
+                                          error.what());
     }
     std::lock_guard lock(registry().lock);
     registry().registrations.push_back(registration);

@@ -1,8 +1,9 @@
 #include <hidl/Status.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "runtime/ErrorOutput.h"
 
 namespace android::hardware {
 
@@ -34,7 +35,7 @@ return_status& return_status::operator=(return_status&& other) noexcept {
 }
 
 void return_status::stop() const {
-    fprintf(stderr, "HIDL return status not checked: %s\n", description().c_str());
+    runtime::ErrorOutput::get().print("HIDL return status not checked: %s", description().c_str());
     abort();
 }
 

@@ -5,7 +5,7 @@
 
 #include "Modem.h"
 
-/** What the functions of the API are made of. `function` is always the C function's name. */
+/** Steps that the functions of the API share. `function` is always the C function's name. */
 namespace sim {
 
 constexpr Needs NO_SERVICE{0, false};
@@ -19,12 +19,12 @@ constexpr Needs SAR{MODEM_API_QMI_SERVICE_SAR, false};
 constexpr Needs PDC{MODEM_API_QMI_SERVICE_PDC, false};
 constexpr Needs VS{MODEM_API_QMI_SERVICE_VS, false};
 
-/** Success or failure of something that was there or was not. */
+/** The API's result for success or failure. */
 inline int resultIf(bool success) {
     return success ? MODEM_API_RESULT_SUCCESS : MODEM_API_RESULT_FAILURE;
 }
 
-/** Runs what one function does; its result, and success if it gives none. */
+/** Runs `work` and gives its result; success when it returns none. */
 template <class Work, class... Arguments>
 int resultOf(Work& work, Arguments&... arguments) {
     if constexpr (std::is_void_v<std::invoke_result_t<Work&, Arguments&...>>) {

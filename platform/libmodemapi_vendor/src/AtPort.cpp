@@ -29,8 +29,9 @@ void check(bool success, const std::string& what) {
 }
 
 /**
- * Takes the line discipline from the terminal's side: that is the modem's part. The side stays
- * open, or else the port would hang up when a terminal program leaves.
+ * Turns off echo, line editing and signal keys at the terminal's end of the pseudo-terminal: echo
+ * and editing are done by the modem, in AtLine. This end stays open until the process ends;
+ * otherwise the modem's end would read errors whenever no terminal program has the port open.
  */
 void makeRaw(const std::string& path) {
     const int slave = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -40,7 +41,7 @@ void makeRaw(const std::string& path) {
     check(tcsetattr(slave, TCSANOW, &settings) == 0, path);
 }
 
-/** Lets `link` point to `target` until this process ends. */
+/** Makes `link` point to `target`, and removes it when the process exits. */
 void makeLink(const std::string& link, const std::string& target) {
     static const auto& made = *new auto(std::tuple(link, target, getpid()));
     if (fs::is_symlink(link)) {
@@ -68,10 +69,10 @@ std::string AtPort::open(const std::string& link, Hand hand, Timeout timeout) {
                   ptsname_r(mMaster, path, sizeof path) == 0,
           "AT port");
     makeRaw(path);
+    std::thread([this] { serve(); }).detach();
     makeLink(link, path);
     std::lock_guard lock(mMutex);
     mPath = path;
-    std::thread([this] { serve(); }).detach();
     return path;
 }
 

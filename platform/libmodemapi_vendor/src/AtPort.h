@@ -14,7 +14,7 @@
 
 namespace sim {
 
-/** A command for the one who registered its name. */
+/** A command on its way to the client that registered its name. */
 struct AtCommand {
     uint64_t handle;
     uint64_t opCode;
@@ -33,16 +33,16 @@ public:
     using Hand = std::function<void(AtCommand)>;
     using Timeout = std::function<std::chrono::milliseconds()>;
 
-    /** Opens the pseudo-terminal and lets `link` point to it; its path. Throws system_error. */
+    /** Opens the pseudo-terminal, links it as `link`, gives its path. Throws std::system_error. */
     std::string open(const std::string& link, Hand hand, Timeout timeout);
 
     void registerName(const std::string& name);
-    /** Ends what is open with an error and forgets the name: the AT service is gone. */
+    /** Forgets the registered name and ends open commands with an error: the AT service is down. */
     void forget();
 
-    /** Opens a command that nobody typed, in place of an earlier one; its handle. */
+    /** Registers a command of the text port as open, in place of an earlier one; its handle. */
     uint64_t post();
-    /** Ends the open command of that handle, and says so where it was typed; false: not open. */
+    /** Ends the open command of that handle, with OK or ERROR at its terminal; false: not open. */
     bool finish(uint64_t handle, bool success);
 
     std::vector<std::pair<std::string, std::string>> describe() const;

@@ -38,7 +38,7 @@ public:
         return toNumber(place, mWords[place], lowest, greatest);
     }
 
-    /** The same of the last argument, where a list of them is no sense. */
+    /** The number at `place`, which has to be the last argument. */
     int64_t only(size_t place, int64_t lowest, int64_t greatest) const {
         if (count() > place) {
             refuse(place + 1, "is one too many");
@@ -79,7 +79,7 @@ public:
                                     mWords[place] + "' " + why);
     }
 
-    /** To be called by what makes events. */
+    /** Throws when too many events wait; called by each command that makes one. */
     void checkRoomForEvents() const {
         if (!modem.takesEvents()) {
             throw std::invalid_argument(mWords[0] + ": too many events wait to be taken (" +

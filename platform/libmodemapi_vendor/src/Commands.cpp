@@ -124,7 +124,7 @@ void event(Call& call) {
     call.modem.raise(number, data, true);
 }
 
-/** Values of a record: where the first one is, how wide each is, and how many stand in a row. */
+/** `count` values of a record, `width` bytes each, one behind the other from `offset` on. */
 struct Values {
     size_t offset, width, count;
 };
@@ -208,7 +208,10 @@ void delay(Call& call) {
     call.edit([&](Knobs& knobs) { knobs.delay = {least, greatest}; });
 }
 
-/** A field that `patch` knows by its name, in the records of the functions that begin so. */
+/**
+ * A 32-bit field that `patch` knows by its name: its offset in the answers of those functions whose
+ * names begin with `functions`. The first entry that fits counts.
+ */
 struct Field {
     const char* name;
     const char* functions;
@@ -226,7 +229,7 @@ constexpr Field FIELDS[] = {
         {"result", "modem_", offsetof(modem_async_response, result)},
 };
 
-/** Where a patch goes and its bytes: four after the name of a field, any after an offset. */
+/** Offset and bytes of a patch; after a named field comes a number, after an offset come bytes. */
 std::pair<size_t, Bytes> patchOf(const Call& call) {
     for (const auto& [name, functions, offset] : FIELDS) {
         if (call.text(2) == name && call.text(1).rfind(functions, 0) == 0) {

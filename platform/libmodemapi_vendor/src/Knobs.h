@@ -14,13 +14,13 @@
 
 namespace sim {
 
-/** What is out of the ordinary with one function of the modem API. */
+/** How one function of the modem API is made to misbehave, and how often it was called. */
 struct Knobs {
     uint64_t calls = 0;
     int failCode = 0;
     uint64_t failAfter = 0;  ///< calls that still succeed before the failing ones
     uint64_t failTimes = 0;  ///< calls that fail
-    /** Least and greatest; the call of a synchronous function lasts so long, an answer waits. */
+    /** Bounds of a random time: how long a synchronous call lasts, or an answer waits. */
     std::optional<std::pair<Milliseconds, Milliseconds>> delay;
     bool silent = false;               ///< the answer never comes
     std::map<size_t, Bytes> patches;   ///< written over the answer, by offset
@@ -36,7 +36,7 @@ public:
     /** How long the answer of `function` waits; `ordinary` unless a knob says otherwise. */
     Milliseconds answerDelay(std::string_view function, Milliseconds ordinary);
 
-    /** The bytes that go out for a record: patched, cut, extended with zeros. */
+    /** The record as the knobs have it: patched, then cut or extended with zeros. */
     Bytes shape(std::string_view function, const void* record, size_t size);
 
     /** Throws std::invalid_argument when the modem API has no such function. */

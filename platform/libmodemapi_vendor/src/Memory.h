@@ -15,7 +15,7 @@ namespace sim {
 constexpr size_t NV_ITEM_LARGEST = 512;
 constexpr size_t FILE_LARGEST = 10240;
 
-/** Contents by two numbers, such as an NV item by its selector and its item number. */
+/** Byte contents, each under two numbers, such as an NV item under its selector and its number. */
 class Store {
 public:
     using Key = std::pair<int64_t, int64_t>;
@@ -23,7 +23,7 @@ public:
 
     explicit Store(size_t largest) : mLargest(largest) {}
 
-    /** A result of the modem API; refuses what is too large and a store that is full. */
+    /** Gives a result of the modem API: too large, or a full store, is INVALID_PARAM. */
     int write(Key key, const uint8_t* data, size_t size);
     const Bytes* find(Key key) const;
     bool erase(Key key) { return entries.erase(key) != 0; }
@@ -45,9 +45,9 @@ struct Configuration {
     bool isComplete() const { return data.size() == total; }
 
     /**
-     * Adds a chunk. A load that starts over is known by its total, if that is another one, or by
-     * its first chunk coming again; as a file may repeat itself, too, it is then the end of the
-     * load that tells which of the two it was.
+     * Adds a chunk. Chunks carry no offset, so a load that starts over shows by another total, or
+     * by its first chunk coming again. The latter may also be a file that repeats itself; which of
+     * the two it was shows when more chunks come than the total has room for.
      *
      * @return false when the chunk runs beyond the end
      */

@@ -15,7 +15,7 @@
 
 namespace sim {
 
-/** What must be there for an operation: its service, and with it a bound subscription. */
+/** What an operation needs: its service up, and perhaps bound to a subscription. */
 struct Needs {
     modem_api_qmi_service_type service;
     bool bound;
@@ -43,7 +43,7 @@ public:
     /** Lives until the process ends: its threads may run while the process is leaving. */
     static Modem& get();
 
-    /** Opens the text port and the AT port, the first time; without them the modem goes on. */
+    /** Opens the text port and the AT port at the first call; a failure is told on stderr only. */
     void startPorts();
 
     /**
@@ -77,7 +77,7 @@ public:
     bool takesEvents() { return mEvents.takesMore(); }
     /** True when the event would reach the callback now. */
     bool isWanted(modem_api_event_type event);
-    /** Reports an event if it is wanted when its turn comes; `always`: wanted or not. */
+    /** Queues an event; it is dropped if nobody wants it when its turn comes, unless `always`. */
     void raise(modem_api_event_type event, Bytes data, bool always = false);
     void raiseAtCommand(AtCommand command);
     void setRadioReport(bool on);
@@ -98,7 +98,7 @@ public:
     void restart(std::optional<Milliseconds> pause = {});
     std::vector<modem_api_qmi_service_type> openServices();
 
-    /** Everything there is to know, by stable names. */
+    /** The modem's whole state as keys and values, for `state` of the text port. */
     std::vector<std::pair<std::string, std::string>> describe();
 
 private:
@@ -116,7 +116,8 @@ private:
     void deliver(modem_api_event_type event, Bytes data, bool always);
     void deliverAtCommand(const AtCommand& command);
     void reportRadio(uint64_t run);
-    /** On the event thread; with a `life`, only while that lasts and the service is open. */
+    /** On the event thread. With a `life`: only if no restart came since, and the service is open.
+     */
     void comeUp(modem_api_qmi_service_type service, std::optional<uint64_t> life);
     void goDown(modem_api_qmi_service_type service);
 

@@ -14,7 +14,7 @@ bool Scheduler::takesMore() {
     return mThreads > 0 && mTasks.size() < WAITING_MAX;
 }
 
-/** Those that the system refuses are tried again by the next call. */
+/** With the lock held. A thread that the system refuses now is tried again at the next call. */
 void Scheduler::startThreads() {
     try {
         for (; mThreads < mThreadsWanted; ++mThreads) {

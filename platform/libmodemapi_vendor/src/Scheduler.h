@@ -12,16 +12,16 @@ namespace sim {
 
 using Milliseconds = std::chrono::milliseconds;
 
-/** A delay for what is not to run while the process lives. */
+/** A delay that no process outlives: the task never runs. */
 constexpr Milliseconds NEVER = std::chrono::hours(24 * 365);
 
-/** Tasks that may wait in one scheduler before it asks to be spared. */
+/** Tasks that may wait in one scheduler before takesMore() says no. */
 constexpr size_t WAITING_MAX = 4096;
 
 /**
  * Runs tasks when they are due, by their time and then in the order they were posted; with one
  * thread also one at a time. Tasks may post. Its threads run until the process ends, so it is never
- * destroyed: whoever makes one keeps it reachable and leaves it.
+ * destroyed.
  */
 class Scheduler {
 public:
@@ -31,8 +31,9 @@ public:
     Scheduler& operator=(const Scheduler&) = delete;
 
     /**
-     * False when WAITING_MAX tasks wait, or when the system gives it no thread. Whoever posts on
-     * somebody's request asks this first and refuses the request.
+     * False when WAITING_MAX tasks wait, or when the system has no thread for it. A request that
+     * would post a task is refused then; post() itself always takes the task, so that a change of
+     * the modem's own, such as a service going down, is never lost.
      */
     bool takesMore();
 

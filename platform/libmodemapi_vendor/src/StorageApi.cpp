@@ -23,7 +23,7 @@ int write(const char* function, Store Memory::*store, Store::Key key, const uint
                    [&](Memory& memory) { return (memory.*store).write(key, data, size); });
 }
 
-/** The item under selector 0, else under any; null when there is none. */
+/** The NV item of that number under selector 0, else under any selector; null for none. */
 const Bytes* findItem(const Store& items, int32_t item) {
     const Bytes* content = items.find({0, item});
     for (auto entry = items.entries.begin(); content == nullptr && entry != items.entries.end();
