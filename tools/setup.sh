@@ -3,7 +3,7 @@
 build_packages=(cmake ninja-build g++ dpkg-dev file python3 nlohmann-json3-dev libcli11-dev
                 libgtest-dev libgmock-dev libbenchmark-dev)
 sanitizer_packages=(clang-14 clang libclang-rt-14-dev)
-device_packages=(clang hidl-gen android-libutils-dev android-libcutils-dev blueprint-tools
+device_packages=(clang libc++-14-dev libc++abi-14-dev hidl-gen android-libutils-dev android-libcutils-dev blueprint-tools
                  libxml2-utils m4 checkpolicy secilc)
 check_packages=(clang-format-14 clang-tidy-14)
 

@@ -89,9 +89,9 @@ TEST(MarshallingTest, countsThatCannotBeAreRefusedBeforeAllocation) {
 }
 
 TEST(HidlVecTest, ownsACopyButNotWhatIsExternal) {
-    int here[] = {1, 2, 3};
+    const std::unique_ptr<int[]> here(new int[3]{1, 2, 3});
     hidl_vec<int> external;
-    external.setToExternal(here, 3);
+    external.setToExternal(here.get(), 3);
     hidl_vec<int> copy = external;
     hidl_vec<int> moved = std::move(external);
     here[0] = 9;

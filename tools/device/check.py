@@ -101,7 +101,7 @@ def sources(root, only=None):
         includes = [".", out, f"{STAND_INS}/include", "platform/libhidlbase/include",
                     "platform/lib-framework/include", "platform/libmodemapi_vendor/include"]
         command = ["clang++", "-fsyntax-only", "-std=" + bp_list(root, "Android.bp", "cpp_std")[0],
-                   "-fno-rtti", "-fno-exceptions", *bp_list(root, "Android.bp", "cflags"),
+                   "-stdlib=libc++", "-fno-rtti", "-fno-exceptions", *bp_list(root, "Android.bp", "cflags"),
                    *bp_list(root, "Android.bp", "cppflags"), *(f"-I{path}" for path in includes),
                    "-isystem", PLATFORM_HEADERS]
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
@@ -160,18 +160,22 @@ def sepolicy(root):
 
 
 def symbols(root):
-    """The guide tells what the plug-in takes from each library."""
+    """The guide tells what the plug-in takes from the device: headers, and functions."""
     if symbol_table(root) not in read(root, GUIDE):
-        raise Wrong(f"{GUIDE}: the table of symbols is not the one of {LIBRARY}; "
-                    "./test.sh device --write makes it anew")
+        raise Wrong(f"{GUIDE}: headers and symbols are not those of the sources and {LIBRARY}; "
+                    "./test.sh device --write makes them anew")
 
 
 def symbol_table(root):
-    """What the library of the plain build needs of those that no public header describes."""
+    """What the sources include of the device, and what the library of the plain build takes."""
+    files = [path for folder in SOURCE_FOLDERS for path in (root / folder).glob("*.*")]
+    headers = set(re.findall(r"^#include <(.*/.*\.h|modem_api\.h)>$", "\n".join(
+        path.read_text(encoding="utf-8") for path in files), re.M))
     build = root / "build/dev/lib"
     dump = ["nm", "-D", "--without-symbol-versions", "--format=just-symbols"]
     wanted = set(run(root, *dump, "--undefined-only", build / LIBRARY).split())
-    text = ""
+    text = "Headers:\n\n```\n" + "".join(
+        f"{header}\n" for header in sorted(headers) if not header.startswith("sys/")) + "```\n\n"
     for library in ("lib-framework", "libcutils", "libmodemapi_vendor"):
         defined = run(root, *dump, "--defined-only", build / f"{library}.so").split()
         names = run(root, "c++filt", input="\n".join(wanted & set(defined)))
