@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -23,11 +22,13 @@ using Execute = std::function<std::string(const std::string&)>;
 
 std::atomic<int> sConnections{0};
 
-/** False when the socket cannot be used until then; without a time, waits for ever. */
-bool waitFor(int fd, short what, const std::optional<Clock::time_point>& until) {
+constexpr Clock::time_point NEVER = Clock::time_point::max();
+
+/** False when the socket cannot be used until then; NEVER waits for ever. */
+bool waitFor(int fd, short what, Clock::time_point until) {
     int timeout = -1;
-    if (until) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - Clock::now());
+    if (until != NEVER) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
         timeout = std::max(0, static_cast<int>(left.count()));
     }
     pollfd socket{fd, what, 0};
@@ -69,7 +70,7 @@ bool answerLines(int fd, std::string& input, const Execute& execute) {
 void serveConnection(int fd, const Execute& execute) {
     std::string input;
     char bytes[4096];
-    std::optional<Clock::time_point> lineDue;
+    Clock::time_point lineDue = NEVER;
     for (;;) {
         if (!waitFor(fd, POLLIN, lineDue)) {
             refuse(fd, "line not completed in time");
@@ -90,7 +91,7 @@ void serveConnection(int fd, const Execute& execute) {
             return;
         }
         if (input.empty()) {
-            lineDue.reset();
+            lineDue = NEVER;
         } else if (!begun || input.size() != received) {  // the first bytes of a line
             lineDue = Clock::now() + TEXT_PATIENCE;
         }
