@@ -146,6 +146,13 @@ TEST(Events, AreRoutedOrRefused) {
         return "E " + func + ": event data of " + std::to_string(size) +
                " bytes is too short, need " + std::to_string(least);
     };
+    const auto unknown = [](const std::string& what) {
+        return "E unknow QMI service, can't process service " + what + " event";
+    };
+    const auto onConnected = [](const std::string& name) {
+        return Lines{"I " + name + " QMI service is connected",
+                     "I onConnected: " + name + " QMI client is connected"};
+    };
     const auto async = [](const std::string& what) {
         return "I async response for " + what + " reported";
     };
@@ -155,16 +162,16 @@ TEST(Events, AreRoutedOrRefused) {
         Data data;    // empty for none
         Lines lines;  // after the one that tells the event
     } rows[] = {
-        {0, 0, {2}, {"I DMS QMI service is connected", "I onConnected: DMS QMI client is connected"}},
-        {0, 0, {17}, {"I SAR QMI service is connected", "I onConnected: SAR QMI client is connected"}},
-        {0, 0, {36}, {"I PDC QMI service is connected", "I onConnected: PDC QMI client is connected"}},
+        {0, 0, {2}, onConnected("DMS")},
+        {0, 0, {17}, onConnected("SAR")},
+        {0, 0, {36}, onConnected("PDC")},
         {0, 1, {228}, {"I VS QMI service is disconnected"}},
         {0, 0, {2, 2}, {"E invalid data input for QMI service connected event"}},
         {0, 1, {}, {"E invalid data input for QMI service disconnected event"}},
-        {0, 0, {231}, {"I VMS QMI service is connected", "E unknow QMI service, can't process service connected event"}},
+        {0, 0, {231}, {"I VMS QMI service is connected", unknown("connected")}},
         {0, 1, {99}, {"I UNKNOWN QMI service is disconnected",
-            "E unknow QMI service, can't process service disconnected event"}},
-        {1, 0, {8}, {"I AT QMI service is connected", "E unknow QMI service, can't process service connected event"}},
+            unknown("disconnected")}},
+        {1, 0, {8}, {"I AT QMI service is connected", unknown("connected")}},
         {1, 2, {1}, {"I AT command reported"}},
         {1, 17, {1}, {"I async response for get-active-mbn-info reported"}},
         {0, 16, {1}, {"E modem api event 16 NOT supported"}},

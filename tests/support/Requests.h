@@ -53,11 +53,11 @@ struct Request {
     Posts posts;
     const char* entry;  ///< the client's line, with % as above; null for none
     Payload payload = Payload::NONE;
-    int event = 0;  ///< of a TOKEN
     const char* done =
             nullptr;  ///< the handler's line after success; null: as in the vendor client
     const char* refused = nullptr;          ///< and after a refusal; "" for none
     const char* handler = nullptr;          ///< null: "handle", the name, "Message"
+    int event = 0;                          ///< of a TOKEN, which carries its answer
     const hal::Method* method = nullptr;    ///< of IModem
     const hal::Method* response = nullptr;  ///< of IModemResponse
 };
