@@ -140,7 +140,7 @@ std::string propertyRecord(const std::string& name, const std::string& value) {
 std::string argument(const hal::Type& type, const Value& value) {
     switch (type.kind) {
         case hal::Type::Kind::STRING:
-            return value.bytes.c_str();  // ends at its first NUL
+            return value.bytes.substr(0, value.bytes.find('\0'));
         case hal::Type::Kind::VEC:
             return hex(value.bytes);
         default:
