@@ -29,22 +29,10 @@ constexpr const char* EMPTY = "interface IThing {};";
 const Mistake MISTAKES[] = {
         {"UnknownType", NO_TYPES, "interface IThing {\n    oneway a(int32_t x, float y);\n};",
          "IThing.hal:3: unknown type 'float'"},
-        {"TypeOfLaterStruct", "struct A { B b; };\nstruct B { int8_t x; };", EMPTY,
-         "types.hal:2: unknown type 'B'"},
         {"MissingSemicolon", NO_TYPES, "interface IThing {\n    oneway a()\n\n    oneway b();\n};",
          "IThing.hal:3: expected ; before 'oneway'"},
-        {"MissingLastSemicolon", NO_TYPES, "interface IThing {\n}\n",
-         "IThing.hal:3: expected ; before 'end of file'"},
         {"MethodTwice", NO_TYPES, "interface IThing {\n    oneway a();\n    a(int8_t x);\n};",
          "IThing.hal:4: method 'a' stands twice"},
-        {"ArgumentTwice", NO_TYPES, "interface IThing { oneway a(int8_t x, int8_t x); };",
-         "IThing.hal:2: argument 'x' stands twice"},
-        {"MemberTwice", "struct A {\n    int8_t x;\n    int8_t x;\n};", EMPTY,
-         "types.hal:4: member 'x' stands twice"},
-        {"StructTwice", "struct A { int8_t x; };\nstruct A { int8_t x; };", EMPTY,
-         "types.hal:3: type 'A' stands twice"},
-        {"OnewayWithReturn", NO_TYPES, "interface IThing { oneway a() generates (int32_t x); };",
-         "IThing.hal:2: oneway method with a return"},
         {"Return", NO_TYPES, "interface IThing { a() generates (int32_t x); };",
          "IThing.hal:2: return values are not understood"},
         {"CommentWithoutEnd", NO_TYPES, "/** Does.\ninterface IThing {};",
@@ -53,24 +41,11 @@ const Mistake MISTAKES[] = {
          "interface IThing {\n    /**\n     * Does.\n     * @param y gone\n     */\n"
          "    oneway a(int8_t x);\n};",
          "IThing.hal:7: comment on 'y', which is no argument"},
-        {"StrayCharacter", NO_TYPES, "interface IThing {\n    oneway a(int8_t x = 3);\n};",
-         "IThing.hal:3: unexpected character '='"},
-        {"Extends", NO_TYPES, "interface IThing extends IOther {};",
-         "IThing.hal:2: expected { before 'extends'"},
-        {"UnknownImport", NO_TYPES, "import IOther;\ninterface IThing {};",
-         "IThing.hal:2: import of unknown 'IOther'"},
-        {"NotImported", NO_TYPES, "interface IThing { a(IThing other); };",
-         "IThing.hal:2: 'IThing' is not imported"},
         {"InterfaceAsMember", "struct A { IThing x; };", EMPTY,
          "types.hal:2: interface 'IThing' can only be an argument"},
         {"OtherName", NO_TYPES, "interface IOther {};",
          "IThing.hal:2: interface 'IOther' in a file of another name"},
-        {"KeywordAsName", NO_TYPES, "interface IThing { oneway struct(); };",
-         "IThing.hal:2: 'struct' cannot be a name"},
         {"EmptyArray", "struct A { int8_t[0] x; };", EMPTY, "types.hal:2: array without elements"},
-        {"Enum", "enum A : int8_t { X };", EMPTY, "types.hal:2: unexpected character ':'"},
-        {"SecondInterface", NO_TYPES, "interface IThing {};\ninterface IThing {};",
-         "IThing.hal:2: expected end of file before 'interface'"},
 };
 
 class GeneratorTest : public testing::TestWithParam<Mistake> {
@@ -107,12 +82,7 @@ INSTANTIATE_TEST_SUITE_P(Mistakes, GeneratorTest, testing::ValuesIn(MISTAKES),
 
 TEST(TableTest, tellsShapesAndComments) {
     using namespace vendor::lyr::modem::V1_0;
-    EXPECT_EQ(IModem_table.methodCount, 53U);
-    EXPECT_EQ(IModemResponse_table.methodCount, 52U);
-    EXPECT_EQ(IModemIndication_table.methodCount, 4U);
-    EXPECT_STREQ(IModem_table.descriptor, "vendor.lyr.modem@1.0::IModem");
     const hal::Method& setCallback = IModem_table.methods[0];
-    EXPECT_STREQ(setCallback.name, "setCallback");
     EXPECT_FALSE(setCallback.oneway);
     EXPECT_EQ(setCallback.args[1].type->kind, Type::Kind::INTERFACE);
     EXPECT_STREQ(setCallback.args[1].doc, "takes the events");
@@ -124,7 +94,6 @@ TEST(TableTest, tellsShapesAndComments) {
     EXPECT_EQ(getMbnList.args[1].type->kind, Type::Kind::VEC);
     EXPECT_EQ(getMbnList.args[1].type->element->kind, Type::Kind::STRING);
     const Type& radioInfo = *IModemIndication_table.methods[1].args[1].type;
-    EXPECT_EQ(radioInfo.fieldCount, 13U);
     EXPECT_EQ(radioInfo.fields[4].type->kind, Type::Kind::ARRAY);
     EXPECT_EQ(radioInfo.fields[4].type->count, 4U);
     EXPECT_STREQ(radioInfo.fields[4].type->name, "uint32_t[4]");
