@@ -68,10 +68,10 @@ public:
     }
     Return<void> modemRadioInfoReportInd(uint32_t, const RadioInfo&) override { return Void(); }
     Return<void> powerSaveModeInd(uint32_t, int32_t mode) override {
-        modes.add(mode);
         if (onMode) {
             onMode(mode);
         }
+        modes.add(mode);
         return Void();
     }
     Return<void> atLogControlInfoInd(uint32_t, uint8_t, uint8_t, const hidl_string&) override {
@@ -393,6 +393,7 @@ TEST_F(TransportTest, ofAllPeersTheOneThatLeavesMostIsCut) {
         connection->close("test over");
         close(fd);
     }
+    EXPECT_EQ(cut.wait(peers.size()).size(), peers.size());
 }
 
 TEST_F(TransportTest, thousandsUnderWayAreAllAnsweredToACallbackThatAsksOn) {
