@@ -77,7 +77,7 @@ bool decode(Parcel& parcel, android::hardware::hidl_string& text) {
     if (!parcel.readString(&content)) {
         return false;
     }
-    text = std::move(content);
+    text = content;
     return true;
 }
 
