@@ -103,8 +103,13 @@ public:
         return mIndication;
     }
 
+    /** That of the last setCallback. */
+    std::shared_ptr<Connection> client() {
+        std::lock_guard lock(mLock);
+        return mClient;
+    }
+
     std::function<void(IModemIndication*)> onSetCallback;
-    std::shared_ptr<Connection> client;  ///< of the last setCallback
 
 private:
     bool setCallback(Parcel& args) {
@@ -117,7 +122,7 @@ private:
         {
             std::lock_guard lock(mLock);
             std::swap(mIndication, indication);
-            client = args.connection()->shared_from_this();
+            mClient = args.connection()->shared_from_this();
         }
         if (onSetCallback) {
             onSetCallback(installed.get());
@@ -145,6 +150,7 @@ private:
 
     std::mutex mLock;
     sp<IModemIndication> mIndication;
+    std::shared_ptr<Connection> mClient;
 };
 
 /** Entries of a folder of this process's: threads or open files. */
@@ -343,7 +349,7 @@ TEST_F(TransportTest, peerThatDoesNotTakeIsCutWithoutThreadsAndOthersAreServed) 
     for (const bool takesBytes : {false, true}) {
         hal::setStallLimit(takesBytes ? 200ms : 60s);
         const int fd = connectRawWithCallback();
-        const std::shared_ptr<Connection> connection = modem->client;
+        const std::shared_ptr<Connection> connection = modem->client();
         const ptrdiff_t threads = countOf("task");
         for (uint32_t id = 3; connection->isOpen(); ++id) {  // each makes it release the one before
             EXPECT_TRUE(sendRaw(fd, bytesOf({20, 1, 1, id, 0, id})) || !connection->isOpen());
@@ -540,7 +546,7 @@ TEST_F(TransportTest, whatAClientLeavesBehindIsLetGo) {
     EXPECT_TRUE(client.isServed(1));
     EXPECT_EQ(client.indication->getStrongCount(), 2) << "one stub, the last, holds it";
     Events closed;
-    modem->client->onClosed([&] { closed.add(1); });
+    modem->client()->onClosed([&] { closed.add(1); });
     client.modem.clear();  // the callback is still installed and keeps the connection
     EXPECT_TRUE(modem->indication()->powerSaveModeInd(0, 2).isOk());
     EXPECT_EQ(client.indication->modes.wait(2).back(), 2);
