@@ -58,6 +58,7 @@ private:
             cutLongest();
             const auto done = [](const auto& outgoing) { return !serve(*outgoing); };
             mServed.erase(std::remove_if(mServed.begin(), mServed.end(), done), mServed.end());
+            noteIdle();
         }
     }
 
@@ -84,7 +85,11 @@ private:
         std::lock_guard lock(mLock);
         mServed.insert(mServed.end(), mAdded.begin(), mAdded.end());
         mAdded.clear();
-        mIdle = mServed.empty();
+    }
+
+    void noteIdle() {
+        std::lock_guard lock(mLock);
+        mIdle = mServed.empty() && mAdded.empty();
         if (mIdle) {
             mBecameIdle.notify_all();
         }
