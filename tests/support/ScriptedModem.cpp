@@ -62,21 +62,6 @@ void ScriptedModem::reset() {
     mPending.clear();
 }
 
-void ScriptedModem::returns(const std::string& function, int result) {
-    std::lock_guard lock(mMutex);
-    mResults[function] = result;
-}
-
-void ScriptedModem::returnsOnce(const std::string& function, std::vector<int> results) {
-    std::lock_guard lock(mMutex);
-    mNextResults[function] = std::move(results);
-}
-
-void ScriptedModem::onCall(const std::string& function, std::function<void(void*)> fill) {
-    std::lock_guard lock(mMutex);
-    mFills[function] = std::move(fill);
-}
-
 std::vector<std::string> ScriptedModem::calls() const {
     std::lock_guard lock(mMutex);
     return mCalls;
@@ -91,27 +76,16 @@ std::vector<std::string> ScriptedModem::calls(const std::string& function) const
     return some;
 }
 
-void ScriptedModem::clearCalls() {
-    std::lock_guard lock(mMutex);
-    mCalls.clear();
-}
-
-std::optional<ScriptedModem::Pending> ScriptedModem::takePending() {
-    std::lock_guard lock(mMutex);
-    if (mPending.empty()) {
-        return std::nullopt;
-    }
-    Pending first = mPending.front();
-    mPending.erase(mPending.begin());
-    return first;
-}
-
 bool ScriptedModem::answer(const void* data, size_t length) {
-    const std::optional<Pending> request = takePending();
-    if (request) {
-        request->callback(data, length, request->cookie, MODEM_API_RESULT_SUCCESS);
+    std::unique_lock lock(mMutex);
+    if (mPending.empty()) {
+        return false;
     }
-    return request.has_value();
+    const Call first = mPending.front();
+    mPending.pop_front();
+    lock.unlock();
+    first.callback(data, length, first.cookie, MODEM_API_RESULT_SUCCESS);
+    return true;
 }
 
 bool ScriptedModem::answer(const modem_async_response& response) {
@@ -148,7 +122,7 @@ int ScriptedModem::enter(const Call& call) {
             result = found->second;
         }
         if (result == 0 && call.callback != nullptr) {
-            mPending.push_back({call.function, call.cookie, call.callback});
+            mPending.push_back(call);
         }
     }
     if (fill) {

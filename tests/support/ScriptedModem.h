@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,25 +25,28 @@ public:
     void reset();
 
     /** What a function returns from now on, or for the next calls alone. */
-    void returns(const std::string& function, int result);
-    void returnsOnce(const std::string& function, std::vector<int> results);
+    void returns(const std::string& function, int result) {
+        std::lock_guard lock(mMutex);
+        mResults[function] = result;
+    }
+    void returnsOnce(const std::string& function, std::vector<int> results) {
+        std::lock_guard lock(mMutex);
+        mNextResults[function] = std::move(results);
+    }
 
     /** Runs inside a function, before it returns: to fill what it was given. */
-    void onCall(const std::string& function, std::function<void(void*)> fill);
+    void onCall(const std::string& function, std::function<void(void*)> fill) {
+        std::lock_guard lock(mMutex);
+        mFills[function] = std::move(fill);
+    }
 
     std::vector<std::string> calls() const;
     /** Calls of one function, or of those that begin so. */
     std::vector<std::string> calls(const std::string& function) const;
-    void clearCalls();
-
-    /** An asynchronous request that waits for its answer. */
-    struct Pending {
-        std::string function;
-        void* cookie;
-        modem_api_async_callback callback;
-    };
-    /** The oldest one, taken out; nothing when none waits. */
-    std::optional<Pending> takePending();
+    void clearCalls() {
+        std::lock_guard lock(mMutex);
+        mCalls.clear();
+    }
 
     /** Answers the oldest asynchronous request on this thread; false when none waits. */
     bool answer(const void* data, size_t length);
@@ -74,7 +77,7 @@ private:
     std::map<std::string, int> mResults;
     std::map<std::string, std::vector<int>> mNextResults;
     std::map<std::string, std::function<void(void*)>> mFills;
-    std::vector<Pending> mPending;
+    std::deque<Call> mPending;  ///< asynchronous requests that wait for their answer
     modem_api_event_callback mEventCallback = nullptr;
     std::function<int(const Call&)> mTaker;
 };
