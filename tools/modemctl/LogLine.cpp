@@ -191,7 +191,7 @@ void LineReader::fill() {
     std::copy(mBuffer.begin() + mBegin, mBuffer.begin() + mEnd, mBuffer.begin());
     mEnd -= mBegin;
     mBegin = 0;
-    const ssize_t count = read(mFile, mBuffer.data() + mEnd, mBuffer.size() - mEnd);
+    const ssize_t count = ::read(mFile, mBuffer.data() + mEnd, mBuffer.size() - mEnd);
     if (count < 0 && errno != EINTR) {
         throw std::system_error(errno, std::generic_category(), "log");
     }
