@@ -70,9 +70,11 @@ std::string servedNames(const std::string& instance) {
         if (registration.status != android::OK) {
             throw std::runtime_error("cannot serve " + name + ": " + registration.reason);
         }
-        if (hal::connectToService(registration.descriptor, registration.name) == nullptr) {
+        const auto service = hal::connectToService(registration.descriptor, registration.name);
+        if (service == nullptr) {
             throw std::runtime_error(name + " does not answer");
         }
+        service->close("it answers");  // otherwise the service would wait for a first message
         names += (names.empty() ? "" : ", ") + name;
     }
     return names.empty() ? "nothing yet" : names;
