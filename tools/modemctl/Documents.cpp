@@ -84,7 +84,8 @@ std::string describeAtLength(const hal::Method& method) {
 }
 
 std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
-    return app.get_subcommands([](const CLI::App*) { return true; });
+    return app.get_subcommands(
+            [](const CLI::App* command) { return !command->get_group().empty(); });
 }
 
 /** The program's own options and those of its commands, --help once. */

@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <iomanip>
 #include <iostream>
 
@@ -46,14 +48,38 @@ void printText(const hal::Method& method, const ordered_json& arguments) {
     std::cout << std::endl;
 }
 
+/** Local time to the millisecond, by a format of strftime for all but the fraction and zone. */
+std::string now(const char* format, bool zone) {
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    tm local{};
+    localtime_r(&time.tv_sec, &local);
+    char day[40];
+    char offset[8];
+    strftime(day, sizeof day, format, &local);
+    strftime(offset, sizeof offset, "%z", &local);
+    char text[64];
+    snprintf(text, sizeof text, "%s.%03ld", day, time.tv_nsec / 1000000);
+    return std::string(text) + (zone ? std::string(offset, 3) + ':' + (offset + 3) : "");
+}
+
 }  // namespace
 
-void printCall(bool json, const hal::Method& method, const ordered_json& arguments) {
+void checkOutput() {
+    std::cout.exceptions(std::ios::badbit | std::ios::failbit);
+}
+
+void printCall(bool json, const hal::Method& method, const ordered_json& arguments, bool stamp) {
     if (json) {
-        ordered_json object{{"method", method.name}};
+        ordered_json object;
+        if (stamp) {
+            object["time"] = now("%FT%T", true);
+        }
+        object["method"] = method.name;
         object.update(arguments);
         std::cout << values::line(object) << std::endl;
     } else {
+        std::cout << (stamp ? now("%T", false) + ' ' : "");
         printText(method, arguments);
     }
 }

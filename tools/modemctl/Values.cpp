@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "Api.h"
@@ -15,6 +16,10 @@ namespace values {
 using hal::Parcel;
 using nlohmann::ordered_json;
 using Kind = hal::Type::Kind;
+
+bool isBytes(const hal::Type& type) {
+    return type.kind == Kind::VEC && type.element->kind == Kind::UINT8;
+}
 
 namespace {
 
@@ -30,10 +35,15 @@ void encodeInteger(Parcel& parcel, const std::string& text) {
     Integer value = 0;
     const auto [stop, error] =
             std::from_chars(text.data() + (hex ? 2 : 0), end, value, hex ? 16 : 10);
-    if (error != std::errc() || stop != end) {
+    const bool negative = text.size() > 1 && text[0] == '-' &&
+                          text.find_first_not_of("0123456789", 1) == std::string::npos;
+    if (!negative && (error == std::errc::invalid_argument || stop != end)) {
+        refuse('\'' + text + "' is not a number");
+    }
+    if (error != std::errc()) {
         using Limits = std::numeric_limits<Integer>;
-        refuse((text.empty() ? "nothing" : text) + " is not in " + std::to_string(Limits::min()) +
-               ".." + std::to_string(Limits::max()));
+        refuse(text + " is not in " + std::to_string(Limits::min()) + ".." +
+               std::to_string(Limits::max()));
     }
     parcel.write(value);
 }
@@ -64,10 +74,6 @@ const IntegerKind* integerKind(const hal::Type& type) {
     return type.kind < Kind::STRING ? &INTEGERS[static_cast<size_t>(type.kind)] : nullptr;
 }
 
-bool isBytes(const hal::Type& type) {
-    return type.kind == Kind::VEC && type.element->kind == Kind::UINT8;
-}
-
 std::string fromHex(const std::string& digits) {
     std::string bytes;
     for (size_t i = 0; i < digits.size(); i += 2) {
@@ -83,11 +89,18 @@ std::string fromHex(const std::string& digits) {
 
 std::string fromFile(const std::string& path) {
     constexpr size_t OTHER_ARGUMENTS = 1024;
-    std::string bytes(hal::MAX_MESSAGE_SIZE - OTHER_ARGUMENTS, '\0');
+    constexpr size_t LIMIT = hal::MAX_MESSAGE_SIZE - OTHER_ARGUMENTS;
+    if (std::filesystem::is_directory(path)) {
+        refuse(path + " is a folder");
+    }
     std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        refuse(path + ": " + strerror(errno));
+    }
+    std::string bytes(LIMIT + 1, '\0');
     file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!file.eof()) {
-        refuse(path + " is no file that can be read, of less than 1 MiB");
+        refuse(path + " is too big, at most " + std::to_string(LIMIT) + " bytes can go along");
     }
     bytes.resize(static_cast<size_t>(file.gcount()));
     return bytes;

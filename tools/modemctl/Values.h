@@ -22,6 +22,9 @@ void encode(hal::Parcel& parcel, const hal::Method& request, int32_t serial,
  */
 bool decode(hal::Parcel& parcel, const hal::Method& method, nlohmann::ordered_json& arguments);
 
+/** A list of bytes. */
+bool isBytes(const hal::Type& type);
+
 /** One value for a person: bytes as hex:0a0b, texts quoted where it takes that, lists in []. */
 std::string text(const hal::Type& type, const nlohmann::ordered_json& value);
 

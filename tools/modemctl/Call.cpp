@@ -1,0 +1,181 @@
+#include "Call.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include "Api.h"
+#include "LogCommand.h"
+#include "Printer.h"
+#include "Relay.h"
+#include "Session.h"
+#include "Values.h"
+
+namespace {
+
+using Clock = Session::Clock;
+using nlohmann::ordered_json;
+
+/** A wait of this length is worth a word to whoever sits at a terminal. */
+constexpr std::chrono::milliseconds PATIENCE(2000);
+
+/** Whether the modem is left as it was, so that asking once more does no harm. */
+bool onlyAsks(const hal::Method& request) {
+    const std::string name = request.name;
+    const auto starts = [&name](const char* with) { return name.rfind(with, 0) == 0; };
+    return starts("get") || starts("is") || starts("read") || starts("verify");
+}
+
+class Call {
+public:
+    Call(const Options& options, const Words& words)
+        : mOptions(options),
+          mRequest(requestOf(words)),
+          mName(mRequest.name),
+          mSerial(options.serial.value_or(0)) {
+        values::encode(mArguments, mRequest, mSerial, {words.begin() + 1, words.end()});
+    }
+
+    ExitCode run() {
+        Session session(mOptions.instance, relay::NONE);
+        const Clock::time_point start = Clock::now();
+        const Clock::time_point deadline = start + mOptions.patience();
+        Clock::time_point noteAt = isatty(STDERR_FILENO) != 0 ? start + PATIENCE : deadline;
+        while (true) {
+            const std::optional<Arrival> arrival = session.next(std::min(noteAt, deadline));
+            if (arrival && isAnswer(*arrival)) {
+                return print(*arrival->method, arrival->arguments);
+            }
+            if (arrival) {
+                proceed(session, *arrival);
+            } else if (noteAt < deadline && Clock::now() < deadline) {
+                note(mName + ": waiting for the answer");
+                noteAt = deadline;
+            } else {
+                throw Failure(NO_ANSWER, mName + ": " + noAnswer(session) +
+                                                 indented(why(isatty(STDERR_FILENO) != 0)));
+            }
+        }
+    }
+
+private:
+    static const hal::Method& requestOf(const Words& words) {
+        if (words.empty()) {
+            throw Failure(WRONG_USAGE, "call: which method? see modemctl list");
+        }
+        return api::request(words[0]);
+    }
+
+    bool isAnswer(const Arrival& arrival) const {
+        return arrival.kind == Arrival::ANSWER && mAccepted &&
+               arrival.method->name == mName + "Response" &&
+               arrival.arguments["info"]["serial"] == mSerial;
+    }
+
+    void proceed(Session& session, const Arrival& arrival) {
+        switch (arrival.kind) {
+            case Arrival::READY:
+                ask(session);
+                break;
+            case Arrival::ACCEPTED:
+                mAccepted = true;
+                mSerial = arrival.serial;
+                break;
+            case Arrival::REFUSED:
+                throw Failure(WRONG_USAGE, mName + ": " + arrival.text);
+            case Arrival::NOTE:
+                mDisturbance = arrival.text;
+                break;
+            default:
+                break;
+        }
+    }
+
+    /** Asks, also once more after a relay has gone, unless the modem might do a thing twice. */
+    void ask(Session& session) {
+        // A relay accepts a request before it passes it on.
+        if (!mAccepted || onlyAsks(mRequest)) {
+            mAccepted = false;
+            session.ask(mRequest, mOptions.serial, mArguments);
+            return;
+        }
+        session.await(mRequest, mSerial);
+        mDisturbance =
+                "the process that passed it on has gone, and the answer may be lost with "
+                "it; the modem may have done it or not";
+        note(mName + ": " + mDisturbance + "; still waiting");
+    }
+
+    std::string noAnswer(const Session& session) const {
+        std::string text = "no answer in " + CLI::detail::to_string(mOptions.timeout) + " s";
+        for (const std::string& reason : {session.trouble(), mDisturbance}) {
+            text += (reason.empty() ? "" : "; ") + reason;
+        }
+        return text;
+    }
+
+    ExitCode print(const hal::Method& method, ordered_json arguments) const {
+        const bool failed = arguments["info"]["error"] != 0;
+        const bool terminal = isatty(STDOUT_FILENO) != 0 && !mOptions.json;
+        const Words lines = why(failed && terminal);
+        if (!mOptions.out.empty()) {
+            writeBytes(method, arguments);
+        }
+        if (mOptions.why) {
+            arguments["why"] = lines;
+        }
+        printCall(mOptions.json, method, arguments);
+        if (!mOptions.json && !lines.empty()) {
+            std::cout << indented(lines).substr(1) << std::endl;
+        }
+        return failed ? ANSWERED_ERROR : ANSWERED;
+    }
+
+    /** Writes the first argument that is bytes into the file that was asked for. */
+    void writeBytes(const hal::Method& method, const ordered_json& arguments) const {
+        const hal::Field* const end = method.args + method.argCount;
+        const hal::Field* const field = std::find_if(
+                method.args, end, [](const hal::Field& arg) { return values::isBytes(*arg.type); });
+        if (field == end) {
+            throw Failure(WRONG_USAGE, mName + ": its answer has no bytes for --out");
+        }
+        std::ofstream file(mOptions.out, std::ios::binary);
+        for (const uint8_t byte : arguments[field->name]) {
+            file.put(static_cast<char>(byte));
+        }
+        if (!file.flush()) {
+            throw Failure(WRONG_USAGE, mOptions.out + ": " + strerror(errno));
+        }
+    }
+
+    /** What the host's log has about this request, when somebody wants to know. */
+    Words why(bool unasked) const {
+        return mOptions.why || unasked ? logs::whyOf(mOptions.instance, mName, mSerial) : Words();
+    }
+
+    static std::string indented(const Words& lines) {
+        std::string text;
+        for (const std::string& line : lines) {
+            text += "\n    " + line;
+        }
+        return text;
+    }
+
+    const Options& mOptions;
+    const hal::Method& mRequest;
+    const std::string mName;
+    hal::Parcel mArguments;
+    int32_t mSerial;
+    bool mAccepted = false;    ///< the relay has the request, or had it
+    std::string mDisturbance;  ///< a likely reason when no answer comes
+};
+
+}  // namespace
+
+ExitCode runCall(const Options& options, const Words& words) {
+    return Call(options, words).run();
+}

@@ -1,0 +1,120 @@
+#include "Watch.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <string_view>
+
+#include "Api.h"
+#include "Printer.h"
+#include "Relay.h"
+#include "Session.h"
+#include "Values.h"
+
+namespace {
+
+using Clock = Session::Clock;
+
+bool is(const Arrival& arrival, const char* method) {
+    return arrival.method->name == std::string_view(method);
+}
+
+class Watch {
+public:
+    explicit Watch(const Options& options) : mOptions(options) {}
+
+    ExitCode run() {
+        // What was printed was flushed, line by line.
+        for (const int stop : {SIGINT, SIGTERM}) {
+            signal(stop, [](int) { _exit(ANSWERED); });
+        }
+        Session session(mOptions.instance,
+                        relay::EVENTS | (mOptions.all ? relay::ALL_ANSWERS : relay::NONE));
+        while (mEvents < mOptions.count || mUnconfirmed > 0) {
+            if (const auto arrival = session.next(Clock::time_point::max())) {
+                take(session, *arrival);
+            }
+        }
+        return ANSWERED;
+    }
+
+private:
+    void take(Session& session, const Arrival& arrival) {
+        switch (arrival.kind) {
+            case Arrival::READY:
+                announce(arrival);
+                break;
+            case Arrival::ACCEPTED:
+                print(api::request("sendLogControlResp"), {{"serial", arrival.serial}});
+                break;
+            case Arrival::REFUSED:
+                --mUnconfirmed;
+                note(arrival.text);
+                break;
+            case Arrival::ANSWER:
+                print(*arrival.method, arrival.arguments);
+                mUnconfirmed -=
+                        mUnconfirmed > 0 && is(arrival, "sendLogControlRespResponse") ? 1 : 0;
+                break;
+            case Arrival::EVENT:
+                print(*arrival.method, arrival.arguments);
+                ++mEvents;
+                if (mOptions.confirmLog && is(arrival, "atLogControlInfoInd")) {
+                    confirm(session);
+                }
+                break;
+            case Arrival::LOST:
+                mLostAt = Clock::now();
+                mLoss = arrival.text;
+                mUnconfirmed = 0;
+                break;
+            default:
+                note(arrival.text);
+        }
+    }
+
+    /** Says once that it watches, and later that it does again. */
+    void announce(const Arrival& ready) {
+        if (mRelay == 0) {
+            note("watching instance " + std::to_string(mOptions.instance) + ", Ctrl-C ends it");
+        } else if (mLostAt) {
+            const auto gap =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - *mLostAt);
+            const std::string former = "process " + std::to_string(mRelay);
+            note((ready.serial == mRelay
+                          ? "cut off by " + former + ", which holds the callbacks (" + mLoss +
+                                    "), and back"
+                          : former + ", which held the callbacks, has gone; process " +
+                                    std::to_string(ready.serial) + " holds them") +
+                 " after " + std::to_string(gap.count()) +
+                 " ms; events and answers may have been missed");
+            mLostAt.reset();
+        }
+        mRelay = ready.serial;
+    }
+
+    void confirm(Session& session) {
+        const hal::Method& request = api::request("sendLogControlResp");
+        hal::Parcel arguments;
+        values::encode(arguments, request, mOptions.serial.value_or(0), {});
+        session.ask(request, mOptions.serial, arguments);
+        ++mUnconfirmed;
+    }
+
+    void print(const hal::Method& method, const nlohmann::ordered_json& arguments) const {
+        printCall(mOptions.json, method, arguments, mOptions.stamps);
+    }
+
+    const Options& mOptions;
+    int32_t mRelay = 0;  ///< the process
+    std::optional<Clock::time_point> mLostAt;
+    std::string mLoss;
+    uint64_t mEvents = 0;
+    uint64_t mUnconfirmed = 0;
+};
+
+}  // namespace
+
+ExitCode runWatch(const Options& options) {
+    return Watch(options).run();
+}
