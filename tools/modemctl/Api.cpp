@@ -60,6 +60,14 @@ const hal::Method& request(const std::string& name) {
                                                 : "see modemctl list"));
 }
 
+std::string nearest(const std::string& name, const std::vector<std::string>& names) {
+    const auto found = std::min_element(names.begin(), names.end(),
+                                        [&name](const std::string& a, const std::string& b) {
+                                            return distance(name, a) < distance(name, b);
+                                        });
+    return found != names.end() && distance(name, *found) < found->size() / 2 + 1 ? *found : "";
+}
+
 std::string arguments(const hal::Method& request) {
     std::string text;
     for (size_t i = 1; i < request.argCount; ++i) {

@@ -1,11 +1,10 @@
 #include "Documents.h"
 
 #include <algorithm>
-#include <iomanip>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "Api.h"
+#include "Values.h"
 
 namespace documents {
 
@@ -13,8 +12,9 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr char COMPLETION[] = R"(# Completion of modemctl for bash: . <(modemctl completion bash)
+constexpr char COMPLETION[] = R"(# Completion of modemctl: . <(modemctl completion bash), or zsh
 _modemctl() {
+    [ -z "${ZSH_VERSION:-}" ] || emulate -L ksh
     local word=${COMP_WORDS[COMP_CWORD]} command= given=0 i words=
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
@@ -27,7 +27,11 @@ _modemctl() {
         0:*:-*) words='@OPTIONS@' ;;
         0:0:*) words='@COMMANDS@' ;;
         0:1:call:*) words='@METHODS@' ;;
-        0:1:completion:*) words=bash ;;
+        0:1:show:*) words='@METHODS@' ;;
+        0:1:completion:*) words='bash zsh' ;;
+        0:1:sim:*) words=$(modemctl sim help 2>/dev/null | sed '/^ok$/d; s/ .*//') ;;
+        0:*:sim:*) words=$(for list in functions keys services; do
+            modemctl sim help "$list" 2>/dev/null | sed '/^ok$/d; s/ .*//'; done) ;;
     esac
     COMPREPLY=($(compgen -W "$words" -- "$word"))
 }
@@ -117,21 +121,63 @@ std::string describe(const hal::Method& method) {
     return ordered_json{{"method", method.name}, {"arguments", list}}.dump() + '\n';
 }
 
+std::string signature(const hal::Method& method) {
+    const std::string arguments = api::arguments(method);
+    return method.name + (arguments.empty() ? "" : ' ' + arguments);
+}
+
+/** A line for each argument from one on. */
+std::string fields(const hal::Method& method, size_t from) {
+    std::string text;
+    for (size_t i = from; i < method.argCount; ++i) {
+        const hal::Field& field = method.args[i];
+        text += std::string("    ") + field.name + " (" + field.type->name + "): " + field.doc +
+                '\n';
+    }
+    return text;
+}
+
 }  // namespace
 
 std::string list(bool json, bool aligned) {
-    constexpr int WIDTH = 34;
+    size_t width = 0;
+    for (const hal::Method* method : api::callable()) {
+        width = std::max(width, aligned ? signature(*method).size() : 0);
+    }
     return all(api::callable(), [=](const hal::Method& method) {
-        std::ostringstream text;
-        text << std::left << std::setw(aligned ? WIDTH : 0) << method.name << ' '
-             << api::arguments(method) << '\n';
-        return json ? describe(method) : text.str();
+        const std::string comment = method.doc;
+        std::string text = signature(method);
+        text.resize(std::max(width, text.size()), ' ');
+        text += "  " + comment.substr(0, comment.find('\n'));
+        text.erase(text.find_last_not_of(' ') + 1);
+        return json ? describe(method) : text + '\n';
     });
 }
 
-std::string bashCompletion(const CLI::App& app) {
+std::string show(const hal::Method& method) {
+    std::string comment = method.doc;
+    replace(comment, "\n", "\n    ");
+    std::string text = signature(method) + "\n    " + comment + '\n' + fields(method, 1);
+    text += "\nExample\n    modemctl call " + std::string(method.name);
+    for (size_t i = 1; i < method.argCount; ++i) {
+        const hal::Type& type = *method.args[i].type;
+        text += values::isBytes(type)                  ? " hex:0a0b"
+                : type.kind == hal::Type::Kind::STRING ? " abc"
+                                                       : " 1";
+    }
+    for (size_t i = 0; i < api::ANSWERS.methodCount; ++i) {
+        const hal::Method& answer = api::ANSWERS.methods[i];
+        if (answer.name == method.name + std::string("Response")) {
+            text += "\n\nAnswer\n    serial, error (0 success)\n" + fields(answer, 1);
+        }
+    }
+    return text;
+}
+
+std::string completion(const CLI::App& app, bool zsh) {
     const auto name = [](const auto& thing) { return thing.get_name() + ' '; };
-    std::string script = COMPLETION;
+    std::string script = zsh ? "autoload -U +X bashcompinit && bashcompinit\n" : "";
+    script += COMPLETION;
     replace(script, "@VALUED@", all(optionsOf(app), [](const CLI::Option& option) {
                                     return option.get_expected_min() > 0 ? option.get_name() + " | "
                                                                          : "";

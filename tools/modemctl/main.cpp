@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "Api.h"
+#include "At.h"
 #include "Call.h"
 #include "Documents.h"
 #include "Failure.h"
@@ -15,6 +16,7 @@
 #include "Printer.h"
 #include "Relay.h"
 #include "Simulator.h"
+#include "Status.h"
 #include "Watch.h"
 
 void note(const std::string& text) {
@@ -33,7 +35,6 @@ class CommandLine {
 public:
     CommandLine() {
         mApp.set_version_flag("--version", "modemctl " OX_VERSION);
-        mApp.require_subcommand(1);
         mApp.allow_extras();
         mApp.add_flag("--json", mOptions.json, "One JSON object a line");
         mApp.add_option("--timeout", mOptions.timeout, "Seconds to wait for an answer (10)")
@@ -45,6 +46,7 @@ public:
         addWatch();
         addLog();
         addSimulator();
+        addStatus();
         // What the first modemctl starts for all of them; nobody types it.
         add("relay", "", 0, [this](const Words&) -> ExitCode {
             relay::run(mOptions.instance);
@@ -55,6 +57,9 @@ public:
         // What stands behind "--" is nobody's option.
         const auto mark = std::find(argv + 1, argv + argc, std::string_view("--"));
         parse(static_cast<int>(mark - argv), argv);
+        if (mApp.get_subcommands().empty()) {
+            throw Failure(WRONG_USAGE, unknownCommand());
+        }
         const std::string name = mApp.get_subcommands().front()->get_name();
         const auto& [words, action] = mCommands.at(name);
         Words given = mApp.remaining();
@@ -76,15 +81,36 @@ private:
         return *mApp.add_subcommand(name, about)->fallthrough();
     }
 
+    std::string unknownCommand() const {
+        const Words given = mApp.remaining();
+        if (given.empty()) {
+            return "a subcommand is required; see modemctl --help";
+        }
+        Words names;
+        for (const auto& [name, command] : mCommands) {
+            names.push_back(name);
+        }
+        const std::string near = api::nearest(given[0], names);
+        return given[0] + ": no such subcommand; " +
+               (near.empty() ? "see modemctl --help" : "did you mean " + near + '?');
+    }
+
     void addDocuments() {
         add("list", "Lists the requests with their arguments", 0, [this](const Words&) {
             return print(documents::list(mOptions.json, isatty(STDOUT_FILENO) != 0));
         });
-        add("completion", "bash: prints a completion script", 1, [this](const Words& words) {
-            if (words != Words{"bash"}) {
-                throw Failure(WRONG_USAGE, "completion: for which shell? bash");
+        add("show", "METHOD: what it does, its arguments and its answer", 1,
+            [](const Words& words) {
+                if (words.empty()) {
+                    throw Failure(WRONG_USAGE, "show: which method? see modemctl list");
+                }
+                return print(documents::show(api::request(words[0])));
+            });
+        add("completion", "bash or zsh: prints a completion script", 1, [this](const Words& words) {
+            if (words != Words{"bash"} && words != Words{"zsh"}) {
+                throw Failure(WRONG_USAGE, "completion: for which shell? bash or zsh");
             }
-            return print(documents::bashCompletion(mApp));
+            return print(documents::completion(mApp, words[0] == "zsh"));
         });
         add("man", "Prints the manual page, for man -l -", 0,
             [this](const Words&) { return print(documents::manPage(mApp)); });
@@ -127,9 +153,30 @@ private:
             });
     }
 
+    void addStatus() {
+        add("status", "What serves each instance, its services, ports and callbacks", 0,
+            [this](const Words&) { return status::print(mOptions.json); });
+        add("debug", "What the service tells about its state", 0, [this](const Words&) {
+            return status::printDebug(mOptions.instance, mOptions.json ? Words{"json"} : Words());
+        });
+        add("at", "LINE: types at the modem's AT port and prints the reply", 1,
+            [this](const Words& words) {
+                if (words.empty()) {
+                    throw Failure(WRONG_USAGE, "at: type what? such as AT+LOG=1,tc7");
+                }
+                return runAt(mOptions.instance, mOptions.patience(), words[0]);
+            });
+    }
+
     void parse(int argc, char** argv) {
         try {
             mApp.parse(argc, argv);
+        } catch (const CLI::CallForHelp& help) {
+            const Words words = mApp.remaining();
+            if (mApp.got_subcommand("call") && !words.empty()) {
+                std::exit(print(documents::show(api::request(words[0]))));
+            }
+            std::exit(mApp.exit(help));
         } catch (const CLI::Success& help) {
             std::exit(mApp.exit(help));
         } catch (const CLI::ParseError& error) {

@@ -1,0 +1,76 @@
+#include "At.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+
+#include "runtime/RuntimeDir.h"
+#include "runtime/UnixSocket.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+runtime::UniqueFd openPort(int instance) {
+    const std::string path = runtime::atPort(std::to_string(instance));
+    runtime::UniqueFd port(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    termios raw{};
+    if (port.get() < 0 || tcgetattr(port.get(), &raw) != 0) {
+        throw Failure(NO_SERVICE, "no AT port: " + path + ": " + strerror(errno));
+    }
+    cfmakeraw(&raw);
+    tcsetattr(port.get(), TCSANOW, &raw);
+    tcflush(port.get(), TCIFLUSH);  // what was said to others
+    return port;
+}
+
+/** Takes the next line out of `text`, without its CR and LF; false when there is none yet. */
+bool takeLine(std::string& text, std::string& line) {
+    const size_t end = text.find('\n');
+    if (end == std::string::npos) {
+        return false;
+    }
+    line = text.substr(0, end);
+    text.erase(0, end + 1);
+    line.erase(line.find_last_not_of('\r') + 1);
+    line.erase(0, line.find_first_not_of('\r'));
+    return true;
+}
+
+}  // namespace
+
+ExitCode runAt(int instance, std::chrono::milliseconds timeout, const std::string& line) {
+    const runtime::UniqueFd port = openPort(instance);
+    const std::string typed = line + '\r';
+    if (write(port.get(), typed.data(), typed.size()) != static_cast<ssize_t>(typed.size())) {
+        throw Failure(NO_SERVICE, std::string("the AT port takes nothing: ") + strerror(errno));
+    }
+    const Clock::time_point deadline = Clock::now() + timeout;
+    std::string text;
+    while (Clock::now() < deadline) {
+        pollfd readable{port.get(), POLLIN, 0};
+        std::array<char, 1024> part{};
+        ssize_t count =
+                poll(&readable, 1, 50) == 1 ? read(port.get(), part.data(), part.size()) : 0;
+        if (count < 0 && errno != EAGAIN) {
+            throw Failure(NO_SERVICE, "the modem has gone");
+        }
+        text.append(part.data(), static_cast<size_t>(count > 0 ? count : 0));
+        for (std::string reply; takeLine(text, reply);) {
+            if (reply.empty() || reply == line) {
+                continue;  // the port's echo
+            }
+            std::cout << reply << std::endl;
+            if (reply == "OK" || reply.find("ERROR") != std::string::npos) {
+                return reply == "OK" ? ANSWERED : ANSWERED_ERROR;
+            }
+        }
+    }
+    throw Failure(NO_ANSWER, "no reply from the AT port in time");
+}
