@@ -1,10 +1,11 @@
-#include <poll.h>
-#include <signal.h>
+#include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
+
+#include "platform/runtime/RuntimeDir.h"
+#include "platform/runtime/UnixSocket.h"
 #include "tests/system/System.h"
 #include "tools/modemctl/Api.h"
 #include "tools/modemctl/Failure.h"
@@ -12,85 +13,203 @@
 namespace {
 
 using Robustness = SystemTest;
+using namespace std::chrono_literals;
+using Clock = Session::Clock;
+
+constexpr size_t MAX_THREADS = 100;
+constexpr double MAX_MEMORY = 64;  ///< MB
 
 std::string bytesOf(const std::vector<uint32_t>& fields) {
     return {reinterpret_cast<const char*>(fields.data()), fields.size() * sizeof(uint32_t)};
 }
 
-/** A call of the service as it stands on the socket. */
-std::string message(const char* request, const std::string& arguments) {
-    const auto size = static_cast<uint32_t>(3 * sizeof(uint32_t) + arguments.size());
-    return bytesOf({size, hal::SERVICE_TARGET, api::request(request).code, 0}) + arguments;
+/** A call of the service with 4-byte arguments as it stands on the socket; setCallback has code 1.
+ */
+std::string message(uint32_t code, uint32_t call, const std::vector<uint32_t>& arguments) {
+    const auto size = static_cast<uint32_t>(12 + 4 * arguments.size());
+    return bytesOf({size, hal::SERVICE_TARGET, code, call}) + bytesOf(arguments);
 }
 
-/** Somebody at the service's socket who need not keep to any rule. */
+/** Somebody at a socket who never reads; comes back when the service has cut him. */
 class Peer {
 public:
-    Peer() : mFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        hal::servicePath(api::REQUESTS.descriptor, "instance0")
-                .copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(0, connect(mFd, reinterpret_cast<sockaddr*>(&address), sizeof address));
-    }
-    ~Peer() { close(mFd); }
-    Peer(const Peer&) = delete;
-    Peer& operator=(const Peer&) = delete;
+    explicit Peer(std::string path) : mPath(std::move(path)) {}
 
-    void write(const std::string& bytes) const {
-        EXPECT_EQ(static_cast<ssize_t>(bytes.size()),
-                  send(mFd, bytes.data(), bytes.size(), MSG_NOSIGNAL));
-    }
-    void endWriting() const { shutdown(mFd, SHUT_WR); }
-    void read(size_t size) const {
-        std::string bytes(size, '\0');
-        EXPECT_EQ(static_cast<ssize_t>(size), recv(mFd, bytes.data(), size, MSG_WAITALL));
-    }
-
-    /** Installs callbacks and waits for the reply. */
-    void install() const {
-        write(bytesOf({20, hal::SERVICE_TARGET, 1, 1, 1, 2}));
-        read(16);
-    }
-
-    /** Reads until the service ends the connection. */
-    bool isCut() const {
-        char bytes[65536];
-        ssize_t count = 1;
-        pollfd input{mFd, POLLIN, 0};
-        while (count > 0 && poll(&input, 1, static_cast<int>(PATIENCE.count())) == 1) {
-            count = recv(mFd, bytes, sizeof bytes, 0);
+    /** Gives what the socket takes of it. */
+    void write(const std::string& bytes) {
+        try {
+            mSocket = mSocket.get() < 0 ? runtime::connectTo(mPath, 1000ms) : std::move(mSocket);
+        } catch (const std::system_error&) {
+            return;  // no place at this moment
         }
-        return count <= 0;
+        const ssize_t sent =
+                send(mSocket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && errno == EAGAIN) {
+            std::this_thread::sleep_for(1ms);
+        } else if (sent != static_cast<ssize_t>(bytes.size())) {
+            leave();
+        }
     }
+    void leave() { mSocket = runtime::UniqueFd(); }
 
 private:
-    const int mFd;
+    const std::string mPath;
+    runtime::UniqueFd mSocket;
+};
+
+std::string servicePath() {
+    return hal::servicePath(api::REQUESTS.descriptor, "instance0");
+}
+
+using Attack = void (*)(const std::atomic<bool>& isOver);
+
+void installWithoutReading(const std::atomic<bool>& isOver) {
+    Peer peer(servicePath());
+    for (uint32_t object = 1; !isOver; object += 2) {
+        peer.write(message(1, object, {object, object + 1}));
+    }
+}
+
+void askWithoutReading(const std::atomic<bool>& isOver) {
+    Peer peer(servicePath());
+    const uint32_t code = api::request("getBandsInfo").code;
+    for (uint32_t i = 0; !isOver; ++i) {
+        peer.write(i % 1000 == 0 ? message(1, i + 1, {i + 1, i + 2}) : message(code, 0, {7}));
+    }
+}
+
+/** 3,000 requests on the way, and one more for each answer. */
+void askFromCallbacks(const std::atomic<bool>& isOver) {
+    const hal::Method& request = api::request("getBuildId");
+    const auto ask = [&request](Session& session) {
+        hal::Parcel parcel;
+        parcel.write(int32_t{7});
+        session.send(request, parcel);
+    };
+    while (!isOver) {
+        try {
+            Session session(0);
+            session.install();
+            for (int i = 0; i < 3000; ++i) {
+                ask(session);
+            }
+            while (!isOver) {
+                const auto arrival = session.next(Clock::now() + 10ms);
+                if (arrival && arrival->kind == Arrival::ANSWER) {
+                    ask(session);
+                } else if (arrival && arrival->kind == Arrival::DISPLACED) {
+                    session.install();
+                }
+            }
+        } catch (const Failure&) {  // cut: comes back
+        }
+    }
+}
+
+/** All places, silent or with a byte now and then. */
+void occupy(const std::atomic<bool>& isOver) {
+    std::deque<Peer> peers;
+    for (int i = 0; i < hal::MAX_CLIENTS; ++i) {
+        peers.emplace_back(servicePath()).write("");
+    }
+    while (!isOver) {
+        std::this_thread::sleep_for(100ms);
+        for (size_t i = 0; i < peers.size(); i += 2) {
+            peers[i].write("x");
+        }
+    }
+}
+
+void knockAtTheTextPort(const std::atomic<bool>& isOver) {
+    Peer peer(runtime::simulatorPort("0"));
+    while (!isOver) {
+        peer.write("state");
+        peer.leave();
+    }
+}
+
+/** Installs its callbacks and asks, over and over. */
+class GoodClient {
+public:
+    void round() {
+        const auto start = Clock::now();
+        mSession.install();
+        hal::Parcel parcel;
+        parcel.write(++mSerial);
+        bool isSent = false;
+        bool isDisplaced = false;
+        while (!(isDisplaced && isSent)) {  // else the answer may go to whoever has the callbacks
+            const auto arrival = mSession.next(start + PATIENCE);
+            ASSERT_TRUE(arrival) << "request " << mSerial << " is not answered";
+            if (arrival->kind == Arrival::INSTALLED && !isSent) {
+                mSession.send(api::request("getOperatingMode"), parcel);
+                isSent = true;
+            } else if (arrival->kind == Arrival::DISPLACED) {
+                isDisplaced = true;
+            } else if (arrival->kind == Arrival::ANSWER &&
+                       arrival->arguments["info"]["serial"] == mSerial) {
+                mTimes.push_back(
+                        std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+                return;
+            }
+        }
+    }
+
+    /** How long 99 of 100 answers took at most, in ms, since the last time. */
+    double slowest() {
+        std::sort(mTimes.begin(), mTimes.end());
+        const double time = mTimes.empty() ? INFINITY : mTimes[mTimes.size() * 99 / 100];
+        mTimes.clear();
+        return time;
+    }
+    size_t answered() const { return mTimes.size(); }
+
+private:
+    Session mSession{0};
+    int32_t mSerial = 1000;
+    std::vector<double> mTimes;
 };
 
 }  // namespace
 
-TEST_F(Robustness, AKilledClientLeavesAServiceForTheNext) {
-    const Host host;
-    host.sim("delay modem_get_build_id 0-20");
-    for (int round = 0; round < 5; ++round) {
-        const pid_t child = fork();
-        if (child == 0) {
-            const Peer client;
-            client.install();
-            for (uint32_t serial = 1000; serial < 1200; ++serial) {
-                client.write(message("getBuildId", bytesOf({serial})));
-                client.write(message("getOperatingMode", bytesOf({serial})));
-            }
-            client.read(1000);
-            kill(getpid(), SIGKILL);
+/** What a neighbour does costs a good client no answer, and the host nothing that lasts. */
+TEST_F(Robustness, AttacksHurtNobodyElse) {
+    const std::pair<const char*, Attack> attacks[] = {
+            {"setCallback again and again, nothing read", installWithoutReading},
+            {"requests, nothing read", askWithoutReading},
+            {"a request for each answer, 3,000 on the way", askFromCallbacks},
+            {"all places taken in silence", occupy},
+            {"connections to the text port", knockAtTheTextPort}};
+    for (const auto& [name, attack] : attacks) {
+        SCOPED_TRACE(name);
+        Host host;
+        GoodClient client;
+        for (int i = 0; i < 300; ++i) {
+            client.round();
         }
-        int status = 0;
-        EXPECT_EQ(child, waitpid(child, &status, 0));
-        EXPECT_EQ(SIGKILL, WTERMSIG(status));
-        Client next;
-        EXPECT_EQ("error=0 mode=0", next.call("getOperatingMode"));
-        EXPECT_EQ("error=0 buildId=SIMULATED.MODEM.1.0-00001", next.call("getBuildId"));
+        const double before = client.slowest();
+        const Usage baseline = host.usage();
+        Usage most = baseline;
+        std::atomic<bool> isOver{false};
+        std::thread attacker(attack, std::cref(isOver));
+        for (const auto end = Clock::now() + 2s; Clock::now() < end && !HasFatalFailure();) {
+            client.round();
+            const Usage now = host.usage();
+            most = {std::max(most.threads, now.threads),
+                    std::max(most.descriptors, now.descriptors), std::max(most.memory, now.memory)};
+        }
+        isOver = true;
+        attacker.join();
+        const size_t answered = client.answered();
+        const double during = client.slowest();
+        printf("%s: %zu answered, p99 %.1f ms, before %.1f ms; %zu threads, %.0f MB\n", name,
+               answered, during, before, most.threads, most.memory);
+        EXPECT_GE(answered, 20U);
+        EXPECT_LE(during, SANITIZED ? 10000 : std::max(3 * before, 50.0)) << "before: " << before;
+        EXPECT_LT(most.threads, MAX_THREADS);
+        EXPECT_LT(most.memory, SANITIZED ? INFINITY : MAX_MEMORY);
+        client.round();  // the service lets go of the attacker's callbacks
+        EXPECT_TRUE(host.comesBackTo(baseline));
     }
 }
 
@@ -110,64 +229,6 @@ TEST_F(Robustness, ASecondHostIsRefusedAndAKilledOneReplaced) {
     EXPECT_EQ("error=0 mode=0", client.call("getOperatingMode"));
     const Host again(1);
     EXPECT_EQ("error=0 mode=0", Client(1).call("getOperatingMode"));
-}
-
-TEST_F(Robustness, APeerThatSendsNonsenseLosesItsConnectionAlone) {
-    Host host;
-    Client client;
-    const std::string whole = message("getOperatingMode", bytesOf({7}));
-    const std::pair<const char*, std::string> rows[] = {
-            {"half a message, then the end", whole + whole.substr(0, 18)},
-            {"garbage", "GET / HTTP/1.0\r\nAccept: everything\r\n\r\n"},
-            {"huge length", bytesOf({0x7fffffff, 1, 1, 0})},
-            {"no room for its own fields", bytesOf({11, 1, 1, 0})},
-            {"code 0", bytesOf({12, 1, 0, 0})},
-            {"code out of range", bytesOf({16, 1, 54, 0, 7})},
-            {"no such target", bytesOf({16, 77, 2, 0, 7})},
-            {"too few arguments", message("getOperatingMode", "abc")},
-            {"too many arguments", message("getOperatingMode", bytesOf({7, 8}))},
-            {"reply to no call", bytesOf({12, 0, 1, 9})},
-    };
-    for (const auto& [what, bytes] : rows) {
-        const Peer peer;
-        peer.write(bytes);
-        if (bytes.rfind(whole, 0) == 0) {
-            peer.endWriting();
-        }
-        EXPECT_TRUE(peer.isCut()) << what;
-        EXPECT_EQ("error=0 mode=0", client.call("getOperatingMode")) << what;
-    }
-    EXPECT_TRUE(host.prints(" cut off: ", std::size(rows) - 1));
-}
-
-/** One peer leaves a message half sent, another one asks for much and reads none of it. */
-TEST_F(Robustness, StalledPeersAreCutAndHoldUpNoOtherQmiService) {
-    Host host;
-    EXPECT_EQ("error=0",
-              Client().call("writeEfsFile 1 0 @" + file("efs", std::string(10240, 'x'))));
-    const Peer half;
-    half.write(message("getOperatingMode", "").substr(0, 10));
-    const Peer greedy;
-    greedy.install();
-    for (int i = 0; i < 100; ++i) {
-        greedy.write(message("readEfsFile", bytesOf({7, 1}) + '\0'));
-    }
-    std::string calls;
-    int unchanged = 0;
-    EXPECT_TRUE(await([&] {  // until an answer does not get through
-        const std::string now = host.sim("calls modem_read_efs_for_subid");
-        unchanged = std::exchange(calls, now) == now ? unchanged + 1 : 0;
-        return unchanged == 50;
-    }));
-    Client client;
-    const int32_t serial = client.send("readEfsFile 1 0");
-    EXPECT_EQ("error=0 mode=0", client.call("getOperatingMode"));
-    EXPECT_EQ(std::string::npos, host.output().find("peer has not taken"));
-    EXPECT_EQ(0U, client.answer(serial).rfind("readEfsFileResponse error=0 data=hex:78", 0));
-    EXPECT_TRUE(host.prints("peer has not taken a message within 5000 ms"));
-    EXPECT_TRUE(host.prints("peer has not completed a message within 5000 ms"));
-    EXPECT_TRUE(greedy.isCut());
-    EXPECT_TRUE(half.isCut());
 }
 
 TEST_F(Robustness, AHostLeavesCleanlyUnderLoad) {

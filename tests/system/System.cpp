@@ -135,12 +135,48 @@ Host::Host(int instance, std::vector<std::string> words)
     if (!prints("ready: ")) {
         throw std::runtime_error("host does not start:\n" + output());
     }
+    mBaseline = usage();
 }
 
 Host::~Host() {
     if (!mStopped) {
+        EXPECT_TRUE(comesBackTo(mBaseline));
         stop();
     }
+}
+
+Usage Host::usage() const {
+    using Entries = std::filesystem::directory_iterator;
+    const std::string folder = "/proc/" + std::to_string(id());
+    size_t pages = 0;
+    std::ifstream(folder + "/statm") >> pages >> pages;
+    const auto count = [&folder](const char* name) {
+        return static_cast<size_t>(std::distance(Entries(folder + name), Entries()));
+    };
+    return {count("/task"), count("/fd"),
+            static_cast<double>(pages) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1e6};
+}
+
+bool Host::comesBackTo(const Usage& baseline) const {
+    constexpr size_t LATE_THREADS = 10;  // seven handlers, two that answer for the modem, a writer
+    // The writer's, and those of both callbacks, which stay until others take their place.
+    constexpr size_t LATE_DESCRIPTORS = 3;
+    // What the allocator keeps of 16 MiB that may wait for all peers together.
+    constexpr double MARGIN = SANITIZED ? 1e6 : 24;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(6);
+    for (Usage now = usage(); now.threads > baseline.threads + LATE_THREADS ||
+                              now.descriptors > baseline.descriptors + LATE_DESCRIPTORS ||
+                              now.memory > baseline.memory + MARGIN;
+         now = usage()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            ADD_FAILURE() << "threads " << baseline.threads << " -> " << now.threads
+                          << ", descriptors " << baseline.descriptors << " -> " << now.descriptors
+                          << ", MB " << baseline.memory << " -> " << now.memory;
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
 }
 
 std::string Host::trySim(const std::string& command) const {

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/modemctl/Session.h"
+#include "tests/system/DirectSession.h"
 
 /** Nothing that is waited for takes so long, sanitized or not. */
 constexpr std::chrono::milliseconds PATIENCE(60000);
@@ -41,6 +41,7 @@ public:
     Process& operator=(const Process&) = delete;
 
     void signal(int number) const;
+    pid_t id() const { return mId; }
 
     /** Waits for the end; its exit status, or minus the signal that ended it. */
     int wait();
@@ -60,7 +61,17 @@ private:
     bool mEnded = false;
 };
 
-/** A host; its plug-in is loaded. At the end it is stopped and has to leave cleanly. */
+/** What a process takes of the machine. */
+struct Usage {
+    size_t threads;
+    size_t descriptors;
+    double memory;  ///< resident, in MB
+};
+
+/**
+ * A host; its plug-in is loaded. Unless a test stops it under load, it has to come back to what it
+ * took when it started before it is stopped. At the end it has to leave cleanly.
+ */
 class Host : public Process {
 public:
     /** All services are connected and bound. */
@@ -77,6 +88,14 @@ public:
     /** Waits until a function of the modem was called so many times. */
     [[nodiscard]] bool awaitCalls(const std::string& function, int count) const;
 
+    Usage usage() const;
+
+    /**
+     * Waits until it takes no more than that, for as long as a peer may stall. What a host starts
+     * when it first needs it, a few threads, is not counted; memory has a margin.
+     */
+    [[nodiscard]] bool comesBackTo(const Usage& baseline) const;
+
     /** Stops it by SIGTERM: exit status 0, and no report of a sanitizer. */
     void stop();
 
@@ -84,6 +103,7 @@ private:
     std::string trySim(const std::string& command) const;
 
     const int mInstance;
+    Usage mBaseline{};
     bool mStopped = false;
 };
 
