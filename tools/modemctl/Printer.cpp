@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -16,6 +17,28 @@ namespace {
 
 using Shown = std::vector<std::pair<std::string, std::string>>;
 
+/** Bytes on a terminal: cut when they are long, and beside them the text that they are. */
+std::string shownBytes(const ordered_json& bytes, const std::string& hex) {
+    constexpr size_t LONGEST = 32;
+    constexpr size_t PREFIX = 4;  // hex:
+    std::string text;
+    for (const uint8_t byte : bytes) {
+        text += static_cast<char>(byte);
+    }
+    const bool isText = !text.empty() && std::all_of(text.begin(), text.end(), [](char byte) {
+        return byte >= ' ' && byte < 0x7f;
+    });
+    const bool cut = text.size() > LONGEST;
+    std::string shown = hex.substr(0, PREFIX + 2 * LONGEST);
+    if (cut) {
+        shown += "... (" + std::to_string(text.size()) + " bytes)";
+    }
+    if (isText) {
+        shown += " \"" + text.substr(0, LONGEST) + (cut ? "\"..." : "\"");
+    }
+    return shown;
+}
+
 /** Members of structs stand beside the other arguments; "type" is 0 always and left out. */
 void flatten(const hal::Field* fields, size_t count, const ordered_json& values, Shown& shown) {
     for (const hal::Field* field = fields; field != fields + count; ++field) {
@@ -23,7 +46,9 @@ void flatten(const hal::Field* fields, size_t count, const ordered_json& values,
         if (field->type->kind == hal::Type::Kind::STRUCT) {
             flatten(field->type->fields, field->type->fieldCount, value, shown);
         } else if (field->name != std::string("type")) {
-            shown.emplace_back(field->name, values::text(*field->type, value));
+            const std::string text = values::text(*field->type, value);
+            const bool cut = isatty(STDOUT_FILENO) != 0 && values::isBytes(*field->type);
+            shown.emplace_back(field->name, cut ? shownBytes(value, text) : text);
         }
     }
 }
@@ -32,7 +57,7 @@ void printText(const hal::Method& method, const ordered_json& arguments) {
     constexpr size_t VALUES_ON_A_LINE = 8;
     static const bool colour = isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr;
     const auto inColour = [](const char* code, const std::string& text) {
-        return colour ? code + text + "\033[0m" : text;
+        return colour && *code != '\0' ? code + text + "\033[0m" : text;
     };
     Shown shown;
     flatten(method.args, method.argCount, arguments, shown);
