@@ -1,6 +1,7 @@
 """The client command, against a service that the test scripts."""
 
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -203,17 +204,20 @@ class ModemctlTest(unittest.TestCase):
                 watch.communicate(timeout=60)
                 self.assertEqual(watch.returncode, code)
 
-    def test_watch_confirms_at_log_commands(self):
-        service = self.service(
-            lambda client, request: client.answer(request.name + "Response", info(request.serial)),
-            lambda client: client.event("atLogControlInfoInd",
-                                        pack("<IBB", 0, 1, 3) + text("tc7")))
-        code, out, _ = self.run_it("watch", "--confirm-log", "--count=1")
-        serial = service.requests[0].serial
-        self.assertEqual((code, out), (
-            0, "atLogControlInfoInd logMode=1 testResult=3 tcName=tc7\n"
-               f"sendLogControlResp serial={serial}\n"
-               f"sendLogControlRespResponse serial={serial} error=0\n"))
+    def test_a_request_lost_with_the_relay_is_made_again_only_when_it_changes_nothing(self):
+        def kill_once(client, request):
+            if len(service.requests) == 1:
+                lock = pathlib.Path(self.folder, "modemctl@1.0::Relay", "instance0.lock")
+                os.kill(int(lock.read_text()), signal.SIGKILL)
+            else:
+                client.answer(request.name + "Response", info(request.serial) + pack("<i", 2))
+        for words, requests, code, told in (("getOperatingMode", 2, 0, ""),
+                                            ("setSarState 1", 1, 4, "may have done it or not")):
+            with self.subTest(words):
+                service = self.service(kill_once)
+                result = self.run_it("call", "--timeout=1", *words.split())
+                self.assertEqual((result[0], len(service.requests)), (code, requests))
+                self.assertIn(told, result[2])
 
     def test_simulated_modem(self):
         self.assertEqual(self.run_it("sim", "x")[0], 3)

@@ -6,6 +6,7 @@
 #include <memory>
 #include <system_error>
 
+#include "Values.h"
 #include "runtime/RuntimeDir.h"
 #include "runtime/UnixSocket.h"
 
@@ -39,16 +40,25 @@ std::string readLine(FILE* port) {
 }  // namespace
 
 ExitCode runSimulator(int instance, std::chrono::milliseconds timeout, std::istream& commands,
-                      std::ostream& out) {
+                      std::ostream& out, bool json) {
     const Port port = connectPort(instance, timeout);
     ExitCode result = ANSWERED;
     for (std::string command; std::getline(commands, command);) {
         command += '\n';
         send(fileno(port.get()), command.data(), command.size(), MSG_NOSIGNAL);
+        nlohmann::ordered_json lines = nlohmann::ordered_json::array();
         std::string reply;
         while (reply != "ok" && reply.rfind("error:", 0) != 0) {
             reply = readLine(port.get());
-            out << reply << std::endl;
+            if (json) {
+                lines.push_back(reply);
+            } else {
+                out << reply << std::endl;
+            }
+        }
+        if (json) {
+            command.pop_back();
+            out << values::line({{"command", command}, {"reply", lines}}) << std::endl;
         }
         result = reply == "ok" ? result : ANSWERED_ERROR;
     }

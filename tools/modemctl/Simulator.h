@@ -9,9 +9,10 @@
 /**
  * Gives commands to the simulated modem's text port, one a line, and prints the replies to `out`.
  *
+ * @param json a command and the lines of its reply as one JSON object on a line
  * @param timeout how long a reply may stay away
  * @return ANSWERED when each reply ended with "ok", otherwise ANSWERED_ERROR
  * @throws Failure when there is no simulated modem, or it goes away or does not reply
  */
 ExitCode runSimulator(int instance, std::chrono::milliseconds timeout, std::istream& commands,
-                      std::ostream& out);
+                      std::ostream& out, bool json);

@@ -149,7 +149,7 @@ private:
             [this](const Words& words) {
                 std::istringstream line(CLI::detail::join(words, " "));
                 return runSimulator(mOptions.instance, mOptions.patience(),
-                                    words.empty() ? std::cin : line, std::cout);
+                                    words.empty() ? std::cin : line, std::cout, mOptions.json);
             });
     }
 
