@@ -182,7 +182,7 @@ bool Host::comesBackTo(const Usage& baseline) const {
 std::string Host::trySim(const std::string& command) const {
     std::istringstream line(command);
     std::ostringstream out;
-    runSimulator(mInstance, PATIENCE, line, out);
+    runSimulator(mInstance, PATIENCE, line, out, false);
     return out.str();
 }
 

@@ -234,7 +234,7 @@ void Soak::sim(const std::string& command) {
     std::istringstream line(command);
     std::ostringstream reply;
     ++mProvoked;
-    mRefused += runSimulator(mOptions.instance, 30s, line, reply) != ANSWERED ? 1 : 0;
+    mRefused += runSimulator(mOptions.instance, 30s, line, reply, false) != ANSWERED ? 1 : 0;
 }
 
 /** Does to the modem what the plan has next. */
