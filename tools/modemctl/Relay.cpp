@@ -32,6 +32,9 @@ using namespace std::chrono_literals;
 /** A relay that nobody joins in this time ends. */
 constexpr auto FIRST_MEMBER_WAIT = 5s;
 
+/** The relay before this one may still be ending, and has its name so long. */
+constexpr auto FORMER_RELAY_WAIT = 500ms;
+
 /** Another program that took the callbacks has had its answer then, and they are taken back. */
 constexpr auto TAKE_BACK_WAIT = 300ms;
 
@@ -178,8 +181,12 @@ void Relay::run() {
     // Answers that a former relay was still owed must not be taken for new ones.
     std::random_device random;
     mNextSerial = std::uniform_int_distribution<int32_t>(1000, 899999)(random);
-    if (hal::publish(descriptor(), name(mInstance), new Door(*this)) != android::OK) {
-        _exit(0);  // another one was faster
+    const auto deadline = Clock::now() + FORMER_RELAY_WAIT;
+    while (hal::publish(descriptor(), name(mInstance), new Door(*this)) != android::OK) {
+        if (Clock::now() > deadline) {
+            _exit(0);  // another one was faster, or there is no place for one
+        }
+        std::this_thread::sleep_for(1ms);
     }
     std::unique_lock<std::mutex> guard(mLock);
     mChanged.wait_for(guard, FIRST_MEMBER_WAIT, [this] { return mJoined; });

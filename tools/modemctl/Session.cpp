@@ -22,6 +22,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto ATTEMPT_WAIT = 20ms;
+constexpr auto START_ATTEMPT_WAIT = 500us;
 
 /** Whoever is about to start the relay has this long; then anybody may. */
 constexpr auto START_WAIT = 500ms;
@@ -168,7 +169,7 @@ void Session::connect() {
             }
             const auto deadline = Clock::now() + LISTEN_WAIT;
             while (connection == nullptr && Clock::now() < deadline) {
-                std::this_thread::sleep_for(5ms);
+                std::this_thread::sleep_for(START_ATTEMPT_WAIT);
                 connection = hal::Connection::connect(path, nullptr);
             }
             mAloneSince = Clock::now();
