@@ -141,9 +141,9 @@ int PdcQmiClient::handleGetMbnListMessage(const MessagePtr& msg) {
         return ERRNO_INVALID_PARAM;
     }
     // The list is the device's, not the modem's: the connection does not matter.
+    const char* func = __func__;
     std::vector<std::string> mbns;
-    const Errno err =
-            withMemory(__func__, [&, func = __func__] { return readMbnList(func, mbns); });
+    const Errno err = withMemory(func, [&] { return readMbnList(func, mbns); });
     return answer(&ModemResponseProxy::respondGetMbnList, request->serial, err, mbns);
 }
 
