@@ -30,7 +30,9 @@ TEST(Debug, TellsTheStateOrWhyItCannot) {
         EXPECT_TRUE(service.impl->debug(fd, {option}).isOk());
         char text[4096] = {};
         const auto length = part[0] == 'E' ? 0 : read(ends[0], text, sizeof(text));
-        EXPECT_THAT(std::string(text, length) + testing::PrintToString(service.log.take()),
+        const auto lines = service.log.take();
+        EXPECT_EQ(lines.empty(), length > 0);
+        EXPECT_THAT(std::string(text, length) + testing::PrintToString(lines),
                     testing::HasSubstr(part));
     };
     expect(handle, "",

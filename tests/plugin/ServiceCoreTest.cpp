@@ -165,6 +165,8 @@ TEST(Events, AreRoutedOrRefused) {
         {0, 0, {2}, onConnected("DMS")},
         {0, 0, {17}, onConnected("SAR")},
         {0, 0, {36}, onConnected("PDC")},
+        {0, 0, {8}, onConnected("AT")},
+        {0, 0, {228}, onConnected("VS")},
         {0, 1, {228}, {"I VS QMI service is disconnected"}},
         {0, 0, {2, 2}, {"E invalid data input for QMI service connected event"}},
         {0, 1, {}, {"E invalid data input for QMI service disconnected event"}},
