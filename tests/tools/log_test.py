@@ -42,7 +42,8 @@ class Session:
                                         for argument in row["arguments"]] for row in rows}
 
     def sim(self, *lines):
-        return modemctl("sim", stdin="\n".join(lines).encode(), env=self.env).stdout.decode()
+        replies = modemctl("sim", stdin="\n".join(lines).encode(), env=self.env).stdout
+        return "\n".join(sum((json.loads(row)["reply"] for row in replies.splitlines()), []))
 
     def call(self, method, timeout=60):
         serial = 10 ** 9 + len(self.asked)
