@@ -150,7 +150,7 @@ Session::~Session() {
     if (mConnection != nullptr) {
         hal::Parcel none;
         if (mConnection->transact(hal::SERVICE_TARGET, relay::LEAVE, none).isOk()) {
-            mInbox->leave(1s);
+            mInbox->leave(mReady ? 1s : 0s);
         }
         mConnection->close("session over");
     }
@@ -209,6 +209,14 @@ void Session::await(const hal::Method& request, int32_t serial) {
     hal::Parcel arguments;
     arguments.write(serial);
     send(relay::AWAIT + request.code, arguments);
+}
+
+std::string Session::trouble() const {
+    if (mConnection == nullptr || mReady) {
+        return mTrouble;
+    }
+    return "process " + std::to_string(relay::holder(mInstance)) +
+           ", which holds the callbacks for all modemctl, or the service does not respond";
 }
 
 std::optional<Arrival> Session::next(Clock::time_point deadline) {

@@ -57,8 +57,8 @@ public:
      */
     std::optional<Arrival> next(Clock::time_point deadline);
 
-    /** Why the relay could not be joined so far; empty when it could. */
-    const std::string& trouble() const { return mTrouble; }
+    /** Why no request can be made so far, or the last relay went; empty when all is well. */
+    std::string trouble() const;
 
 private:
     class Inbox;
