@@ -52,8 +52,8 @@ class ModemctlTest(unittest.TestCase):
         with open(large, "wb") as file:
             file.truncate(1 << 20)
         rows = [
-            ("", "subcommand"),
-            ("wach", "wach: no such subcommand; did you mean watch?"),
+            ("", "which command"),
+            ("wach", "wach: no such command; did you mean watch?"),
             ("list extra", "list: not expected: extra"),
             ("--timeout 0 list", "--timeout"),
             ("watch --count 0", "--count"),

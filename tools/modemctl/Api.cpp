@@ -46,26 +46,32 @@ std::vector<const hal::Method*> callable() {
 }
 
 const hal::Method& request(const std::string& name) {
-    const auto methods = callable();
-    const hal::Method& nearest = **std::min_element(
-            methods.begin(), methods.end(), [&name](const auto* a, const auto* b) {
-                return distance(name, a->name) < distance(name, b->name);
-            });
-    if (nearest.name == name) {
-        return nearest;
+    std::vector<std::string> names;
+    for (const hal::Method* method : callable()) {
+        if (method->name == name) {
+            return *method;
+        }
+        names.emplace_back(method->name);
     }
-    throw Failure(WRONG_USAGE, name + ": no such method; " +
-                                       (distance(name, nearest.name) < 5
-                                                ? std::string("did you mean ") + nearest.name + '?'
-                                                : "see modemctl list"));
+    throw Failure(WRONG_USAGE, unknown(name, "method", names, "list"));
 }
 
-std::string nearest(const std::string& name, const std::vector<std::string>& names) {
-    const auto found = std::min_element(names.begin(), names.end(),
-                                        [&name](const std::string& a, const std::string& b) {
-                                            return distance(name, a) < distance(name, b);
-                                        });
-    return found != names.end() && distance(name, *found) < found->size() / 2 + 1 ? *found : "";
+const hal::Method& answerTo(const hal::Method& request) {
+    const std::string name = request.name + std::string("Response");
+    return *std::find_if(ANSWERS.methods, ANSWERS.methods + ANSWERS.methodCount,
+                         [&name](const hal::Method& answer) { return answer.name == name; });
+}
+
+std::string unknown(const std::string& name, const std::string& kind,
+                    const std::vector<std::string>& names, const std::string& list) {
+    const std::string& nearest = *std::min_element(
+            names.begin(), names.end(), [&name](const std::string& a, const std::string& b) {
+                return distance(name, a) < distance(name, b);
+            });
+    // Half of a short name, a few letters of a long one.
+    const bool near = distance(name, nearest) <= std::min<size_t>(nearest.size() / 2, 4);
+    return (name.empty() ? "''" : name) + ": no such " + kind + "; " +
+           (near ? "did you mean " + nearest + '?' : "see modemctl " + list);
 }
 
 std::string arguments(const hal::Method& request) {

@@ -17,17 +17,27 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/** Bytes that are kept of a line before its end has come. */
+constexpr size_t LONGEST_LINE = 64 << 10;
+
 runtime::UniqueFd openPort(int instance) {
     const std::string path = runtime::atPort(std::to_string(instance));
     runtime::UniqueFd port(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     termios raw{};
     if (port.get() < 0 || tcgetattr(port.get(), &raw) != 0) {
-        throw Failure(NO_SERVICE, "no AT port: " + path + ": " + strerror(errno));
+        throw Failure(NO_SERVICE,
+                      "no AT port: " + path + ": " + strerror(errno) + howToStart(instance));
     }
     cfmakeraw(&raw);
     tcsetattr(port.get(), TCSANOW, &raw);
     tcflush(port.get(), TCIFLUSH);  // what was said to others
     return port;
+}
+
+/** Whether the modem's reply is complete. */
+bool isLast(const std::string& reply) {
+    const auto starts = [&reply](const char* with) { return reply.rfind(with, 0) == 0; };
+    return reply == "OK" || reply == "ERROR" || starts("+CME ERROR") || starts("+CMS ERROR");
 }
 
 /** Takes the next line out of `text`, without its CR and LF; false when there is none yet. */
@@ -67,9 +77,12 @@ ExitCode runAt(int instance, std::chrono::milliseconds timeout, const std::strin
                 continue;  // the port's echo
             }
             std::cout << reply << std::endl;
-            if (reply == "OK" || reply.find("ERROR") != std::string::npos) {
+            if (isLast(reply)) {
                 return reply == "OK" ? ANSWERED : ANSWERED_ERROR;
             }
+        }
+        if (text.size() > LONGEST_LINE) {
+            throw Failure(NO_ANSWER, "the AT port's reply is no line of text");
         }
     }
     throw Failure(NO_ANSWER, "no reply from the AT port in time");

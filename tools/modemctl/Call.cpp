@@ -38,6 +38,9 @@ public:
           mName(mRequest.name),
           mSerial(options.serial.value_or(0)) {
         values::encode(mArguments, mRequest, mSerial, {words.begin() + 1, words.end()});
+        if (!mOptions.out.empty() && !bytesAt(api::answerTo(mRequest))) {
+            throw Failure(WRONG_USAGE, mName + ": its answer has no bytes for --out");
+        }
     }
 
     ExitCode run() {
@@ -122,9 +125,6 @@ private:
         const bool failed = arguments["info"]["error"] != 0;
         const bool terminal = isatty(STDOUT_FILENO) != 0 && !mOptions.json;
         const Words lines = why(failed && terminal);
-        if (!mOptions.out.empty()) {
-            writeBytes(method, arguments);
-        }
         if (mOptions.why) {
             arguments["why"] = lines;
         }
@@ -132,19 +132,35 @@ private:
         if (!mOptions.json && !lines.empty()) {
             std::cout << indented(lines).substr(1) << std::endl;
         }
+        if (!mOptions.out.empty() && !failed) {
+            writeBytes(arguments[*bytesAt(method)]);
+        }
         return failed ? ANSWERED_ERROR : ANSWERED;
     }
 
-    /** Writes the first argument that is bytes into the file that was asked for. */
-    void writeBytes(const hal::Method& method, const ordered_json& arguments) const {
-        const hal::Field* const end = method.args + method.argCount;
-        const hal::Field* const field = std::find_if(
-                method.args, end, [](const hal::Field& arg) { return values::isBytes(*arg.type); });
-        if (field == end) {
-            throw Failure(WRONG_USAGE, mName + ": its answer has no bytes for --out");
+    /** Where an answer has its bytes: those of it, or those of a struct in it. */
+    static std::optional<ordered_json::json_pointer> bytesAt(const hal::Method& answer) {
+        const auto find = [](const hal::Field* fields, size_t count) {
+            return std::find_if(fields, fields + count, [](const hal::Field& field) {
+                return values::isBytes(*field.type);
+            });
+        };
+        for (const hal::Field* arg = answer.args; arg != answer.args + answer.argCount; ++arg) {
+            const hal::Type& type = *arg->type;
+            const hal::Field* const member = find(type.fields, type.fieldCount);
+            if (member != type.fields + type.fieldCount) {
+                return ordered_json::json_pointer() / arg->name / member->name;
+            }
+            if (values::isBytes(type)) {
+                return ordered_json::json_pointer() / arg->name;
+            }
         }
+        return std::nullopt;
+    }
+
+    void writeBytes(const ordered_json& bytes) const {
         std::ofstream file(mOptions.out, std::ios::binary);
-        for (const uint8_t byte : arguments[field->name]) {
+        for (const uint8_t byte : bytes) {
             file.put(static_cast<char>(byte));
         }
         if (!file.flush()) {

@@ -87,11 +87,6 @@ std::string describeAtLength(const hal::Method& method) {
     return paragraph(head, body);
 }
 
-std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
-    return app.get_subcommands(
-            [](const CLI::App* command) { return !command->get_group().empty(); });
-}
-
 /** The program's own options and those of its commands, --help once. */
 std::vector<const CLI::Option*> optionsOf(const CLI::App& app) {
     std::vector<const CLI::Option*> options = app.get_options();
@@ -126,18 +121,24 @@ std::string signature(const hal::Method& method) {
     return method.name + (arguments.empty() ? "" : ' ' + arguments);
 }
 
-/** A line for each argument from one on. */
-std::string fields(const hal::Method& method, size_t from) {
+/** A line for each field, and below those of structs their members. */
+std::string describeFields(const hal::Field* fields, size_t count, const std::string& indent) {
     std::string text;
-    for (size_t i = from; i < method.argCount; ++i) {
-        const hal::Field& field = method.args[i];
-        text += std::string("    ") + field.name + " (" + field.type->name + "): " + field.doc +
-                '\n';
+    for (const hal::Field* field = fields; field != fields + count; ++field) {
+        const std::string doc = field->doc;
+        text += indent + field->name + " (" + field->type->name + ')' +
+                (doc.empty() ? "" : ": " + doc) + '\n' +
+                describeFields(field->type->fields, field->type->fieldCount, indent + "    ");
     }
     return text;
 }
 
 }  // namespace
+
+std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
+    return app.get_subcommands(
+            [](const CLI::App* command) { return !command->get_group().empty(); });
+}
 
 std::string list(bool json, bool aligned) {
     size_t width = 0;
@@ -157,7 +158,8 @@ std::string list(bool json, bool aligned) {
 std::string show(const hal::Method& method) {
     std::string comment = method.doc;
     replace(comment, "\n", "\n    ");
-    std::string text = signature(method) + "\n    " + comment + '\n' + fields(method, 1);
+    std::string text = signature(method) + "\n    " + comment + '\n' +
+                       describeFields(method.args + 1, method.argCount - 1, "    ");
     text += "\nExample\n    modemctl call " + std::string(method.name);
     for (size_t i = 1; i < method.argCount; ++i) {
         const hal::Type& type = *method.args[i].type;
@@ -165,13 +167,9 @@ std::string show(const hal::Method& method) {
                 : type.kind == hal::Type::Kind::STRING ? " abc"
                                                        : " 1";
     }
-    for (size_t i = 0; i < api::ANSWERS.methodCount; ++i) {
-        const hal::Method& answer = api::ANSWERS.methods[i];
-        if (answer.name == method.name + std::string("Response")) {
-            text += "\n\nAnswer\n    serial, error (0 success)\n" + fields(answer, 1);
-        }
-    }
-    return text;
+    const hal::Method& answer = api::answerTo(method);
+    return text + "\n\nAnswer\n    serial, error (0 success)\n" +
+           describeFields(answer.args + 1, answer.argCount - 1, "    ");
 }
 
 std::string completion(const CLI::App& app, bool zsh) {

@@ -8,6 +8,9 @@
 /** What modemctl tells about itself, from the interface's table and from its own options. */
 namespace documents {
 
+/** The commands, without those that nobody types. */
+std::vector<const CLI::App*> commandsOf(const CLI::App& app);
+
 /** The requests, one a line; aligned columns for a terminal. */
 std::string list(bool json, bool aligned);
 

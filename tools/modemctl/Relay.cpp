@@ -222,8 +222,7 @@ void Relay::connect(std::unique_lock<std::mutex>& guard) {
             hal::servicePath(api::REQUESTS.descriptor, name(mInstance)), &reason);
     guard.lock();
     if (service == nullptr) {
-        mGone = "no service: " + reason + "; ./run.sh serve" + (mInstance == 1 ? " 1" : "") +
-                " starts it";
+        mGone = "no service: " + reason + howToStart(mInstance);
         return;
     }
     mService = service;

@@ -22,7 +22,8 @@ Port connectPort(int instance, std::chrono::milliseconds timeout) {
         setsockopt(port.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
         return {fdopen(port.release(), "r+"), fclose};
     } catch (const std::system_error& error) {
-        throw Failure(NO_SERVICE, std::string("no simulated modem: ") + error.what());
+        throw Failure(NO_SERVICE,
+                      std::string("no simulated modem: ") + error.what() + howToStart(instance));
     }
 }
 

@@ -55,8 +55,7 @@ std::string debug(int instance, const std::vector<std::string>& options) {
     const auto connection = hal::Connection::connect(pathOf(instance), &reason);
     int ends[2];
     if (connection == nullptr) {
-        throw Failure(NO_SERVICE, "no service: " + reason + "; ./run.sh serve" +
-                                          (instance == 1 ? " 1" : "") + " starts it");
+        throw Failure(NO_SERVICE, "no service: " + reason + howToStart(instance));
     }
     if (pipe2(ends, O_CLOEXEC) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe");
@@ -127,7 +126,7 @@ std::string holderOf(const ordered_json& state) {
 void printText(const ordered_json& state) {
     std::cout << "instance " << state["instance"];
     if (state["process"].is_null()) {
-        std::cout << "  not served; ./run.sh serve " << state["instance"] << " starts it\n";
+        std::cout << "  not served" << howToStart(state["instance"]) << '\n';
         return;
     }
     const auto text = [](const ordered_json& path) {

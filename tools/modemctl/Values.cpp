@@ -91,16 +91,17 @@ std::string fromFile(const std::string& path) {
     constexpr size_t OTHER_ARGUMENTS = 1024;
     constexpr size_t LIMIT = hal::MAX_MESSAGE_SIZE - OTHER_ARGUMENTS;
     if (std::filesystem::is_directory(path)) {
-        refuse(path + " is a folder");
+        refuse('@' + path + " is a folder");
     }
     std::ifstream file(path, std::ios::binary);
     if (!file) {
-        refuse(path + ": " + strerror(errno));
+        refuse('@' + path + ": " + strerror(errno));
     }
     std::string bytes(LIMIT + 1, '\0');
     file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!file.eof()) {
-        refuse(path + " is too big, at most " + std::to_string(LIMIT) + " bytes can go along");
+        refuse('@' + path + " is too big, at most " + std::to_string(LIMIT) +
+               " bytes can go along");
     }
     bytes.resize(static_cast<size_t>(file.gcount()));
     return bytes;

@@ -84,15 +84,13 @@ private:
     std::string unknownCommand() const {
         const Words given = mApp.remaining();
         if (given.empty()) {
-            return "a subcommand is required; see modemctl --help";
+            return "which command? see modemctl --help";
         }
         Words names;
-        for (const auto& [name, command] : mCommands) {
-            names.push_back(name);
+        for (const CLI::App* command : documents::commandsOf(mApp)) {
+            names.push_back(command->get_name());
         }
-        const std::string near = api::nearest(given[0], names);
-        return given[0] + ": no such subcommand; " +
-               (near.empty() ? "see modemctl --help" : "did you mean " + near + '?');
+        return api::unknown(given[0], "command", names, "--help");
     }
 
     void addDocuments() {
@@ -174,14 +172,19 @@ private:
         } catch (const CLI::CallForHelp& help) {
             const Words words = mApp.remaining();
             if (mApp.got_subcommand("call") && !words.empty()) {
-                std::exit(print(documents::show(api::request(words[0]))));
+                leave(print(documents::show(api::request(words[0]))));
             }
-            std::exit(mApp.exit(help));
+            leave(mApp.exit(help));
         } catch (const CLI::Success& help) {
-            std::exit(mApp.exit(help));
+            leave(mApp.exit(help));
         } catch (const CLI::ParseError& error) {
             throw Failure(WRONG_USAGE, error.what());
         }
+    }
+
+    [[noreturn]] static void leave(int status) {
+        std::cout.flush();
+        std::exit(status);
     }
 
     Options mOptions;
