@@ -1,5 +1,7 @@
 """What `modemctl log` tells of a session with faults, beside what was really asked and answered."""
 
+import concurrent.futures
+import itertools
 import json
 import os
 import pathlib
@@ -33,6 +35,7 @@ class Session:
     def __init__(self, folder):
         self.env = {**os.environ, "OX_RUNTIME_DIR": folder}
         self.asked, self.why, self.lost = [], {}, 0
+        self.serials = itertools.count(10 ** 9)
         with open(os.path.join(folder, "log.txt"), "wb") as log:
             self.host = subprocess.Popen([os.environ["HOST"]], stderr=log,
                                          stdout=subprocess.PIPE, env=self.env)
@@ -46,7 +49,7 @@ class Session:
         return "\n".join(sum((json.loads(row)["reply"] for row in replies.splitlines()), []))
 
     def call(self, method, timeout=60):
-        serial = 10 ** 9 + len(self.asked)
+        serial = next(self.serials)
         answer = modemctl("--timeout", timeout, "call", "--why", "--serial", serial, method,
                           *self.methods[method], env=self.env).stdout or '{"info":{"error":null}}'
         self.asked.append((serial, method, json.loads(answer)["info"]["error"]))
@@ -69,8 +72,8 @@ def run_with_faults(session, dice):
         session.sim(*(dice.choice(KNOBS).format(name) for name in dice.sample(functions, 12)))
         service = dice.choice("wds dms nas at sar pdc vs".split())
         session.lose(1, f"disconnect {service}")
-        for method in dice.choices(methods, k=8):
-            session.call(method)
+        with concurrent.futures.ThreadPoolExecutor(4) as side_by_side:
+            list(side_by_side.map(session.call, dice.choices(methods, k=8)))
         session.sim(f"connect {service}")
     session.sim("clear")
     with subprocess.Popen([os.environ["MODEMCTL"], "watch", "--confirm-log", "--count", "1"],
@@ -105,7 +108,8 @@ class LogTest(unittest.TestCase):
         # Besides what was called there is the watching client's confirmation.
         self.assertEqual(sum(row["ph"] in "sf" for row in trace), 2 * len(session.asked) + 2)
         time_format = re.sub(rb"(?m)^(.{18}) +(\d+) +\d+ (\w) ([\w-]+): ", rb"\1 \3/\4( \2): ", log)
-        for told in (rows, tell(time_format)):
+        # The last one has threads, and so knows what belongs to which of several requests at once.
+        for told in (tell(time_format), rows):
             asked = [row for row in told["request"] if row["serial"] - 10 ** 9 in range(1000)]
             self.assertEqual(sorted((row["serial"], row["method"], row["result"]) for row in asked),
                              sorted(session.asked))
