@@ -6,10 +6,6 @@
 #include <fstream>
 #include <string>
 
-#include <vendor/lyr/modem/1.0/table.h>
-
-using hal::Type;
-
 namespace {
 
 struct Mistake {
@@ -33,18 +29,10 @@ const Mistake MISTAKES[] = {
          "IThing.hal:3: expected ; before 'oneway'"},
         {"MethodTwice", NO_TYPES, "interface IThing {\n    oneway a();\n    a(int8_t x);\n};",
          "IThing.hal:4: method 'a' stands twice"},
-        {"Return", NO_TYPES, "interface IThing { a() generates (int32_t x); };",
-         "IThing.hal:2: return values are not understood"},
-        {"CommentWithoutEnd", NO_TYPES, "/** Does.\ninterface IThing {};",
-         "IThing.hal:2: comment without end"},
         {"CommentOnNoArgument", NO_TYPES,
          "interface IThing {\n    /**\n     * Does.\n     * @param y gone\n     */\n"
          "    oneway a(int8_t x);\n};",
          "IThing.hal:7: comment on 'y', which is no argument"},
-        {"InterfaceAsMember", "struct A { IThing x; };", EMPTY,
-         "types.hal:2: interface 'IThing' can only be an argument"},
-        {"OtherName", NO_TYPES, "interface IOther {};",
-         "IThing.hal:2: interface 'IOther' in a file of another name"},
         {"EmptyArray", "struct A { int8_t[0] x; };", EMPTY, "types.hal:2: array without elements"},
 };
 
@@ -79,24 +67,5 @@ TEST_P(GeneratorTest, stopsWithFileLineAndReason) {
 
 INSTANTIATE_TEST_SUITE_P(Mistakes, GeneratorTest, testing::ValuesIn(MISTAKES),
                          [](const auto& test) { return test.param.name; });
-
-TEST(TableTest, tellsShapesAndComments) {
-    using namespace vendor::lyr::modem::V1_0;
-    const hal::Method& setCallback = IModem_table.methods[0];
-    EXPECT_FALSE(setCallback.oneway);
-    EXPECT_EQ(setCallback.args[1].type->kind, Type::Kind::INTERFACE);
-    EXPECT_STREQ(setCallback.args[1].doc, "takes the events");
-    const hal::Method& getMbnList = IModemResponse_table.methods[5];
-    EXPECT_EQ(getMbnList.code, 6U);
-    EXPECT_TRUE(getMbnList.oneway);
-    EXPECT_STREQ(getMbnList.doc, "The modem configurations that the device carries.");
-    EXPECT_STREQ(getMbnList.args[0].type->fields[1].name, "serial");
-    EXPECT_EQ(getMbnList.args[1].type->kind, Type::Kind::VEC);
-    EXPECT_EQ(getMbnList.args[1].type->element->kind, Type::Kind::STRING);
-    const Type& radioInfo = *IModemIndication_table.methods[1].args[1].type;
-    EXPECT_EQ(radioInfo.fields[4].type->kind, Type::Kind::ARRAY);
-    EXPECT_EQ(radioInfo.fields[4].type->count, 4U);
-    EXPECT_STREQ(radioInfo.fields[4].type->name, "uint32_t[4]");
-}
 
 }  // namespace

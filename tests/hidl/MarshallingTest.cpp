@@ -7,8 +7,6 @@
 
 #include <vendor/lyr/modem/1.0/transport.h>
 
-using android::RefBase;
-using android::sp;
 using android::hardware::hidl_handle;
 using android::hardware::hidl_string;
 using android::hardware::hidl_vec;
@@ -112,23 +110,6 @@ TEST(HidlVecTest, ownsACopyButNotWhatIsExternal) {
     EXPECT_EQ(copy, (hidl_vec<int>{4, 5}));
 }
 
-TEST(HidlStringTest, standsForATextElsewhereUntilItIsCopied) {
-    char here[] = "one";
-    hidl_string external;
-    external.setToExternal(here, 3);
-    const hidl_string copy = external;
-    hidl_string moved = std::move(external);
-    here[0] = 'O';
-    EXPECT_EQ(copy, "one");
-    EXPECT_EQ(moved, "One");
-    EXPECT_EQ(external, "");  // NOLINT(bugprone-use-after-move)
-    moved = std::string("a text of its own");
-    hidl_string& same = moved;
-    moved = same;
-    EXPECT_EQ(std::string(moved), "a text of its own");
-    EXPECT_DEATH(moved.setToExternal("two", 2), "without NUL");
-}
-
 TEST(ReturnTest, failureThatNobodyLooksAtStopsTheProcess) {
     using android::hardware::Return;
     const auto fail = [] { return Return<void>(Status::fromStatusT(android::DEAD_OBJECT)); };
@@ -167,43 +148,6 @@ TEST(HidlHandleTest, copiesAndOwnedHandlesCloseTheirDescriptorsAlone) {
     view = handle.getNativeHandle();
     view = nullptr;
     EXPECT_NE(fcntl(duplicate, F_GETFD), -1);
-}
-
-struct Counted : public virtual RefBase {
-    explicit Counted(int* alive) : mAlive(alive) { ++*mAlive; }
-    ~Counted() override { --*mAlive; }
-    int* const mAlive;
-};
-
-struct Other : public virtual RefBase {
-    int filler = 0;
-};
-
-struct Derived : public Other, public Counted {
-    using Counted::Counted;
-    sp<RefBase> self;
-};
-
-TEST(StrongPointerTest, objectGoesWithTheLastReference) {
-    int alive = 0;
-    sp<Derived> first = new Derived(&alive);
-    sp<Derived>& same = first;
-    first = same;
-    EXPECT_EQ(first->getStrongCount(), 1);
-    sp<Counted> base = first;  // another address, over a virtual base
-    sp<RefBase> root = std::move(first);
-    EXPECT_EQ(first, nullptr);  // NOLINT(bugprone-use-after-move)
-    EXPECT_EQ(base->getStrongCount(), 2);
-    root.clear();
-    EXPECT_EQ(alive, 1);
-    base = nullptr;
-    EXPECT_EQ(alive, 0);
-    first = new Derived(&alive);
-    first->self = first;
-    first->self.clear();
-    EXPECT_EQ(alive, 1);
-    first = new Derived(&alive);
-    EXPECT_EQ(alive, 1);
 }
 
 }  // namespace

@@ -14,8 +14,6 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
-#include <numeric>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,7 +26,6 @@ using android::hardware::hidl_string;
 using android::hardware::hidl_vec;
 using android::hardware::Return;
 using android::hardware::Void;
-using android::hidl::base::V1_0::IBase;
 using hal::Connection;
 using hal::Parcel;
 using namespace std::chrono_literals;
@@ -311,35 +308,6 @@ TEST_F(TransportTest, peerThatBreaksTheRulesLosesItsConnectionAlone) {
     }
     // The first line that the transport writes opens two, the breaches brought five.
     EXPECT_TRUE(await([&] { return countOf("fd") <= files + 2; })) << "descriptors stay open";
-}
-
-/** Eight calls with a byte changed: those before it are served, and the connection ends. */
-TEST_F(TransportTest, callsBeforeABrokenOneAreServedWhateverIsBroken) {
-    for (unsigned seed = 0; seed < 500; ++seed) {
-        std::mt19937 random(seed);
-        std::vector<uint8_t> bytes;
-        for (uint32_t mode = 0; mode < 8; ++mode) {
-            const std::vector<uint8_t> call = bytesOf({20, 1, 3, 0, 0, mode});
-            bytes.insert(bytes.end(), call.begin(), call.end());
-        }
-        const size_t place = random() % bytes.size();
-        bytes[place] = static_cast<uint8_t>(random());
-        const sp<Indication> served = new Indication;
-        Events ended;
-        const auto [connection, fd] = connectionAndPeer();
-        connection->exportObject(new hal::InterfaceStub<IModemIndication>(served));
-        connection->start([&] { ended.add(1); });
-        EXPECT_TRUE(sendRaw(fd, bytes));
-        shutdown(fd, SHUT_WR);
-        ASSERT_EQ(ended.wait(1).size(), 1U) << "seed " << seed;
-        std::vector<int> whole(place / 24);
-        std::iota(whole.begin(), whole.end(), 0);
-        std::vector<int> modes = served->modes.wait(0);
-        EXPECT_LE(modes.size(), 8U) << "seed " << seed;
-        modes.resize(whole.size());
-        EXPECT_EQ(modes, whole) << "seed " << seed;
-        close(fd);
-    }
 }
 
 /** It asks and asks and reads none of the answers, or a byte now and then. */
@@ -661,16 +629,6 @@ TEST_F(TransportTest, ofManyProcessesOneServesAndItsSocketIsReplacedAfterwards) 
     for (const int fd : {reports[0], reports[1], wishes[0], wishes[1]}) {
         close(fd);
     }
-}
-
-TEST(CastTest, givesTheInterfaceThatAnObjectHas) {
-    const sp<IBase> indication = new Indication;
-    const std::string descriptor = IModemIndication::descriptor;  // at another address
-    EXPECT_EQ(sp<IModemIndication>(IModemIndication::castFrom(indication)), indication);
-    EXPECT_NE(indication->asInterface(descriptor.c_str()), nullptr);
-    EXPECT_EQ(sp<IModemResponse>(IModemResponse::castFrom(indication)), nullptr);
-    EXPECT_EQ(sp<IModemIndication>(IModemIndication::castFrom(sp<IBase>())), nullptr);
-    EXPECT_EQ(sp<IModemIndication>(IModemIndication::castFrom(sp<IBase>(new IBase))), nullptr);
 }
 
 }  // namespace
