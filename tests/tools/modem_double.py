@@ -26,10 +26,6 @@ def text(value):
     return struct.pack("<I", len(raw)) + raw
 
 
-def numbers(code, *values):
-    return struct.pack(f"<I{len(values)}{code}", len(values), *values)
-
-
 def info(serial, error=0):
     return struct.pack("<IiI", 0, serial, error)
 

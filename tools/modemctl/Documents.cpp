@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Api.h"
+#include "SimulatorWords.h"
 #include "Values.h"
 
 namespace documents {
@@ -15,23 +16,34 @@ using nlohmann::ordered_json;
 constexpr char COMPLETION[] = R"(# Completion of modemctl: . <(modemctl completion bash), or zsh
 _modemctl() {
     [ -z "${ZSH_VERSION:-}" ] || emulate -L ksh
-    local word=${COMP_WORDS[COMP_CWORD]} command= given=0 i words=
+    local word=${COMP_WORDS[COMP_CWORD]} command= last= given=0 i words=
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
             @VALUED@) ((i++)) ;;
             -*) ;;
-            *) command=${command:-${COMP_WORDS[i]}} given=$((given + 1)) ;;
+            *) command=${command:-${COMP_WORDS[i]}} last=${COMP_WORDS[i]} given=$((given + 1)) ;;
         esac
     done
+    # Bash takes the @ in front of a file for a word of its own, but replaces both.
+    case $word:${COMP_WORDS[COMP_CWORD-1]} in
+        @*|*:@) word=@${word#@} words=$(ls -dp "${word#@}"* 2>/dev/null | sed 's/^/@/') ;;
+    esac
     case $((i > COMP_CWORD)):$given:$command:$word in
+        *:@*) ;;
         0:*:-*) words='@OPTIONS@' ;;
         0:0:*) words='@COMMANDS@' ;;
         0:1:call:*) words='@METHODS@' ;;
         0:1:show:*) words='@METHODS@' ;;
         0:1:completion:*) words='bash zsh' ;;
-        0:1:sim:*) words=$(modemctl sim help 2>/dev/null | sed '/^ok$/d; s/ .*//') ;;
-        0:*:sim:*) words=$(for list in functions keys services; do
-            modemctl sim help "$list" 2>/dev/null | sed '/^ok$/d; s/ .*//'; done) ;;
+        0:1:sim:*) words='@SIM_COMMANDS@' ;;
+        0:2:sim:*) case $last in
+            connect|disconnect) words='@SIM_SERVICES@all' ;;
+            fail|delay|silence|patch|ok|calls) words='@SIM_FUNCTIONS@' ;;
+            help) words='functions keys services' ;;
+            set|state) words=$(for instance in 0 1; do
+                modemctl --timeout 1 --instance $instance sim help keys 2>/dev/null
+                done | sed '/^ok$/d; s/ .*//') ;;
+            esac ;;
     esac
     COMPREPLY=($(compgen -W "$words" -- "$word"))
 }
@@ -51,7 +63,8 @@ They stand before the command or behind it; what follows \-\- is no option.
 Bytes are given as hex:0a0b, @file for the content of a file, [10,11] or text:abc; a path stands for
 itself. A number may be written as 0x1f.
 @METHODS@.SH EXIT STATUS
-0 answered with success, 1 answered with an error, 2 wrong usage, 3 no service, 4 no answer in time.
+0 answered with success, 1 answered with an error, 2 wrong usage or output that cannot be written,
+3 no service, 4 no answer in time.
 .SH ENVIRONMENT
 OX_RUNTIME_DIR is the folder of the service's sockets; NO_COLOR keeps a terminal without colour.
 .SH EXAMPLES
@@ -59,7 +72,14 @@ OX_RUNTIME_DIR is the folder of the service's sockets; NO_COLOR keeps a terminal
 modemctl call setOperatingMode 1
 modemctl \-\-json call \-\-serial 7 getOperatingMode
 modemctl call writeNVItem 50 0 0 hex:0a0b
+modemctl call \-\-out data.bin readNVItem 50 0 0
+modemctl show writeNVItem
+modemctl watch \-\-time
 modemctl watch \-\-confirm\-log
+modemctl status
+modemctl at 'AT+LOG=1,tc7'
+modemctl sim connect nas
+modemctl log \-\-svg picture.svg log.txt
 )";
 
 void replace(std::string& text, const std::string& mark, const std::string& by) {
@@ -182,6 +202,9 @@ std::string completion(const CLI::App& app, bool zsh) {
                                 }) + "-");
     replace(script, "@OPTIONS@", all(optionsOf(app), name));
     replace(script, "@COMMANDS@", all(commandsOf(app), name));
+    replace(script, "@SIM_COMMANDS@", simulator::COMMANDS);
+    replace(script, "@SIM_SERVICES@", simulator::SERVICES);
+    replace(script, "@SIM_FUNCTIONS@", simulator::FUNCTIONS);
     replace(script, "@METHODS@", all(api::callable(), [](const hal::Method& method) {
                 return method.name + std::string(" ");
             }));
