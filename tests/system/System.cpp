@@ -210,7 +210,7 @@ void Host::stop() {
 
 void Client::install() {
     mSession.install();
-    while (take() != Arrival::INSTALLED) {
+    while (take({})) {
     }
 }
 
@@ -229,24 +229,27 @@ void Client::send(const std::string& request, int32_t serial) {
     mSession.send(method, parcel);
 }
 
-Arrival::Kind Client::take() {
-    const auto arrival = mSession.next(Session::Clock::now() + PATIENCE);
-    if (!arrival) {
-        throw std::runtime_error("nothing comes");
-    }
-    if (const hal::Method* method = arrival->method; method != nullptr) {
+bool Client::take(std::chrono::milliseconds patience) {
+    const auto arrival = mSession.next(DirectSession::Clock::now() + patience);
+    if (const hal::Method* method = arrival ? arrival->method : nullptr; method != nullptr) {
         const auto& values = arrival->arguments;
         const bool isAnswer = arrival->kind == Arrival::ANSWER;
         (isAnswer ? mAnswers[values["info"]["serial"]] : mEvents)
                 .push_back(method->name + shown(method->args, method->argCount, values));
     }
-    return arrival->kind;
+    return arrival.has_value();
+}
+
+void Client::mustTake() {
+    if (!take(PATIENCE)) {
+        throw std::runtime_error("nothing comes");
+    }
 }
 
 std::string Client::answer(int32_t serial) {
     std::deque<std::string>& answers = mAnswers[serial];
     while (answers.empty()) {
-        take();
+        mustTake();
     }
     const std::string first = answers.front();
     answers.pop_front();
@@ -261,7 +264,7 @@ std::string Client::call(const std::string& request) {
 
 std::string Client::event() {
     while (mEvents.empty()) {
-        take();
+        mustTake();
     }
     const std::string first = mEvents.front();
     mEvents.pop_front();
@@ -271,7 +274,7 @@ std::string Client::event() {
 std::map<int32_t, std::deque<std::string>> Client::drain() {
     try {
         while (true) {
-            take();
+            mustTake();
         }
     } catch (const Failure&) {  // the service has gone
         return mAnswers;

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/system/DirectSession.h"
+#include "tools/soak/DirectSession.h"
 
 /** Nothing that is waited for takes so long, sanitized or not. */
 constexpr std::chrono::milliseconds PATIENCE(60000);
@@ -134,9 +134,11 @@ public:
     std::map<int32_t, std::deque<std::string>> drain();
 
 private:
-    Arrival::Kind take();
+    /** Takes what comes next; false when nothing does in time. */
+    bool take(std::chrono::milliseconds patience);
+    void mustTake();
 
-    Session mSession;
+    DirectSession mSession;
     std::atomic<int32_t> mSerial{-5};  ///< those below 0, too, come back as they were
     std::map<int32_t, std::deque<std::string>> mAnswers;
     std::deque<std::string> mEvents;

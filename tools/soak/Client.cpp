@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "DirectSession.h"
 #include "tools/modemctl/Api.h"
-#include "tools/modemctl/Values.h"
 
 namespace {
 
@@ -14,38 +14,6 @@ using Kind = hal::Type::Kind;
 
 /** Widths of Kind::INT8 to Kind::UINT64, in bytes. */
 constexpr size_t WIDTHS[] = {1, 1, 2, 2, 4, 4, 8, 8};
-
-class Callback : public hal::Stub {
-public:
-    Callback(const hal::Interface& table, Ledger* ledger) : mTable(table), mLedger(ledger) {}
-
-    bool onTransact(uint32_t code, hal::Parcel& args, hal::Parcel&) override {
-        if (code < 1 || code > mTable.methodCount) {
-            return false;
-        }
-        const hal::Method& method = mTable.methods[code - 1];
-        nlohmann::ordered_json values;
-        if (!values::decode(args, method, values)) {
-            return false;
-        }
-        if (mLedger != nullptr && values.contains("info")) {
-            mLedger->answer(values["info"]["serial"], method.name, values["info"]["error"]);
-        }
-        return true;
-    }
-
-private:
-    const hal::Interface& mTable;
-    Ledger* const mLedger;
-};
-
-std::shared_ptr<hal::Connection> connect(int instance) {
-    std::string reason;
-    auto connection = hal::Connection::connect(
-            hal::servicePath(api::REQUESTS.descriptor, "instance" + std::to_string(instance)),
-            &reason);
-    return connection != nullptr ? connection : throw std::runtime_error("no service: " + reason);
-}
 
 }  // namespace
 
@@ -75,36 +43,10 @@ void Requests::write(hal::Parcel& parcel, const hal::Field& argument) {
     }
 }
 
-Client::Client(int instance) : mConnection(connect(instance)) {
-}
-
-Client::~Client() {
-    mConnection->close("over");
-}
-
-void Client::install(Ledger* ledger) {
-    hal::Parcel arguments(mConnection.get());
-    arguments.write(mConnection->exportObject(new Callback(api::ANSWERS, ledger)));
-    arguments.write(mConnection->exportObject(new Callback(api::EVENTS, ledger)));
-    hal::Parcel reply;
-    const auto sent = mConnection->transact(hal::SERVICE_TARGET, api::REQUESTS.methods[0].code,
-                                            arguments, &reply);
-    if (!sent.isOk()) {
-        throw std::runtime_error("setCallback: " + sent.description());
-    }
-}
-
-void Client::send(const hal::Method& request, hal::Parcel& arguments) {
-    const auto sent = mConnection->transact(hal::SERVICE_TARGET, request.code, arguments);
-    if (!sent.isOk()) {
-        throw std::runtime_error(request.name + (": " + sent.description()));
-    }
-}
-
 void runClient(int instance, const std::string& file, const Job& job, Begun& begun) {
-    Client client(instance);
+    DirectSession client(instance, [](const Arrival&) {});
     if (job.owns) {
-        client.install(nullptr);
+        client.install();
     }
     Requests requests(job.seed, file);
     std::minstd_rand pauses(static_cast<uint32_t>(job.seed));

@@ -1,11 +1,10 @@
 #pragma once
 
+#include <hidl/Table.h>
 #include <hidl/Transport.h>
 
 #include <atomic>
 #include <random>
-
-#include "Ledger.h"
 
 /** The requests of one client, in their order: the same seed makes the same ones. */
 class Requests {
@@ -24,25 +23,6 @@ private:
 
     std::mt19937_64 mRandom;
     const std::string mFile;
-};
-
-/** A connection that takes the callbacks; answers go into a ledger, if there is one. */
-class Client {
-public:
-    /** @throws std::runtime_error when there is no service */
-    explicit Client(int instance);
-    ~Client();
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
-
-    /** Puts callbacks in the place of whosever are there, and waits for that. */
-    void install(Ledger* ledger);
-
-    /** @throws std::runtime_error when the service has gone */
-    void send(const hal::Method& request, hal::Parcel& arguments);
-
-private:
-    const std::shared_ptr<hal::Connection> mConnection;
 };
 
 /** What a client process is told on its command line. */

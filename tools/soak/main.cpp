@@ -12,6 +12,8 @@
 #include <thread>
 
 #include "Client.h"
+#include "DirectSession.h"
+#include "Ledger.h"
 #include "Processes.h"
 #include "tools/modemctl/Simulator.h"
 
@@ -94,7 +96,7 @@ private:
     std::optional<Child> mHost;
     pid_t mHostId = 0;
     Ledger mLedger;  ///< outlives the connection, whose reader writes to it
-    std::optional<Client> mOwner;
+    std::optional<DirectSession> mOwner;
     std::vector<std::unique_ptr<Running>> mClients;  ///< one for each place
     std::deque<std::string> mComing;                 ///< commands that follow a provocation
     const Clock::time_point mStart = Clock::now();
@@ -126,8 +128,13 @@ Soak::Soak(const Options& options)
 void Soak::awaitStart() {
     for (const auto deadline = mStart + 30s; !mOwner;) {
         try {
-            mOwner.emplace(mOptions.instance);
-            mOwner->install(&mLedger);
+            mOwner.emplace(mOptions.instance, [this](const Arrival& arrival) {
+                if (arrival.kind == Arrival::ANSWER) {
+                    const auto& info = arrival.arguments["info"];
+                    mLedger.answer(info["serial"], arrival.method->name, info["error"]);
+                }
+            });
+            mOwner->install();
             sim("state service");
         } catch (const std::exception&) {
             mOwner.reset();
@@ -221,7 +228,7 @@ void Soak::replaceOwner() {
         std::this_thread::sleep_for(5ms);
     }
     owner->process.end(SIGKILL);
-    mOwner->install(&mLedger);
+    mOwner->install();
     mLedger.excuse(owner->job.serial, owner->job.serial + owner->job.requests);
     for (size_t i = 0; i < mClients.size(); ++i) {
         const int32_t first = mClients[i]->job.serial;
@@ -261,7 +268,7 @@ void Soak::provoke() {
             return sim("fail " + function + " 1 " + std::to_string(1 + draw(50)));
         case 3:
             mComing = {"ok " + function};
-            return sim("result " + function + " 3");
+            return sim("patch " + function + " result 3");
         case 4:
             return sim("delay " + function + " 0-" + std::to_string(1 + draw(50)));
         case 5:

@@ -1,19 +1,24 @@
-#include "tests/system/DirectSession.h"
+#include "DirectSession.h"
 
 #include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
-#include <thread>
 
 #include "tools/modemctl/Api.h"
 #include "tools/modemctl/Failure.h"
 #include "tools/modemctl/Values.h"
 
-/** Arrivals in their order, from any thread. */
-class Session::Inbox {
+/** Arrivals in their order, from any thread; or the way to a sink. */
+class DirectSession::Inbox {
 public:
+    explicit Inbox(Sink sink) : mSink(std::move(sink)) {}
+
     void put(Arrival arrival) {
+        if (mSink) {
+            mSink(arrival);
+            return;
+        }
         const std::lock_guard<std::mutex> guard(mLock);
         mArrivals.push_back(std::move(arrival));
         mArrived.notify_one();
@@ -33,13 +38,14 @@ public:
     std::atomic<uint64_t> installation{0};
 
 private:
+    const Sink mSink;
     std::mutex mLock;
     std::condition_variable mArrived;
     std::deque<Arrival> mArrivals;
 };
 
 /** One callback object of either kind; the service lets it go for another one. */
-class Session::Callback : public hal::Stub {
+class DirectSession::Callback : public hal::Stub {
 public:
     Callback(std::shared_ptr<Inbox> inbox, Arrival::Kind kind, uint64_t installation)
         : mInbox(std::move(inbox)), mKind(kind), mInstallation(installation) {}
@@ -69,7 +75,8 @@ private:
     const uint64_t mInstallation;
 };
 
-Session::Session(int instance) : mInbox(std::make_shared<Inbox>()) {
+DirectSession::DirectSession(int instance, Sink sink)
+    : mInbox(std::make_shared<Inbox>(std::move(sink))) {
     const std::string name = "instance" + std::to_string(instance);
     const std::string path = hal::servicePath(api::REQUESTS.descriptor, name);
     std::string reason;
@@ -80,33 +87,32 @@ Session::Session(int instance) : mInbox(std::make_shared<Inbox>()) {
     mConnection->onClosed([inbox = mInbox] { inbox->put({Arrival::CLOSED, nullptr, {}}); });
 }
 
-Session::~Session() {
+DirectSession::~DirectSession() {
     mConnection->close("session over");
 }
 
-void Session::install() {
+void DirectSession::install() {
     mInbox->installation = ++mInstallation;
-    // The call waits for the service, and a service that hangs would not let go of this thread.
-    std::thread([inbox = mInbox, connection = mConnection, number = mInstallation] {
-        hal::Parcel arguments(connection.get());
-        for (const Arrival::Kind kind : {Arrival::ANSWER, Arrival::EVENT}) {
-            arguments.write(connection->exportObject(new Callback(inbox, kind, number)));
-        }
-        hal::Parcel reply;
-        const uint32_t code = api::REQUESTS.methods[0].code;  // setCallback
-        const bool sent = connection->transact(hal::SERVICE_TARGET, code, arguments, &reply).isOk();
-        inbox->put({sent ? Arrival::INSTALLED : Arrival::CLOSED, nullptr, {}});
-    }).detach();
+    hal::Parcel arguments(mConnection.get());
+    for (const Arrival::Kind kind : {Arrival::ANSWER, Arrival::EVENT}) {
+        arguments.write(mConnection->exportObject(new Callback(mInbox, kind, mInstallation)));
+    }
+    hal::Parcel reply;
+    call(api::REQUESTS.methods[0], arguments, &reply);  // setCallback
 }
 
-void Session::send(const hal::Method& request, hal::Parcel& arguments) {
-    const auto sent = mConnection->transact(hal::SERVICE_TARGET, request.code, arguments);
+void DirectSession::send(const hal::Method& request, hal::Parcel& arguments) {
+    call(request, arguments, nullptr);
+}
+
+void DirectSession::call(const hal::Method& method, hal::Parcel& arguments, hal::Parcel* reply) {
+    const auto sent = mConnection->transact(hal::SERVICE_TARGET, method.code, arguments, reply);
     if (!sent.isOk()) {
         throw Failure(NO_SERVICE, "the service has gone: " + sent.description());
     }
 }
 
-std::optional<Arrival> Session::next(Clock::time_point deadline) {
+std::optional<Arrival> DirectSession::next(Clock::time_point deadline) {
     std::optional<Arrival> arrival = mInbox->take(deadline);
     if (arrival && arrival->kind == Arrival::CLOSED) {
         throw Failure(NO_SERVICE, "the service has gone: " + mConnection->endReason());

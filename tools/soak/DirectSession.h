@@ -4,14 +4,14 @@
 #include <hidl/Transport.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 
-/** What comes to a client. */
+/** What comes to a client of the service. */
 struct Arrival {
     enum Kind {
-        INSTALLED,  ///< the callbacks are in place
         ANSWER,     ///< a call of IModemResponse
         EVENT,      ///< a call of IModemIndication
         DISPLACED,  ///< another client's callbacks took the place of ours
@@ -23,19 +23,30 @@ struct Arrival {
     nlohmann::ordered_json arguments;
 };
 
-/** A client of one instance, connected to the service itself and not to a relay. Any thread may
- * send; one thread does the rest. */
-class Session {
+/**
+ * A client of one instance, connected to the service itself and not to modemctl's relay. Any thread
+ * may send; one thread does the rest.
+ */
+class DirectSession {
 public:
     using Clock = std::chrono::steady_clock;
+    using Sink = std::function<void(const Arrival&)>;
 
-    /** Connects; throws Failure with NO_SERVICE when there is nobody. */
-    explicit Session(int instance);
-    ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
+    /**
+     * Connects; throws Failure with NO_SERVICE when there is nobody.
+     *
+     * @param sink takes what comes, on threads of the connection, until that has ended; without
+     *        one, `next` does
+     */
+    explicit DirectSession(int instance, Sink sink = nullptr);
+    ~DirectSession();
+    DirectSession(const DirectSession&) = delete;
+    DirectSession& operator=(const DirectSession&) = delete;
 
-    /** Starts to install callbacks, in place of whosever are there; INSTALLED follows. */
+    /**
+     * Installs callbacks in place of whosever are there; events that were kept have come by then.
+     * Throws Failure with NO_SERVICE when the service has gone.
+     */
     void install();
 
     /** Sends a request; throws Failure with NO_SERVICE when it did not get through. */
@@ -47,6 +58,8 @@ public:
 private:
     class Inbox;
     class Callback;
+
+    void call(const hal::Method& method, hal::Parcel& arguments, hal::Parcel* reply);
 
     std::shared_ptr<Inbox> mInbox;  ///< shared with threads that may outlive the session
     std::shared_ptr<hal::Connection> mConnection;
