@@ -25,8 +25,8 @@ class HostTest(unittest.TestCase):
         for words, environment, recorded, stop in rows:
             with self.subTest(recorded):
                 host = start("--plugin", PLUGIN, *words, **environment)
-                self.assertEqual(host.stdout.readline().rstrip(), recorded)
-                self.assertEqual(host.stdout.readline().rstrip(), f"ready: {PLUGIN} serves nothing yet")
+                self.assertEqual([host.stdout.readline() for _ in range(2)],
+                                 [recorded + "\n", f"ready: {PLUGIN} serves nothing yet\n"])
                 host.send_signal(stop)
                 self.assertEqual((host.wait(30), *host.communicate()), (0, "", ""))
 
@@ -55,8 +55,8 @@ class HostTest(unittest.TestCase):
             host.stdout.close()
             host.stderr.close()
             for _ in range(2):
-                subprocess.run([MODEMCTL, "--instance", "1", "call", "getOperatingMode"], check=True, timeout=30,
-                               env={**os.environ, "OX_RUNTIME_DIR": folder})
+                subprocess.run([MODEMCTL, "--instance=1", "call", "getOperatingMode"], check=True,
+                               timeout=30, env={**os.environ, "OX_RUNTIME_DIR": folder})
             host.send_signal(signal.SIGTERM)
             self.assertEqual(host.wait(30), 0)
 

@@ -5,6 +5,7 @@ import os
 import pathlib
 import re
 import socket
+import socketserver
 import struct
 import threading
 
@@ -56,24 +57,20 @@ class Client:
         self.connection.shutdown(socket.SHUT_RDWR)
 
 
-class Listener:
+class Listener(socketserver.ThreadingUnixStreamServer):
+    """Each connection is served on a thread of its own."""
+    daemon_threads = True
+
     def __init__(self, path):
         path.parent.mkdir(mode=0o700, exist_ok=True)
-        self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.bind(str(path))
-        self.socket.listen()
-        threading.Thread(target=self.accept, daemon=True).start()
+        super().__init__(str(path), None)
+        threading.Thread(target=self.serve_forever, args=(0.01,), daemon=True).start()
 
-    def accept(self):
-        while True:
-            try:
-                connection = self.socket.accept()[0]
-            except OSError:
-                return
-            threading.Thread(target=self.serve, args=(connection,), daemon=True).start()
+    def finish_request(self, connection, _):
+        self.serve(connection)
 
     def close(self):
-        self.socket.shutdown(socket.SHUT_RDWR)
+        self.shutdown()
         self.socket.close()
 
 

@@ -3,8 +3,6 @@
 import json
 import os
 import pathlib
-import re
-import shlex
 import shutil
 import signal
 import subprocess
@@ -50,28 +48,19 @@ class ModemctlTest(unittest.TestCase):
         return service
 
     def test_messages(self):
-        large = os.path.join(self.folder, "large")
-        with open(large, "wb") as file:
-            file.truncate(1 << 20)
+        large = pathlib.Path(self.folder, "large")
+        large.write_bytes(bytes(1 << 20))
         rows = [
             ("", "which command?"),
             ("wach", "wach: no such command; did you mean watch?"),
-            ("list extra", "list: not expected: extra"),
             ("watch --count -1", "--count"),
-            ("completion fish", "bash or zsh"),
             ("call getOperatngMode", "no such method; did you mean getOperatingMode?"),
-            ("call setCallback 1 2", "setCallback: no such method"),
             ("call setOperatingMode", "argument 1 (mode): missing, it takes mode:int32_t"),
-            ("call getBuildId 1", "argument 1 (1): too many, it takes none"),
-            ("call getOperatingMode --serial x", "--serial = x"),
             ("call getBuildId --out x", "its answer has no bytes for --out"),
             ("call setModemPowerSaveMode -1", "argument 1 (mode): -1 is not in 0..255"),
-            ("call setSarState 2147483648", "2147483648 is not in -2147483648..2147483647"),
             ("call setAgpsTestMode 1x", "'1x' is not a number"),
             ("call setAgpsTestMode ''", "'' is not a number"),
             ("call verifyNV 1 abc", "argument 2 (data): abc is none of hex:0a0b, @file, [10,11]"),
-            ("call verifyNV 1 hex:0a0", "hex:0a0 is not pairs"),
-            ("call verifyNV 1 [1,256]", "256 is not in 0..255"),
             ("call verifyNV 1 [1,", "[1, is not a list"),
             ("call verifyNV 1 @/none", "@/none: No such file"),
             ("call verifyNV 1 @/", "@/ is a folder"),
@@ -83,10 +72,10 @@ class ModemctlTest(unittest.TestCase):
         ]
         for words, line in rows:
             with self.subTest(words):
-                with open("/dev/full" if words.endswith(" >") else os.devnull, "wb") as out:
-                    done = subprocess.run([MODEMCTL, *shlex.split(words.rstrip(" >"))], stdout=out,
-                                          stderr=subprocess.PIPE, text=True, timeout=60,
-                                          env={**os.environ, "OX_RUNTIME_DIR": self.folder})
+                out = "/dev/full" if words.endswith(" >") else "/dev/null"
+                command = f"exec {MODEMCTL} {words.rstrip(' >')} > {out}"
+                done = subprocess.run(["sh", "-c", command], capture_output=True, text=True,
+                                      timeout=60, env={**os.environ, "OX_RUNTIME_DIR": self.folder})
                 self.assertEqual(done.returncode, 3 if "run.sh" in line else 2)
                 self.assertIn(line.lower(), done.stderr.lower())
                 self.assertRegex(done.stderr, r"\Amodemctl: .*\n\Z")
@@ -94,35 +83,28 @@ class ModemctlTest(unittest.TestCase):
     def test_arguments_reach_the_service(self):
         service = self.service(lambda client, request: client.answer(
             request.name + "Response", info(request.serial)))
-        with open(os.path.join(self.folder, "f"), "wb") as file:
-            file.write(b"\0\xff\n")
-        at_file = "@" + file.name
+        file = pathlib.Path(self.folder, "f")
+        file.write_bytes(b"\0\xff\n")
         rows = [
-            ("setSarState -- -3", pack("<i", -3)),
             ("setAgpsTestMode 0xffffffff", b"\xff" * 4),
             ("writeNVItem -2 255 0x10 hex:", pack("<iBB", -2, 255, 16) + text("")),
             ("writePrl 1 hex:0a0B", b"\1" + text(b"\x0a\x0b")),
-            ("writePrl 1 [10,11]", b"\1" + text(b"\x0a\x0b")),
-            (f"writePrl 1 {at_file}", b"\1" + text(b"\0\xff\n")),
+            (f"writePrl 1 @{file}", b"\1" + text(b"\0\xff\n")),
             ("loadMbnConfig /a/b.mbn", text("/a/b.mbn")),
-            ("setModemProperty --name hex:00", text("--name") + text("hex:00")),
             ("setModemProperty -- --json text:list", text("--json") + text("text:list")),
         ]
         for words, payload in rows:
             with self.subTest(words):
-                code, _, err = self.run_it("call", "--serial=-5", *words.split())
-                self.assertEqual((code, err), (0, ""))
-                request = (words.split()[0], -5, payload)
-                self.assertEqual(service.requests.pop(), request)
+                self.assertEqual(self.run_it("call", "--serial=-5", *words.split())[::2], (0, ""))
+                self.assertEqual(service.requests.pop(), (words.split()[0], -5, payload))
 
     def test_answers_as_text_as_json_and_as_bytes(self):
         ok, ok_json = info(SERIAL), '"info":{"type":0,"serial":7,"error":0}'
         rows = [
-            ("getOperatingMode", info(SERIAL, 1) + pack("<i", 0), 1, "serial=7 error=1 mode=0",
-             '"info":{"type":0,"serial":7,"error":1},"mode":0', None),
             ("readPrl 0", ok + text(b"\x0a\xff"), 0, "serial=7 error=0 data=hex:0aff",
              ok_json + ',"data":[10,255]', b"\x0a\xff"),
-            ("getBuildId", ok + text(b'a "b"\n\xff'), 0, r'serial=7 error=0 buildId="a \"b\"\n�"',
+            ("getBuildId", ok + text(b'a "b"\n\xff'), 0,
+             r'serial=7 error=0 buildId="a \"b\"\n�"',
              ok_json + r',"buildId":"a \"b\"\n�"', None),
             ("getActiveMbnInfo 0", ok + pack("<i", -2) + text(b"\0"), 0,
              "serial=7 error=0 result=-2 configId=hex:00",
@@ -132,7 +114,8 @@ class ModemctlTest(unittest.TestCase):
             name = words.split()[0] + "Response"
             with self.subTest(line):
                 self.service(always(("answer", name, payload)))
-                call, file = ["call", "--serial", "7", *words.split()], pathlib.Path(self.folder, "out")
+                call = ["call", "--serial", "7", *words.split()]
+                file = pathlib.Path(self.folder, "out")
                 self.assertEqual(self.run_it(*call, *(["--out", str(file)] if content else [])),
                                  (code, f"{name} {line}\n", ""))
                 self.assertEqual(file.read_bytes() if content else None, content)
@@ -150,7 +133,6 @@ class ModemctlTest(unittest.TestCase):
     def test_no_service_and_no_answer(self):
         rows = [
             ("goes when called", dict(on_request=always(("leave",))), 3, "gone"),
-            ("goes at once", dict(on_install=lambda client: client.leave()), 3, "gone"),
             ("does not install", dict(replies=False), 4, "no answer in 0.3 s"),
             ("does not answer", {}, 4, "no answer in 0.3 s"),
             ("sends what does not decode",
@@ -159,22 +141,19 @@ class ModemctlTest(unittest.TestCase):
         for name, script, code, line in rows:
             with self.subTest(name):
                 self.service(**script)
-                exit_code, out, err = self.run_it("call", "rebootModem", "--timeout", "0.3")
-                self.assertEqual((exit_code, out), (code, ""))
-                self.assertIn(line, err)
+                result = self.run_it("call", "rebootModem", "--timeout", "0.3")
+                self.assertEqual(result[:2], (code, ""))
+                self.assertIn(line, result[2])
 
     def test_watch_prints_events_and_the_answers_of_others(self):
         def on_install(client):
             client.event("modemRRCStateInd", pack("<I4i", 0, 1, -2, 0, 3))
             client.answer("rebootModemResponse", info(9))
-            client.event("modemRadioInfoReportInd",
-                         pack("<III", 0, 1, 2) + bytes(30) + pack("<I", 9) + bytes(33))
+            client.event("powerSaveModeInd", pack("<Ii", 0, 1))
         self.service(on_install=on_install)
-        code, out, _ = self.run_it("watch", "--all", "--count=2")
-        self.assertEqual((code, out.splitlines()[:4]), (0, [
-            "modemRRCStateInd lteValid=1 rrcState=-2 wcdmaValid=0 wcdmaRrcState=3",
-            "rebootModemResponse serial=9 error=0", "modemRadioInfoReportInd",
-            "    field1          1"]))
+        self.assertEqual(self.run_it("watch", "--all", "--count=2")[:2], (
+            0, "modemRRCStateInd lteValid=1 rrcState=-2 wcdmaValid=0 wcdmaRrcState=3\n"
+               "rebootModemResponse serial=9 error=0\npowerSaveModeInd mode=1\n"))
         row = json.loads(self.run_it("watch", "-t", "--count=1", "--json")[1])
         self.assertRegex(row["time"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d$")
 
@@ -204,21 +183,17 @@ class ModemctlTest(unittest.TestCase):
                 self.assertIn(told, result[2])
 
     def test_simulated_modem(self):
-        self.assertEqual(self.run_it("sim", "x")[0], 3)
-        port = Port(self.folder, {"rrc 1 -3": ["ok"], "state": ["a 1", "ok"], "x": ["error: no"]})
-        self.addCleanup(port.close)
-        self.assertEqual(self.run_it("sim", "rrc", "1", "-3"), (0, "ok\n", ""))
-        self.assertEqual(self.run_it("sim", "x"), (1, "error: no\n", ""))
-        self.assertEqual(self.run_it("sim", stdin="x\nstate\n"), (1, "error: no\na 1\nok\n", ""))
+        replies = {"state": ["a 1", "ok"], "x -3": ["error: no"]}
+        self.addCleanup(Port(self.folder, replies).close)
+        self.assertEqual(self.run_it("sim", "x", "-3"), (1, "error: no\n", ""))
+        self.assertEqual(self.run_it("sim", stdin="x -3\nstate\n"), (1, "error: no\na 1\nok\n", ""))
+        self.assertEqual(self.run_it("--json", "sim", "state")[1],
+                         '{"command":"state","reply":["a 1","ok"]}\n')
         self.assertEqual(self.run_it("sim", "silent", "--timeout=0.2")[0], 4)
 
     def test_list_completion_and_manual_name_every_request(self):
         listed = self.run_it("list")[1].splitlines()
         self.assertEqual(len(listed), 52)
-        self.assertTrue(any(line.startswith("verifyNV item:int32_t data:vec<uint8_t>  ")
-                            for line in listed))
-        self.assertIn('{"method":"setSarState","arguments":[{"name":"state","type":"int32_t"}]}',
-                      self.run_it("list", "--json")[1])
         script = self.run_it("completion", "bash")[1]
         for words, completed in (("call --serial 7 setSar", "setSarState"), ("compl", "completion"),
                                  ("watch --conf", "--confirm-log"), ("call setSarState ''", ""),
@@ -230,12 +205,12 @@ class ModemctlTest(unittest.TestCase):
             found = subprocess.run(["bash", "-euc", run], capture_output=True, text=True)
             self.assertEqual((found.stdout.strip(), found.stderr), (completed, ""))
         page = self.run_it("man")[1]
-        self.assertEqual(len(re.findall(r"^\.B (%s)" % "|".join(
-            line.split()[0] + r"\b" for line in listed), page, flags=re.M)), 52)
+        for line in listed:
+            self.assertIn("\n.B " + line.split()[0], page)
         if shutil.which("groff"):
-            checked = subprocess.run(["groff", "-man", "-ww", "-Tutf8"], input=page, text=True,
+            checked = subprocess.run(["groff", "-man", "-ww", "-Tutf8"], input=page.encode(),
                                      capture_output=True)
-            self.assertEqual(checked.stderr, "")
+            self.assertEqual(checked.stderr, b"")
 
 
 if __name__ == "__main__":
