@@ -88,9 +88,7 @@ class ModemctlTest(unittest.TestCase):
         rows = [
             ("setAgpsTestMode 0xffffffff", b"\xff" * 4),
             ("writeNVItem -2 255 0x10 hex:", pack("<iBB", -2, 255, 16) + text("")),
-            ("writePrl 1 hex:0a0B", b"\1" + text(b"\x0a\x0b")),
             (f"writePrl 1 @{file}", b"\1" + text(b"\0\xff\n")),
-            ("loadMbnConfig /a/b.mbn", text("/a/b.mbn")),
             ("setModemProperty -- --json text:list", text("--json") + text("text:list")),
         ]
         for words, payload in rows:
@@ -101,26 +99,25 @@ class ModemctlTest(unittest.TestCase):
     def test_answers_as_text_as_json_and_as_bytes(self):
         ok, ok_json = info(SERIAL), '"info":{"type":0,"serial":7,"error":0}'
         rows = [
-            ("readPrl 0", ok + text(b"\x0a\xff"), 0, "serial=7 error=0 data=hex:0aff",
+            ("readPrl 0", ok + text(b"\x0a\xff"), "serial=7 error=0 data=hex:0aff",
              ok_json + ',"data":[10,255]', b"\x0a\xff"),
-            ("getBuildId", ok + text(b'a "b"\n\xff'), 0,
-             r'serial=7 error=0 buildId="a \"b\"\n�"',
+            ("getBuildId", ok + text(b'a "b"\n\xff'), r'serial=7 error=0 buildId="a \"b\"\n�"',
              ok_json + r',"buildId":"a \"b\"\n�"', None),
-            ("getActiveMbnInfo 0", ok + pack("<i", -2) + text(b"\0"), 0,
+            ("getActiveMbnInfo 0", ok + pack("<i", -2) + text(b"\0"),
              "serial=7 error=0 result=-2 configId=hex:00",
              ok_json + ',"mbnInfo":{"result":-2,"configId":[0]}', b"\0"),
         ]
-        for words, payload, code, line, object_, content in rows:
+        for words, payload, line, object_, content in rows:
             name = words.split()[0] + "Response"
             with self.subTest(line):
                 self.service(always(("answer", name, payload)))
                 call = ["call", "--serial", "7", *words.split()]
                 file = pathlib.Path(self.folder, "out")
                 self.assertEqual(self.run_it(*call, *(["--out", str(file)] if content else [])),
-                                 (code, f"{name} {line}\n", ""))
+                                 (0, f"{name} {line}\n", ""))
                 self.assertEqual(file.read_bytes() if content else None, content)
                 self.assertEqual(self.run_it("--json", *call),
-                                 (code, f'{{"method":"{name}",{object_}}}\n', ""))
+                                 (0, f'{{"method":"{name}",{object_}}}\n', ""))
 
     def test_a_call_whose_callbacks_are_displaced_installs_them_again(self):
         def on_install(client):
