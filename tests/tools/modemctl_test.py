@@ -118,6 +118,9 @@ class ModemctlTest(unittest.TestCase):
                 self.assertEqual(file.read_bytes() if content else None, content)
                 self.assertEqual(self.run_it("--json", *call),
                                  (0, f'{{"method":"{name}",{object_}}}\n', ""))
+        self.service(always(("answer", "rebootModemResponse", info(SERIAL, 1))))
+        self.assertEqual(self.run_it("call", "--serial=7", "rebootModem")[:2],
+                         (1, "rebootModemResponse serial=7 error=1\n"))
 
     def test_a_call_whose_callbacks_are_displaced_installs_them_again(self):
         def on_install(client):
