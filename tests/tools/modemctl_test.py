@@ -199,7 +199,7 @@ class ModemctlTest(unittest.TestCase):
                                  ("watch --conf", "--confirm-log"), ("call setSarState ''", ""),
                                  ("sim disco", "disconnect"), ("sim connect pd", "pdc"),
                                  ("sim fail modem_set_sar", "modem_set_sar_dsi"),
-                                 (f"log @{MODEMCTL[:-1]}", "@" + MODEMCTL)):
+                                 ("log @/etc/debian_vers", "@/etc/debian_version")):
             run = script + (f"COMP_WORDS=(modemctl {words}) COMP_CWORD={len(words.split(' '))};"
                             '_modemctl; echo "${COMPREPLY[@]}"')
             found = subprocess.run(["bash", "-euc", run], capture_output=True, text=True)
