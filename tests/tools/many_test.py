@@ -1,6 +1,5 @@
 """Many modemctl at once on one instance of a real host, while the process between them is killed."""
 
-import collections
 import json
 import os
 import pathlib
@@ -12,7 +11,7 @@ import time
 import unittest
 
 HOST, MODEMCTL = os.environ["HOST"], os.environ["MODEMCTL"]
-ROUNDS, CALLS = 10, 50
+ROUNDS, CALLS, EVENTS = 10, 50, 500
 READS = ("getOperatingMode", "getBuildId", "getVoNRMode", "getModemPowerSaveMode", "getBandsInfo")
 
 
@@ -67,14 +66,19 @@ class ManyTest(unittest.TestCase):
         watches = [self.watch() for _ in range(2)]
         for lines, _ in watches:
             lines.clear()
-        list(self.ask_many(1000))
-        self.start(MODEMCTL, "sim", "rrc", "1", "2", "0", "0", stdout=subprocess.DEVNULL).wait()
+        many = self.ask_many(1000)
+        next(many)
+        subprocess.run([MODEMCTL, "sim"], env=self.environment, text=True, stdout=subprocess.DEVNULL,
+                       input="".join(f"rrc 1 {state} 0 0\n" for state in range(EVENTS)), check=True)
+        next(many)
         for lines, noted in watches:
-            self.until(lambda: any("RRCState" in line for line in lines), "event")
-            answered = collections.Counter(json.loads(line)["info"]["serial"] for line in lines
-                                           if '"info"' in line)
-            self.assertEqual(answered, {1000 + i: 1 for i in range(CALLS)})
-            self.assertEqual((len(lines), noted), (CALLS + 1, []))
+            self.until(lambda: len(lines) >= CALLS + EVENTS, "all")
+            shown = list(map(json.loads, lines))
+            self.assertEqual([event["rrcState"] for event in shown if "rrcState" in event],
+                             list(range(EVENTS)))
+            self.assertEqual(sorted(answer["info"]["serial"] for answer in shown if "info" in answer),
+                             list(range(1000, 1000 + CALLS)))
+            self.assertEqual(noted, [])
 
     def test_the_holder_killed_among_many_calls(self):
         watches = [self.watch() for _ in range(2)]
