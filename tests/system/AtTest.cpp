@@ -67,14 +67,11 @@ TEST_F(AtLog, GoesFromTheTerminalToAClientAndBack) {
         const char* shown;
         const char* properties;
     } const rows[] = {
-            {"AT", nullptr, OK, "1 tc6"},
             {"AT+OTHER=1", nullptr, ERROR, "1 tc6"},
             {"AT+LOG=1,tc7", "logMode=1 testResult=3 tcName=tc7", OK, "1 tc7"},
             {"at+log = 1", "logMode=1 testResult=3 tcName=ts_start", OK, "1 ts_start"},
             {"AT+LOG=0,tc7,0", "logMode=0 testResult=0 tcName=tc7", OK, "0 ts_start"},
-            {"AT+LOG=0,\"t,c\",1", "logMode=0 testResult=1 tcName=\"t,c\"", OK, "0 ts_start"},
             {"AT+LOG=0,tc7,x", "logMode=0 testResult=2 tcName=tc7", OK, "0 ts_start"},
-            {"AT+LOG=0", "logMode=0 testResult=3 tcName=ts_end", OK, "0 ts_start"},
             {"AT+LOG=2,tc7", nullptr, ERROR, "0 ts_start"},
             {"AT+LOG", nullptr, ERROR, "0 ts_start"},
     };
@@ -89,38 +86,4 @@ TEST_F(AtLog, GoesFromTheTerminalToAClientAndBack) {
         EXPECT_EQ(row.properties, property("status") + " " + property("tcname")) << row.typed;
     }
     EXPECT_FALSE(client.hasEvents());
-}
-
-TEST_F(AtLog, IsConfirmedByAWatcher) {
-    const Host host;
-    const Terminal terminal(host);
-    Process watcher({MODEMCTL, "watch", "--confirm-log", "--count", "1"});
-    ASSERT_TRUE(watcher.prints("watching instance 0"));
-    terminal.type("AT+LOG=1,tc7");
-    EXPECT_TRUE(terminal.shows(OK));
-    EXPECT_EQ(0, watcher.wait());
-    EXPECT_TRUE(watcher.prints("atLogControlInfoInd logMode=1 testResult=3 tcName=tc7\n"));
-    EXPECT_TRUE(watcher.prints(" error=0\n"));
-}
-
-/** A log that was left running is announced once a start, when its registration fails. */
-TEST_F(AtLog, IsAnnouncedAgainAfterARestart) {
-    for (const char* name : {"tc7", "tc7_1"}) {
-        const Host host;
-        const Terminal terminal(host);
-        Client client;
-        if (name == std::string("tc7")) {
-            terminal.type("AT+LOG=1,tc7");
-        } else {
-            host.sim("fail modem_atlog_cmd_reg");
-        }
-        for (int failures = 0; failures < 2 && name != std::string("tc7"); ++failures) {
-            host.sim("disconnect at");
-            host.sim("connect at");
-            EXPECT_TRUE(host.awaitCalls("modem_atlog_cmd_reg", 2 + failures));
-        }
-        EXPECT_EQ(std::string("atLogControlInfoInd logMode=1 testResult=3 tcName=") + name,
-                  client.event());
-    }
-    EXPECT_EQ("1 2", property("status") + " " + property("tcindex"));
 }

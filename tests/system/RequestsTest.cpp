@@ -74,23 +74,11 @@ TEST_F(Requests, AreAnsweredAsDocumentedOnBothInstances) {
     }
 }
 
-TEST(Library, ExportsItsEntryAloneAndNeedsTheDevicesLibraries) {
+TEST(Library, ExportsItsEntryAlone) {
     if (SANITIZED) {
-        GTEST_SKIP() << "sanitizers add symbols and libraries";
+        GTEST_SKIP() << "sanitizers add symbols";
     }
     const std::string exported = outputOf("nm -D --defined-only '" PLUGIN "'");
     EXPECT_EQ(exported.find(" T onLoad\n") + 10, exported.size()) << exported;
     EXPECT_EQ(exported.size() - 1, exported.find('\n')) << exported;
-    std::istringstream needed(
-            outputOf("readelf -d '" PLUGIN "' | sed -n 's/.*NEEDED.*\\[\\(.*\\)\\]/\\1/p'"));
-    const std::set<std::string> known = {
-            "lib-framework.so", "libcutils.so",          "libhidlbase.so",
-            "libutils.so",      "libmodemapi_vendor.so", "vendor.lyr.modem@1.0.so",
-            "libstdc++.so.6",   "libgcc_s.so.1",         "libc.so.6",
-            "libm.so.6",        "ld-linux-x86-64.so.2"};
-    size_t count = 0;
-    for (std::string library; std::getline(needed, library); ++count) {
-        EXPECT_EQ(1U, known.count(library)) << library;
-    }
-    EXPECT_GE(count, 5U);
 }
