@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -7,7 +6,6 @@
 
 #include <vendor/lyr/modem/1.0/transport.h>
 
-using android::hardware::hidl_handle;
 using android::hardware::hidl_string;
 using android::hardware::hidl_vec;
 using android::hardware::Status;
@@ -129,25 +127,6 @@ TEST(ReturnTest, failureThatNobodyLooksAtStopsTheProcess) {
     const Return<void> moved = std::move(looked);
     EXPECT_FALSE(moved.isOk());
     EXPECT_EQ(int(Return<int>(7)), 7);
-}
-
-TEST(HidlHandleTest, copiesAndOwnedHandlesCloseTheirDescriptorsAlone) {
-    const int kept = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    hidl_handle handle;
-    EXPECT_EQ(handle.getNativeHandle(), nullptr);
-    handle.setTo(native_handle_create(1, 1), true);
-    const_cast<native_handle_t*>(handle.getNativeHandle())->data[0] = kept;
-    hidl_handle copy = handle;
-    const int duplicate = copy->data[0];
-    hidl_handle taken = std::move(copy);
-    EXPECT_EQ(copy.getNativeHandle(), nullptr);  // NOLINT(bugprone-use-after-move)
-    handle = std::move(taken);
-    EXPECT_EQ(fcntl(kept, F_GETFD), -1) << "freed with its handle";
-    EXPECT_NE(fcntl(duplicate, F_GETFD), -1);
-    hidl_handle view;
-    view = handle.getNativeHandle();
-    view = nullptr;
-    EXPECT_NE(fcntl(duplicate, F_GETFD), -1);
 }
 
 }  // namespace

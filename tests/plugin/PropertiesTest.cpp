@@ -3,14 +3,10 @@
 #include <cutils/properties.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <string>
-#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -27,25 +23,6 @@ std::string get(const char* key, const char* otherwise = "unset") {
 
 fs::path folder() {
     return getenv("OX_RUNTIME_DIR") + std::string("/state/properties");
-}
-
-void expectNoScratchFiles() {
-    for (const auto& entry : fs::directory_iterator(folder())) {
-        EXPECT_NE(entry.path().filename().string()[0], '.') << entry.path();
-    }
-}
-
-/** A value that tells when it is a mixture: a letter, as often as the letter says. */
-std::string uniform(char letter) {
-    return std::string(1 + (letter - 'a') * 10, letter);
-}
-
-int writeMany() {
-    int result = 0;
-    for (int i = 0; i < 60; ++i) {
-        result |= property_set(KEY, uniform(static_cast<char>('a' + i % 10)).c_str());
-    }
-    return result;
 }
 
 }  // namespace
@@ -72,34 +49,4 @@ TEST(Properties, RefuseWhatCannotBeStored) {
     }
     EXPECT_NE(property_set(nullptr, "v"), 0);
     EXPECT_EQ(get(nullptr), "unset");
-    expectNoScratchFiles();
-}
-
-TEST(Properties, AreNeverAMixtureOfTwoWriters) {
-    ASSERT_EQ(property_set(KEY, "a"), 0);
-    const pid_t other = fork();  // another process writes, too
-    if (other == 0) {
-        _exit(writeMany());
-    }
-    std::atomic<bool> isDone{false};
-    const auto readMany = [&] {
-        while (!isDone) {
-            const std::string value = get(KEY);
-            ASSERT_EQ(value, uniform(value[0]));
-        }
-    };
-    const auto write = [] { EXPECT_EQ(writeMany(), 0); };
-    std::thread readers[] = {std::thread(readMany), std::thread(readMany)};
-    std::thread writers[] = {std::thread(write), std::thread(write)};
-    for (std::thread& writer : writers) {
-        writer.join();
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(other, &status, 0), other);
-    EXPECT_EQ(status, 0);
-    isDone = true;
-    for (std::thread& reader : readers) {
-        reader.join();
-    }
-    expectNoScratchFiles();
 }

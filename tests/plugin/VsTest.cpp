@@ -1,12 +1,11 @@
-// The vendor-specific client beyond what requests share: bad answers as they are logged, answers on
-// another thread, records that run over, and how it connects.
+// The vendor-specific client beyond what requests share: bad answers as they are logged,
+// records that run over, and how it connects.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/Requests.h"
@@ -66,21 +65,6 @@ TEST(VsAnswers, BuildTextsThatAreTooLongAreTold) {
     EXPECT_EQ(answer(service, "getBuildId", &response, sizeof(response))[0],
               "E processGetBuildIdAsyncResponse: build Id string length 256 exceed max size, "
               "can't report");
-}
-
-// The modem may answer on a thread of its own before the requesting call has returned.
-TEST(VsAnswers, MayComeOnAnotherThreadAtOnce) {
-    Service service;
-    std::thread early;
-    service.modem.onCall("modem_get_build_id", [&](void*) {
-        early = std::thread([&] { EXPECT_TRUE(service.modem.answer({})); });
-    });
-    for (int i = 0; i < 50; ++i) {
-        service.call("getBuildId", i);
-        Service::runAll();
-        early.join();
-        EXPECT_THAT(service.client.take(), testing::SizeIs(1));
-    }
 }
 
 TEST(VsProperty, RunsOnIntoWhatFollowsAndStopsTheProcessBeyondTheRecord) {

@@ -209,24 +209,6 @@ TEST_F(Robustness, AttacksHurtNobodyElse) {
     }
 }
 
-TEST_F(Robustness, ASecondHostIsRefusedAndAKilledOneReplaced) {
-    const Host first;
-    Client client;
-    {
-        Process second({HOST});
-        EXPECT_TRUE(
-                second.prints("failed to register MODEM HIDL service: instance0, status = -17"));
-        EXPECT_TRUE(second.prints("instance 0 is already served by process "));
-        EXPECT_EQ(1, second.wait());
-        EXPECT_EQ("error=0 mode=0", client.call("getOperatingMode"));
-        Process killed({HOST, "--instance", "1"});
-        EXPECT_TRUE(killed.prints("ready: "));
-    }
-    EXPECT_EQ("error=0 mode=0", client.call("getOperatingMode"));
-    const Host again(1);
-    EXPECT_EQ("error=0 mode=0", Client(1).call("getOperatingMode"));
-}
-
 TEST_F(Robustness, AHostLeavesCleanlyUnderLoad) {
     for (int round = 0; round < (SANITIZED ? 5 : 20); ++round) {
         Host host;

@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import shlex
 import shutil
 import signal
 import subprocess
@@ -73,7 +74,7 @@ class ModemctlTest(unittest.TestCase):
         for words, line in rows:
             with self.subTest(words):
                 out = "/dev/full" if words.endswith(" >") else "/dev/null"
-                command = f"exec {MODEMCTL} {words.rstrip(' >')} > {out}"
+                command = f"exec {shlex.quote(MODEMCTL)} {words.rstrip(' >')} > {out}"
                 done = subprocess.run(["sh", "-c", command], capture_output=True, text=True,
                                       timeout=60, env={**os.environ, "OX_RUNTIME_DIR": self.folder})
                 self.assertEqual(done.returncode, 3 if "run.sh" in line else 2)
