@@ -175,11 +175,11 @@ class ModemctlTest(unittest.TestCase):
                 os.kill(int(lock.read_text()), signal.SIGKILL)
             else:
                 client.answer(request.name + "Response", info(request.serial) + pack("<i", 2))
-        for words, requests, code, told in (("getOperatingMode", 2, 0, ""),
-                                            ("setSarState 1", 1, 4, "may have done it or not")):
+        for words, requests, code, told in (("30 getOperatingMode", 2, 0, ""),
+                                            ("4 setSarState 1", 1, 4, "may have done it or not")):
             with self.subTest(words):
                 service = self.service(kill_once)
-                result = self.run_it("call", "--timeout=1", *words.split())
+                result = self.run_it("call", "--timeout", *words.split())
                 self.assertEqual((result[0], len(service.requests)), (code, requests))
                 self.assertIn(told, result[2])
 

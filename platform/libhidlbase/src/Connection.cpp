@@ -208,7 +208,7 @@ Status Connection::send(uint32_t target, uint32_t code, uint32_t call, Parcel& a
                                            std::to_string(MAX_DESCRIPTORS));
     }
     if (mToService && tServing == nullptr) {
-        mOutgoing->waitForRoom();
+        mOutgoing->waitUntilKept(MAX_OUTGOING / 2);
     }
     return mOutgoing->push(args.frame(), size, args.descriptors()) ? Status::ok() : deadObject();
 }
@@ -246,6 +246,10 @@ void Connection::run() {
     Message message{};
     while (receive(0, &message)) {
         mBegin += Parcel::HEADER_SIZE + message.size;
+        if (!mToService) {
+            // Who asks without taking answers waits for himself, not in everybody's queues.
+            mOutgoing->waitUntilKept(MAX_UNTAKEN);
+        }
         if (!serve(message)) {
             close("call of target " + std::to_string(message.target) + ", code " +
                   std::to_string(message.code) + " with " + std::to_string(message.size) +

@@ -193,9 +193,9 @@ void Outgoing::sent(size_t size) {
     mRoom.notify_all();
 }
 
-void Outgoing::waitForRoom() {
+void Outgoing::waitUntilKept(size_t bytes) {
     std::unique_lock lock(mLock);
-    mRoom.wait(lock, [this] { return !mOpen || mKept.size() - mBegin <= MAX_OUTGOING / 2; });
+    mRoom.wait(lock, [&] { return !mOpen || mKept.size() - mBegin <= bytes; });
 }
 
 // The end.

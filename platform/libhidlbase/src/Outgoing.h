@@ -49,8 +49,8 @@ public:
      */
     bool push(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors);
 
-    /** Waits until a message of the caller's can be kept, or nothing more can be sent. */
-    void waitForRoom();
+    /** Waits until no more than so many bytes are kept, or nothing more can be sent. */
+    void waitUntilKept(size_t bytes);
 
     /** The peer closed the connection, and so does this side; not a cut. */
     void stop(const std::string& reason);

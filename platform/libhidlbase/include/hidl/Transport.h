@@ -44,6 +44,9 @@ constexpr size_t MAX_MESSAGE_SIZE = 1 << 20;
  */
 constexpr size_t MAX_OUTGOING = 4 << 20;
 
+/** While more bytes than these are kept for a client, none of its calls is served. */
+constexpr size_t MAX_UNTAKEN = 64 << 10;
+
 /** Bytes that a process keeps for all its peers; above, the one with most to take is cut. */
 constexpr size_t MAX_OUTGOING_IN_ALL = 16 << 20;
 
