@@ -1,5 +1,6 @@
 """What `modemctl log` tells of a session with faults, beside what was really asked and answered."""
 
+import collections
 import concurrent.futures
 import itertools
 import json
@@ -107,13 +108,16 @@ class LogTest(unittest.TestCase):
             trace = json.loads(pathlib.Path(folder, "trace").read_bytes())["traceEvents"]
         # Besides what was called there is the watching client's confirmation.
         self.assertEqual(sum(row["ph"] in "sf" for row in trace), 2 * len(session.asked) + 2)
-        time_format = re.sub(rb"(?m)^(.{18}) +(\d+) +\d+ (\w) ([\w-]+): ", rb"\1 \3/\4( \2): ", log)
+        time_format = re.sub(rb"(?m)^.{5}(.{13}) +(\d+) +\d+ (\w) ([\w-]+): ",
+                             rb"01-01\1 \3/\4( \2): ", log)
         # The last one has threads, and so knows what belongs to which of several requests at once.
         for told in (tell(time_format), rows):
             asked = [row for row in told["request"] if row["serial"] - 10 ** 9 in range(1000)]
             self.assertEqual(sorted((row["serial"], row["method"], row["result"]) for row in asked),
                              sorted(session.asked))
             self.assertNotIn(None, [row["queueMs"] for row in asked])
+            self.assertEqual(collections.Counter(row["method"] for row in told["request"]),
+                             {row["method"]: row["requests"] for row in told["method"]})
             self.assertEqual([row.get("byDesign") for row in asked if not row["answers"]],
                              ["yes", "no", "yes"])
         # A client that leaves with its answer may have left before the transport looks.
