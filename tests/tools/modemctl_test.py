@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import queue
 import shlex
 import shutil
 import signal
@@ -161,10 +162,11 @@ class ModemctlTest(unittest.TestCase):
     def test_watch_ends_with_a_signal_or_with_the_service(self):
         for stop, code in ((signal.SIGINT, 0), (signal.SIGTERM, 0), (None, 3)):
             with self.subTest(stop):
-                self.service(on_install=lambda client: clients.append(client))
-                clients, watch = [], self.start("watch")
+                clients = queue.SimpleQueue()
+                self.service(on_install=clients.put)
+                watch = self.start("watch")
                 self.assertIn("watching", watch.stderr.readline())
-                watch.send_signal(stop) if stop else clients[0].leave()
+                watch.send_signal(stop) if stop else clients.get(timeout=60).leave()
                 watch.communicate(timeout=60)
                 self.assertEqual(watch.returncode, code)
 
