@@ -89,7 +89,7 @@ class ManyTest(unittest.TestCase):
             killed = int(self.relay.read_text())
             os.kill(killed, signal.SIGKILL)
             for _, noted in watches:
-                self.until(lambda: len(noted) == number, "word of the change")
+                self.until(lambda: len(noted) == number, f"word of the change {number}, not {noted}")
                 self.assertRegex(noted[-1], rf"process {killed}, .* has gone; process \d+ holds "
                                  r"them after \d{1,3} ms; .* may have been missed")
             next(many)
