@@ -41,8 +41,8 @@ void receiveAll(int fd, Take take) {
     for (ssize_t got; (got = recv(fd, buffer.data() + filled, buffer.size() - filled, 0)) > 0;) {
         filled += static_cast<size_t>(got);
         size_t begin = 0;
-        for (Message message; filled - begin >= sizeof message; begin += sizeof message) {
-            memcpy(&message, buffer.data() + begin, sizeof message);
+        for (Message message; filled - begin >= sizeof(message); begin += sizeof(message)) {
+            memcpy(&message, buffer.data() + begin, sizeof(message));
             take(message.serial);
         }
         filled -= begin;
@@ -62,7 +62,7 @@ void serveEcho(int fd) {
             const EchoReply reply{waiting.front(), {}};
             waiting.pop_front();
             lock.unlock();
-            send(fd, &reply, sizeof reply, MSG_NOSIGNAL);
+            send(fd, &reply, sizeof(reply), MSG_NOSIGNAL);
         }
     });
     receiveAll<EchoRequest>(fd, [&](int32_t serial) {
@@ -169,7 +169,7 @@ private:
 Traffic& connectToEcho(int fd) {
     Traffic& traffic = *new Traffic([fd](int32_t serial) {
         const EchoRequest request{serial, {}};
-        require(send(fd, &request, sizeof request, MSG_NOSIGNAL) == sizeof request,
+        require(send(fd, &request, sizeof(request), MSG_NOSIGNAL) == sizeof(request),
                 "the echo is gone");
     });
     std::thread([fd, &traffic] {

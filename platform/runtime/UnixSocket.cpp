@@ -27,9 +27,9 @@ constexpr auto RETRY_ACCEPT = std::chrono::milliseconds(100);
 sockaddr_un addressOf(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
+    if (path.size() >= sizeof(address.sun_path)) {
         fail(ENAMETOOLONG,
-             path + " is longer than " + std::to_string(sizeof address.sun_path - 1) + " bytes");
+             path + " is longer than " + std::to_string(sizeof(address.sun_path) - 1) + " bytes");
     }
     path.copy(address.sun_path, path.size());
     return address;
@@ -87,7 +87,7 @@ UniqueFd openLocked(const std::string& path) {
             fail(errno, lockOf(path));
         }
         char holder[16] = {};
-        (void)!read(lock.get(), holder, sizeof holder - 1);
+        (void)!read(lock.get(), holder, sizeof(holder) - 1);
         throw AddressTaken(path, atoi(holder));
     }
     return lock;
@@ -121,7 +121,7 @@ UniqueFd listenAt(const std::string& path, int backlog) {
     UniqueFd held = lock(path);
     UniqueFd fd = makeSocket();
     unlink(path.c_str());
-    if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+    if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         listen(fd.get(), backlog) != 0) {
         fail(errno, path);
     }
@@ -134,8 +134,8 @@ UniqueFd connectTo(const std::string& path, std::chrono::milliseconds timeout) {
     const sockaddr_un address = addressOf(path);
     UniqueFd fd = makeSocket();
     const timeval limit{timeout.count() / 1000, timeout.count() % 1000 * 1000};
-    if (setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0 ||
-        connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) != 0 ||
+        connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         // A full backlog is told as EAGAIN.
         fail(errno == EAGAIN ? ETIMEDOUT : errno, path);
     }
@@ -144,7 +144,7 @@ UniqueFd connectTo(const std::string& path, std::chrono::milliseconds timeout) {
 
 pid_t ownUsersProcess(int connection) {
     ucred peer{};
-    socklen_t size = sizeof peer;
+    socklen_t size = sizeof(peer);
     if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
         fail(errno, "peer");
     }

@@ -53,7 +53,7 @@ TEST_F(GeneratorTest, stopsWithFileLineAndReason) {
         FILE* run = popen(command.c_str(), "r");
         ASSERT_NE(run, nullptr);
         char output[4096];
-        const std::string message(output, fread(output, 1, sizeof output, run));
+        const std::string message(output, fread(output, 1, sizeof(output), run));
         EXPECT_EQ(WEXITSTATUS(pclose(run)), 1);
         EXPECT_EQ(message, mFolder.string() + "/" + mistake.message + "\n");
         EXPECT_FALSE(std::filesystem::exists(mFolder / "out")) << "half a package was written";

@@ -202,10 +202,10 @@ protected:
         const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_un address{AF_UNIX, {}};
         hal::servicePath(descriptor, "instance0")
-                .copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+                .copy(address.sun_path, sizeof(address.sun_path) - 1);
+        EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
         const timeval limit{10, 0};
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
         return fd;
     }
 
@@ -218,7 +218,7 @@ protected:
             message.msg_control = control;
             message.msg_controllen = CMSG_SPACE(descriptors * sizeof(int));
             const cmsghdr header{CMSG_LEN(descriptors * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
-            memcpy(control, &header, sizeof header);
+            memcpy(control, &header, sizeof(header));
             const std::vector<int> files(descriptors, fd);
             memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), files.data(), descriptors * sizeof(int));
         }
@@ -231,7 +231,7 @@ protected:
         const std::vector<uint8_t> call = bytesOf({20, 1, 1, 1, 0, 2});
         EXPECT_EQ(write(fd, call.data(), call.size()), ssize_t(call.size()));
         char reply[16];
-        EXPECT_EQ(recv(fd, reply, sizeof reply, MSG_WAITALL), ssize_t(sizeof reply));
+        EXPECT_EQ(recv(fd, reply, sizeof(reply), MSG_WAITALL), ssize_t(sizeof(reply)));
         return fd;
     }
 
@@ -405,7 +405,7 @@ TEST_F(TransportTest, placesOfPeersThatSendNoCallComeFreeAndWhoIsRefusedLearnsWh
               std::string::npos);
     for (const int fd : silent) {
         char bytes[200];
-        while (recv(fd, bytes, sizeof bytes, 0) > 0) {  // the last one's refusal
+        while (recv(fd, bytes, sizeof(bytes), 0) > 0) {  // the last one's refusal
         }
         EXPECT_NE(errno, EAGAIN) << "still connected";
         close(fd);
@@ -426,8 +426,8 @@ TEST_F(TransportTest, threadThatCannotBeHadRefusesOneConnectionAlone) {
     pthread_setattr_default_np(&huge);
     const int fd = connectRaw();
     char refusal[200] = {};
-    EXPECT_GT(recv(fd, refusal, sizeof refusal - 1, MSG_WAITALL), 20);
-    EXPECT_NE(std::string(refusal + 20, sizeof refusal - 20).find("Resource temporarily"),
+    EXPECT_GT(recv(fd, refusal, sizeof(refusal) - 1, MSG_WAITALL), 20);
+    EXPECT_NE(std::string(refusal + 20, sizeof(refusal) - 20).find("Resource temporarily"),
               std::string::npos);
     close(fd);
     std::string error;
@@ -484,7 +484,7 @@ TEST_F(TransportTest, debugTakesADescriptorFromProcessToProcess) {
     native_handle_close(handle);
     native_handle_delete(handle);
     char text[20] = {};
-    EXPECT_EQ(read(ends[0], text, sizeof text), 9);
+    EXPECT_EQ(read(ends[0], text, sizeof(text)), 9);
     EXPECT_STREQ(text, "the state");
     EXPECT_EQ(read(ends[0], text, 1), 0) << "the service still holds the other end";
     close(ends[0]);
@@ -533,7 +533,7 @@ TEST_F(TransportTest, waitForAReplyEndsWithTheConnection) {
     connection->start();
     std::thread peer([raw = fd] {
         char call[16];
-        EXPECT_EQ(recv(raw, call, sizeof call, MSG_WAITALL), ssize_t(sizeof call));
+        EXPECT_EQ(recv(raw, call, sizeof(call), MSG_WAITALL), ssize_t(sizeof(call)));
         close(raw);
     });
     Events closed;
@@ -608,7 +608,7 @@ TEST_F(TransportTest, ofManyProcessesOneServesAndItsSocketIsReplacedAfterwards) 
         if (child == 0) {
             const android::status_t status = publish();
             char wish = 0;
-            const bool told = write(reports[1], &status, sizeof status) == sizeof status &&
+            const bool told = write(reports[1], &status, sizeof(status)) == sizeof(status) &&
                               read(wishes[0], &wish, 1) == 1;
             exit(told ? 0 : 1);
         }
@@ -616,7 +616,7 @@ TEST_F(TransportTest, ofManyProcessesOneServesAndItsSocketIsReplacedAfterwards) 
     int served = 0;
     for (size_t i = 0; i < children.size(); ++i) {
         android::status_t status = 1;
-        ASSERT_EQ(read(reports[0], &status, sizeof status), ssize_t(sizeof status));
+        ASSERT_EQ(read(reports[0], &status, sizeof(status)), ssize_t(sizeof(status)));
         EXPECT_TRUE(status == android::OK || status == android::ALREADY_EXISTS) << status;
         served += status == android::OK;
     }

@@ -55,7 +55,7 @@ TEST_F(ModemTest, LoadsALargeConfigurationWhileOtherServicesAnswer) {
     host.sim("ok modem_pdc_load_configuration");
     EXPECT_EQ("loadMbnConfigResponse error=0", client.answer(load));
     char expected[64];
-    snprintf(expected, sizeof expected, " 16777216 16777216 %08x ", sum);
+    snprintf(expected, sizeof(expected), " 16777216 16777216 %08x ", sum);
     EXPECT_NE(std::string::npos, host.sim("state mbn.MbnApp_" + path).find(expected));
     EXPECT_NE(std::string::npos, host.sim("calls modem_pdc_load_configuration").find("18642\n"));
     host.sim("forget");

@@ -83,7 +83,7 @@ Process::~Process() {
 
 void Process::collect(int pipe) {
     char bytes[4096];
-    for (ssize_t count = 0; (count = read(pipe, bytes, sizeof bytes)) > 0;) {
+    for (ssize_t count = 0; (count = read(pipe, bytes, sizeof(bytes))) > 0;) {
         const std::lock_guard guard(mLock);
         mOutput.append(bytes, static_cast<size_t>(count));
         mChanged.notify_all();

@@ -81,10 +81,10 @@ std::string now(const char* format, bool zone) {
     localtime_r(&time.tv_sec, &local);
     char day[40];
     char offset[8];
-    strftime(day, sizeof day, format, &local);
-    strftime(offset, sizeof offset, "%z", &local);
+    strftime(day, sizeof(day), format, &local);
+    strftime(offset, sizeof(offset), "%z", &local);
     char text[64];
-    snprintf(text, sizeof text, "%s.%03ld", day, time.tv_nsec / 1000000);
+    snprintf(text, sizeof(text), "%s.%03ld", day, time.tv_nsec / 1000000);
     return std::string(text) + (zone ? std::string(offset, 3) + ':' + (offset + 3) : "");
 }
 

@@ -308,11 +308,11 @@ int32_t Relay::freeSerial(uint32_t answer) {
 
 bool Relay::ask(Connection* connection, uint32_t group, const hal::Method& request, Parcel& args) {
     int32_t serial = 0;
-    if ((group != ASK && group != ASK_WITH_SERIAL) || args.size() < sizeof serial) {
+    if ((group != ASK && group != ASK_WITH_SERIAL) || args.size() < sizeof(serial)) {
         return false;
     }
     std::string bytes(reinterpret_cast<const char*>(args.data()), args.size());
-    memcpy(&serial, bytes.data(), sizeof serial);
+    memcpy(&serial, bytes.data(), sizeof(serial));
     const std::lock_guard<std::mutex> guard(mLock);
     const Member* const member = memberOf(connection);
     if (member == nullptr) {
@@ -327,7 +327,7 @@ bool Relay::ask(Connection* connection, uint32_t group, const hal::Method& reque
              "serial " + std::to_string(serial) + " is under way in another call of this method");
     } else {
         tell(*member, ACCEPTED, serial);
-        memcpy(bytes.data(), &serial, sizeof serial);
+        memcpy(bytes.data(), &serial, sizeof(serial));
         send(request.code, bytes);
     }
     return true;

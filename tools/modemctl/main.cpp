@@ -5,6 +5,7 @@
 #include <cstring>
 #include <functional>
 #include <iostream>
+#include <limits>
 
 #include "Api.h"
 #include "At.h"

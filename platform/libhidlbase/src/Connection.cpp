@@ -41,7 +41,7 @@ thread_local const Connection* tServing = nullptr;
 
 uint32_t fieldAt(const uint8_t* frame, size_t index) {
     uint32_t field = 0;
-    memcpy(&field, frame + index * sizeof field, sizeof field);
+    memcpy(&field, frame + index * sizeof(field), sizeof(field));
     return field;
 }
 
@@ -49,8 +49,8 @@ uint32_t fieldAt(const uint8_t* frame, size_t index) {
 size_t frameMessage(uint32_t target, uint32_t code, uint32_t call, Parcel& args) {
     const size_t size = Parcel::HEADER_SIZE + args.size();
     const uint32_t header[] = {static_cast<uint32_t>(size - SIZE_FIELD), target, code, call};
-    static_assert(sizeof header == Parcel::HEADER_SIZE);
-    memcpy(args.frame(), header, sizeof header);
+    static_assert(sizeof(header) == Parcel::HEADER_SIZE);
+    memcpy(args.frame(), header, sizeof(header));
     return size;
 }
 
@@ -354,7 +354,7 @@ bool Connection::receiveSome() {
     message.msg_iov = &content;
     message.msg_iovlen = 1;
     message.msg_control = control;
-    message.msg_controllen = sizeof control;
+    message.msg_controllen = sizeof(control);
     const ssize_t got = recvmsg(mOutgoing->socket(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
     if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
         return false;

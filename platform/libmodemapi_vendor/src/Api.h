@@ -92,7 +92,7 @@ int requestEvent(const char* function, modem_api_event_type number, int32_t toke
         Event event{};
         event.token = token;
         event.result = modem.with([&](Memory& memory) { return resultOf(work, memory, event); });
-        modem.answerByEvent(function, number, &event, sizeof event);
+        modem.answerByEvent(function, number, &event, sizeof(event));
     }
     return refused;
 }

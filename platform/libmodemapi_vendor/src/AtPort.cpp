@@ -66,7 +66,7 @@ std::string AtPort::open(const std::string& link, Hand hand, Timeout timeout) {
     mMaster = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     char path[64];
     check(mMaster >= 0 && grantpt(mMaster) == 0 && unlockpt(mMaster) == 0 &&
-                  ptsname_r(mMaster, path, sizeof path) == 0,
+                  ptsname_r(mMaster, path, sizeof(path)) == 0,
           "AT port");
     makeRaw(path);
     std::thread([this] { serve(); }).detach();

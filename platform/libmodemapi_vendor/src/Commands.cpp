@@ -104,7 +104,7 @@ void profiles(Call& call) {
     for (size_t i = 0; i < list.size(); ++i) {
         list[i].bytes[0] = static_cast<uint8_t>(i + 1);
         const auto bytes = fromHex(isNumber ? toHex(toBytes(list[i])) : call.text(i + 1));
-        if (!bytes || bytes->size() != sizeof list[i].bytes) {
+        if (!bytes || bytes->size() != sizeof(list[i].bytes)) {
             call.refuse(i + 1, "is not 16 hexadecimal digits");
         }
         std::copy(bytes->begin(), bytes->end(), list[i].bytes);

@@ -48,11 +48,11 @@ int modem_qdp_check_ims_profile(uint32_t* state) {
 int modem_qdp_get_ims_profile(modem_ims_profile* list, uint8_t* count) {
     return request(__func__, WDS, [&](const Memory& memory) -> int {
         const auto& profiles = memory.imsProfiles;
-        size_t length = *count * sizeof *list;
-        const size_t size = std::min(profiles.size() * sizeof *list, length);
+        size_t length = *count * sizeof(*list);
+        const size_t size = std::min(profiles.size() * sizeof(*list), length);
         const int result =
                 produce("modem_qdp_get_ims_profile", profiles.data(), size, list, &length);
-        *count = static_cast<uint8_t>(length / sizeof *list);
+        *count = static_cast<uint8_t>(length / sizeof(*list));
         return result;
     });
 }
@@ -61,7 +61,7 @@ int modem_qdp_delete_ims_profile(const modem_ims_profile* profile) {
     return request(__func__, WDS, [&](Memory& memory) -> int {
         auto& profiles = memory.imsProfiles;
         const auto found = std::find_if(profiles.begin(), profiles.end(), [&](const auto& entry) {
-            return memcmp(entry.bytes, profile->bytes, sizeof entry.bytes) == 0;
+            return memcmp(entry.bytes, profile->bytes, sizeof(entry.bytes)) == 0;
         });
         if (found == profiles.end()) {
             return MODEM_API_RESULT_FAILURE;

@@ -75,7 +75,7 @@ void Modem::answer(const char* function, const modem_async_response& response, v
                    modem_api_async_callback callback) {
     mAnswers.post(mKnobs.answerDelay(function, timeOf("latency-ms")),
                   [callback, cookie, result = response.result,
-                   bytes = mKnobs.shape(function, &response, sizeof response)] {
+                   bytes = mKnobs.shape(function, &response, sizeof(response))] {
                       callback(bytes.empty() ? nullptr : bytes.data(), bytes.size(), cookie,
                                result);
                   });
@@ -144,14 +144,14 @@ void Modem::deliverAtCommand(const AtCommand& command) {
     record.op_code = command.opCode;
     record.token_count = command.tokenCount;
     // A full name is not terminated.
-    memcpy(record.name, command.name.data(), std::min(command.name.size(), sizeof record.name));
+    memcpy(record.name, command.name.data(), std::min(command.name.size(), sizeof(record.name)));
     // The receiver frees as many as the count says.
     const size_t count = std::min(
             {command.tokens.size(), size_t{command.tokenCount}, size_t{MODEM_ATLOG_TOKENS_MAX}});
     for (size_t i = 0; i < count; ++i) {
         record.tokens[i] = command.tokens[i] ? strdup(command.tokens[i]->c_str()) : nullptr;
     }
-    callback(MODEM_API_EVENT_AT_COMMAND, &record, sizeof record);
+    callback(MODEM_API_EVENT_AT_COMMAND, &record, sizeof(record));
 }
 
 void Modem::setRadioReport(bool on) {

@@ -31,7 +31,7 @@ std::string show(const Bytes& bytes) {
         sum = (sum ^ byte) * 16777619U;
     }
     char text[32];
-    snprintf(text, sizeof text, "%zu %08x ", bytes.size(), sum);
+    snprintf(text, sizeof(text), "%zu %08x ", bytes.size(), sum);
     const auto shown = static_cast<ptrdiff_t>(std::min(BYTES_SHOWN, bytes.size()));
     const Bytes first(bytes.begin(), bytes.begin() + shown);
     return text + toHex(first) + (first.size() < bytes.size() ? "..." : "");

@@ -69,8 +69,8 @@ int modem_verify_nv(int32_t item, const uint8_t* data, size_t size,
             found.compared = 1;
             found.differs = !std::equal(content->begin(), content->end(), data, data + size);
         }
-        size_t length = sizeof found;
-        return produce("modem_verify_nv", &found, sizeof found, verification, &length);
+        size_t length = sizeof(found);
+        return produce("modem_verify_nv", &found, sizeof(found), verification, &length);
     });
 }
 

@@ -13,7 +13,7 @@ using Bytes = std::vector<uint8_t>;
 template <class Record>
 Bytes toBytes(const Record& record) {
     const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
-    return {bytes, bytes + sizeof record};
+    return {bytes, bytes + sizeof(record)};
 }
 
 std::string toHex(const Bytes& bytes);

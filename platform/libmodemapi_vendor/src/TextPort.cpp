@@ -76,7 +76,7 @@ void serveConnection(int fd, const Execute& execute) {
             refuse(fd, "line not completed in time");
             return;
         }
-        const ssize_t count = recv(fd, bytes, sizeof bytes, MSG_DONTWAIT);
+        const ssize_t count = recv(fd, bytes, sizeof(bytes), MSG_DONTWAIT);
         if (count == 0 || (count < 0 && errno != EINTR && errno != EAGAIN)) {
             return;
         }

@@ -12,12 +12,12 @@ int requestText(const char* function, const char* name, void* cookie,
                 modem_api_async_callback callback) {
     return requestAsync(function, cookie, callback, [&](const Memory& memory, Payload& payload) {
         const std::string& text = memory.texts.at(name);
-        payload.build.length = text.copy(payload.build.text, sizeof payload.build.text);
+        payload.build.length = text.copy(payload.build.text, sizeof(payload.build.text));
     });
 }
 
 std::string propertyName(const char* name, size_t length) {
-    return boundedText(name, std::min(length, sizeof modem_property_record::name));
+    return boundedText(name, std::min(length, sizeof(modem_property_record::name)));
 }
 
 template <size_t Size>
@@ -81,7 +81,7 @@ int modem_api_set_modem_property(const modem_property_record* property, void* co
             return MODEM_API_RESULT_INVALID_PARAM;
         }
         properties[name] = boundedText(
-                property->value, std::min<size_t>(property->value_length, sizeof property->value));
+                property->value, std::min<size_t>(property->value_length, sizeof(property->value)));
         return MODEM_API_RESULT_SUCCESS;
     });
 }
@@ -93,7 +93,7 @@ int modem_api_get_modem_property(const char* name, void* cookie,
         if (found == memory.properties.end()) {
             return MODEM_API_RESULT_FAILURE;
         }
-        found->second.copy(payload.property_value, sizeof payload.property_value - 1);
+        found->second.copy(payload.property_value, sizeof(payload.property_value) - 1);
         return MODEM_API_RESULT_SUCCESS;
     });
 }

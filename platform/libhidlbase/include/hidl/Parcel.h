@@ -54,7 +54,7 @@ public:
     template <class Integer>
     void write(Integer value) {
         static_assert(std::is_integral_v<Integer>);
-        writeBytes(&value, sizeof value);
+        writeBytes(&value, sizeof(value));
     }
 
     [[nodiscard]] bool readBytes(void* bytes, size_t size);
@@ -64,7 +64,7 @@ public:
     template <class Integer>
     [[nodiscard]] bool read(Integer* value) {
         static_assert(std::is_integral_v<Integer>);
-        return readBytes(value, sizeof *value);
+        return readBytes(value, sizeof(*value));
     }
 
     /**
