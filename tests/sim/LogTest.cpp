@@ -11,7 +11,7 @@ namespace {
 /** Makes stderr a pipe that holds 4096 bytes; the end to read from. */
 int pipeStderr() {
     int ends[2];
-    EXPECT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
     fcntl(ends[0], F_SETPIPE_SZ, 4096);
     fcntl(ends[1], F_SETFL, 0);  // as another process has it
     dup2(ends[1], STDERR_FILENO);
@@ -40,7 +40,7 @@ TEST(Log, WaitsForNoReaderAndTellsHowManyLinesItDropped) {
     }
     log(line, LOG_PRIORITY_FATAL);  // waits, but not for ever
     const std::string first = readFrom(slow);
-    EXPECT_EQ(4, std::count(first.begin(), first.end(), '\n'));
+    EXPECT_EQ(std::count(first.begin(), first.end(), '\n'), 4);
     log("goes on");
     EXPECT_THAT(readFrom(slow), testing::ContainsRegex("W FRAMEWORK: 17 lines lost.*\n.*goes on"));
     log(std::string(9000, 'y'));

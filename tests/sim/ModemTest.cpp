@@ -49,11 +49,11 @@ TEST_F(ModemTest, RefusesMoreThanItCanKeepWaiting) {
     for (size_t i = 0; i < 2 * sim::WAITING_MAX; ++i) {
         accepted += ask();
     }
-    EXPECT_EQ(sim::WAITING_MAX, accepted);
+    EXPECT_EQ(accepted, sim::WAITING_MAX);
     while (answered < accepted) {
         std::this_thread::yield();
     }
-    EXPECT_EQ(1, ask());
+    EXPECT_EQ(ask(), 1);
 }
 
 TEST_F(ModemTest, ConfigurationsAreWhatTheLoadsOfThemSent) {
@@ -94,20 +94,20 @@ TEST_F(ModemTest, ConfigurationsAreWhatTheLoadsOfThemSent) {
             content.assign(loaded.data.begin(), loaded.data.end());
             content.resize(loaded.isComplete() ? content.size() : 0);
         });
-        EXPECT_EQ(row.content, content) << testing::PrintToString(row.chunks);
+        EXPECT_EQ(content, row.content) << testing::PrintToString(row.chunks);
     }
 }
 
 TEST_F(ModemTest, StoresGiveBackWhatFits) {
     uint8_t bytes[513] = {};
     size_t length = 2;
-    EXPECT_EQ(0, modem_write_nv_for_subid(-1, 5, bytes, 3));
-    EXPECT_NE(0, modem_write_nv_for_subid(0, 5, bytes, 513));
-    EXPECT_NE(0, modem_read_nv_for_subid(-1, 5, 9, bytes, &length));
+    EXPECT_EQ(modem_write_nv_for_subid(-1, 5, bytes, 3), 0);
+    EXPECT_NE(modem_write_nv_for_subid(0, 5, bytes, 513), 0);
+    EXPECT_NE(modem_read_nv_for_subid(-1, 5, 9, bytes, &length), 0);
     length = 512;
-    EXPECT_NE(0, modem_read_nv_for_subid(0, 5, 9, bytes, &length));
-    EXPECT_EQ(0, modem_read_nv_for_subid(-1, 5, 9, bytes, &length));
-    EXPECT_EQ(3U, length);
+    EXPECT_NE(modem_read_nv_for_subid(0, 5, 9, bytes, &length), 0);
+    EXPECT_EQ(modem_read_nv_for_subid(-1, 5, 9, bytes, &length), 0);
+    EXPECT_EQ(length, 3U);
 }
 
 TEST_F(ModemTest, AtCommandsCarryAsManyTokensAsTheyCount) {
@@ -126,7 +126,7 @@ TEST_F(ModemTest, AtCommandsCarryAsManyTokensAsTheyCount) {
         std::this_thread::yield();
     }
     modem_api_set_event_callback(nullptr);
-    EXPECT_EQ(1, tokens);
+    EXPECT_EQ(tokens, 1);
 }
 
 TEST_F(ModemTest, WrongCommandsSayWhatAndWhere) {
@@ -158,7 +158,7 @@ TEST(AtLine, EditsLinesAndTellsRequestsApart) {
             lines.push_back(*ended);
         }
     }
-    EXPECT_EQ("AX\b \bT\rATE\nB\r", shown);
+    EXPECT_EQ(shown, "AX\b \bT\rATE\nB\r");
     EXPECT_THAT(lines, testing::ElementsAre("AT", "ATE", "B"));
     const std::pair<std::string, AtRequest> rows[] = {
             {"", {AtRequest::NOTHING}},
@@ -171,20 +171,20 @@ TEST(AtLine, EditsLinesAndTellsRequestsApart) {
     };
     for (const auto& [text, request] : rows) {
         const AtRequest parsed = sim::parseAtLine(text);
-        EXPECT_EQ(std::tie(request.kind, request.name, request.tokens),
-                  std::tie(parsed.kind, parsed.name, parsed.tokens))
+        EXPECT_EQ(std::tie(parsed.kind, parsed.name, parsed.tokens),
+                  std::tie(request.kind, request.name, request.tokens))
                 << text;
     }
 }
 
 TEST(Properties, HaveRoomFor256) {
     std::string path = std::filesystem::temp_directory_path() / "sim-tests-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(path.data()));
+    ASSERT_NE(mkdtemp(path.data()), nullptr);
     setenv("OX_RUNTIME_DIR", path.c_str(), 1);
     for (int i = 0; i < 256; ++i) {
-        EXPECT_EQ(0, property_set(std::to_string(i).c_str(), "on")) << i;
+        EXPECT_EQ(property_set(std::to_string(i).c_str(), "on"), 0) << i;
     }
-    EXPECT_NE(0, property_set("256", "on"));
-    EXPECT_EQ(0, property_set("255", "off"));
+    EXPECT_NE(property_set("256", "on"), 0);
+    EXPECT_EQ(property_set("255", "off"), 0);
     std::filesystem::remove_all(path);
 }

@@ -10,15 +10,15 @@ const std::string REST_OF_RRC = " rrcState=2 wcdmaValid=3 wcdmaRrcState=-4";
 TEST_F(ModemTest, IsBoundAndSubscribedAgainAfterAReboot) {
     const Host host;
     Client client;
-    EXPECT_EQ("error=0", client.call("switchNRNetworkMode 2"));
-    EXPECT_EQ("error=0", client.call("rebootModem"));
+    EXPECT_EQ(client.call("switchNRNetworkMode 2"), "error=0");
+    EXPECT_EQ(client.call("rebootModem"), "error=0");
     EXPECT_TRUE(host.awaitSim("rrc 1 2 3 -4", "ok"));  // an error until events are wanted again
-    EXPECT_EQ("modemRRCStateInd lteValid=1" + REST_OF_RRC, client.event());
+    EXPECT_EQ(client.event(), "modemRRCStateInd lteValid=1" + REST_OF_RRC);
     for (const char* bind : {"nas", "wds", "vs"}) {
         EXPECT_TRUE(host.awaitCalls("modem_api_bind_" + std::string(bind) + "_subscription", 2));
     }
     EXPECT_TRUE(host.awaitSim("state at.registered", "+LOG"));
-    EXPECT_EQ("error=0 mode=2", client.call("getNRNetworkMode"));
+    EXPECT_EQ(client.call("getNRNetworkMode"), "error=0 mode=2");
 }
 
 TEST_F(ModemTest, ReportsEventsAndReplaysTheFirstThatNobodyHeard) {
@@ -30,8 +30,8 @@ TEST_F(ModemTest, ReportsEventsAndReplaysTheFirstThatNobodyHeard) {
     EXPECT_TRUE(host.prints("indCb null, can't send indication", 5));
     Client client;
     EXPECT_TRUE(client.hasEvents());  // by the time that its callbacks are in place
-    EXPECT_EQ("modemRRCStateInd lteValid=1" + REST_OF_RRC, client.event());
-    EXPECT_EQ("powerSaveModeInd mode=4", client.event());
+    EXPECT_EQ(client.event(), "modemRRCStateInd lteValid=1" + REST_OF_RRC);
+    EXPECT_EQ(client.event(), "powerSaveModeInd mode=4");
     client.install();
     EXPECT_FALSE(client.hasEvents());
 }
@@ -50,13 +50,13 @@ TEST_F(ModemTest, LoadsALargeConfigurationWhileOtherServicesAnswer) {
     const int32_t load = client.send("loadMbnConfig " + path);
     EXPECT_TRUE(host.awaitCalls("modem_pdc_load_configuration", 1));
     for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ("error=0 mode=0", client.call("getOperatingMode"));
+        EXPECT_EQ(client.call("getOperatingMode"), "error=0 mode=0");
     }
     host.sim("ok modem_pdc_load_configuration");
-    EXPECT_EQ("loadMbnConfigResponse error=0", client.answer(load));
+    EXPECT_EQ(client.answer(load), "loadMbnConfigResponse error=0");
     char expected[64];
     snprintf(expected, sizeof(expected), " 16777216 16777216 %08x ", sum);
-    EXPECT_NE(std::string::npos, host.sim("state mbn.MbnApp_" + path).find(expected));
-    EXPECT_NE(std::string::npos, host.sim("calls modem_pdc_load_configuration").find("18642\n"));
+    EXPECT_NE(host.sim("state mbn.MbnApp_" + path).find(expected), std::string::npos);
+    EXPECT_NE(host.sim("calls modem_pdc_load_configuration").find("18642\n"), std::string::npos);
     host.sim("forget");
 }

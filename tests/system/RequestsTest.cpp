@@ -51,10 +51,10 @@ TEST_F(Requests, AreAnsweredAsDocumentedOnBothInstances) {
     std::set<std::string> called;
     for (const Row& row : documentedAnswers(file("config.mbn", std::string(2000, 'x')))) {
         called.insert(row[0].substr(0, row[0].find(' ')));
-        EXPECT_EQ(row[1], clients[0].call(row[0])) << row[0];
-        EXPECT_EQ(row[2], clients[1].call(row[0])) << row[0];
+        EXPECT_EQ(clients[0].call(row[0]), row[1]) << row[0];
+        EXPECT_EQ(clients[1].call(row[0]), row[2]) << row[0];
     }
-    EXPECT_EQ(52U, called.size());
+    EXPECT_EQ(called.size(), 52U);
     const char* const states[][3] = {{"state sar-state", " 2\n", " 0\n"},
                                      {"state service.sar", "up", "closed"},
                                      {"state service.nas", "up bound 0", "up bound 1"},
@@ -69,8 +69,8 @@ TEST_F(Requests, AreAnsweredAsDocumentedOnBothInstances) {
             EXPECT_TRUE(hosts[instance].awaitSim(state[0], state[1 + instance])) << state[0];
         }
         // What was written, from before the reboot.
-        EXPECT_EQ("error=0 data=hex:0a0b", clients[instance].call("readNVItem 550 0 0"));
-        EXPECT_EQ("error=0 data=hex:00ff10", clients[instance].call("readPrl 0"));
+        EXPECT_EQ(clients[instance].call("readNVItem 550 0 0"), "error=0 data=hex:0a0b");
+        EXPECT_EQ(clients[instance].call("readPrl 0"), "error=0 data=hex:00ff10");
     }
 }
 
@@ -80,5 +80,5 @@ TEST(Library, ExportsItsEntryAlone) {
     }
     const std::string exported = outputOf("nm -D --defined-only '" PLUGIN "'");
     EXPECT_EQ(exported.find(" T onLoad\n") + 10, exported.size()) << exported;
-    EXPECT_EQ(exported.size() - 1, exported.find('\n')) << exported;
+    EXPECT_EQ(exported.find('\n'), exported.size() - 1) << exported;
 }

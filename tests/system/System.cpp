@@ -188,7 +188,7 @@ std::string Host::trySim(const std::string& command) const {
 
 std::string Host::sim(const std::string& command) const {
     const std::string reply = trySim(command);
-    EXPECT_EQ(reply.size() - 3, reply.rfind("ok\n")) << command << ": " << reply;
+    EXPECT_EQ(reply.rfind("ok\n"), reply.size() - 3) << command << ": " << reply;
     return reply;
 }
 
@@ -204,8 +204,8 @@ bool Host::awaitCalls(const std::string& function, int count) const {
 void Host::stop() {
     mStopped = true;
     signal(SIGTERM);
-    EXPECT_EQ(0, wait()) << output();
-    EXPECT_EQ(std::string::npos, output().find("Sanitizer")) << output();
+    EXPECT_EQ(wait(), 0) << output();
+    EXPECT_EQ(output().find("Sanitizer"), std::string::npos) << output();
 }
 
 void Client::install() {
