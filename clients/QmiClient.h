@@ -30,7 +30,7 @@ struct QmiService {
     modem_api_qmi_service_type type;
     const char* name;                          ///< short name of the service, as in "DMS"
     const std::string& className;              ///< the client's RTTI_TYPE
-    Errno notConnected = ERRNO_NOT_CONNECTED;  ///< the answer then
+    Errno notConnected = ERRNO_NOT_CONNECTED;  ///< answer while it is not connected
 };
 
 /** The serial of a message that a client posts to itself: nobody waits for an answer. */

@@ -16,7 +16,7 @@ namespace {
 template <class T>
 hidl_vec<T> viewOf(const T* values, size_t count) {
     hidl_vec<T> view;
-    view.setToExternal(const_cast<T*>(values), count);  // as an argument it is read alone
+    view.setToExternal(const_cast<T*>(values), count);  // callees only read it
     return view;
 }
 

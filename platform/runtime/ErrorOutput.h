@@ -95,11 +95,11 @@ private:
     bool openAgain(const struct stat& info) {
         const int fresh = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
         if (fresh < 0) {
-            return false;  // another user's, or a pipe that nobody reads
+            return false;  // it belongs to another user, or is a pipe that nobody reads
         }
         if (mFd < 0) {
             mFd = fresh;
-        } else {  // in place, as other threads may be writing to it
+        } else {  // the number stays, as other threads may be writing to it
             dup3(fresh, mFd, O_CLOEXEC);
             close(fresh);
         }

@@ -47,13 +47,16 @@ std::string lockOf(const std::string& path) {
     return path + ".lock";
 }
 
-/** Files to remove at exit: by their owner, which a forked child is not. */
+/** A socket whose files are removed at exit, by the process that made them and no forked child. */
 struct Files {
     const pid_t owner;
     const std::string path;
 };
 
-/** The lock is still held while its file goes, so that no successor loses its own. */
+/**
+ * Removes the socket and its lock file at exit, while the lock is still held: the file of that name
+ * is then certainly this process's own, and not one that the next process has already locked.
+ */
 void removeAtExit(const std::string& path) {
     const auto remove = [](int, void* argument) {
         const std::unique_ptr<Files> own(static_cast<Files*>(argument));
@@ -68,7 +71,10 @@ void removeAtExit(const std::string& path) {
     }
 }
 
-/** False when the file was removed by the process that held the lock before. */
+/**
+ * Whether an open file is the one that has this name now. It is not when the process that held the
+ * lock before removed the file after we had opened it.
+ */
 bool standsAt(const std::string& path, int fd) {
     struct stat opened {};
     struct stat named {};
@@ -76,7 +82,7 @@ bool standsAt(const std::string& path, int fd) {
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-/** An open file of that name; throws AddressTaken when another process holds the lock on it. */
+/** Opens and locks the lock file of `path`; throws AddressTaken when another process has it. */
 UniqueFd openLocked(const std::string& path) {
     UniqueFd lock(open(lockOf(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (lock.get() < 0) {
@@ -93,7 +99,7 @@ UniqueFd openLocked(const std::string& path) {
     return lock;
 }
 
-/** While the lock on a path is held, only its holder replaces the socket there. */
+/** Takes the lock that allows to replace the socket at `path`, and writes this process into it. */
 UniqueFd lock(const std::string& path) {
     UniqueFd lock = openLocked(path);
     while (!standsAt(lockOf(path), lock.get())) {
@@ -136,7 +142,7 @@ UniqueFd connectTo(const std::string& path, std::chrono::milliseconds timeout) {
     const timeval limit{timeout.count() / 1000, timeout.count() % 1000 * 1000};
     if (setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) != 0 ||
         connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-        // A full backlog is told as EAGAIN.
+        // EAGAIN: the backlog was full, and the listener accepted nobody until the timeout.
         fail(errno == EAGAIN ? ETIMEDOUT : errno, path);
     }
     return fd;
@@ -160,7 +166,7 @@ void acceptAll(int listener, const std::function<void(UniqueFd&)>& serve,
         UniqueFd connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
         if (connection.get() < 0) {
             if (errno != EINTR && errno != ECONNABORTED) {
-                std::this_thread::sleep_for(RETRY_ACCEPT);  // out of files: others give back
+                std::this_thread::sleep_for(RETRY_ACCEPT);  // no descriptor is free
             }
             continue;
         }

@@ -63,11 +63,11 @@ UniqueFd connectTo(const std::string& path, std::chrono::milliseconds timeout);
 pid_t ownUsersProcess(int connection);
 
 /**
- * Accepts connections for ever and hands each one over. What the listener hands over may throw
- * std::system_error (no thread, another user): it is told to the peer by `refuse`, and the
- * connection is closed.
+ * Accepts connections for ever, on the caller's thread.
  *
- * @param refuse tells the peer why; must not wait for it
+ * @param serve takes a connection over. It may throw std::system_error (no thread, another user):
+ *        the peer is told by `refuse`, and the connection is closed
+ * @param refuse tells the peer of that descriptor the reason; must not wait for it
  */
 [[noreturn]] void acceptAll(int listener, const std::function<void(UniqueFd&)>& serve,
                             const std::function<void(int, const std::string&)>& refuse);

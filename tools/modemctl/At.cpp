@@ -17,7 +17,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/** Bytes that are kept of a line before its end has come. */
+/** Bytes that may come without the end of a line; more cannot be an AT reply. */
 constexpr size_t LONGEST_LINE = 64 << 10;
 
 runtime::UniqueFd openPort(int instance) {
@@ -30,7 +30,7 @@ runtime::UniqueFd openPort(int instance) {
     }
     cfmakeraw(&raw);
     tcsetattr(port.get(), TCSANOW, &raw);
-    tcflush(port.get(), TCIFLUSH);  // what was said to others
+    tcflush(port.get(), TCIFLUSH);  // drops replies to whoever used the port before
     return port;
 }
 

@@ -20,10 +20,10 @@ namespace {
 using Clock = Session::Clock;
 using nlohmann::ordered_json;
 
-/** A wait of this length is worth a word to whoever sits at a terminal. */
+/** After so long without an answer, a note on a terminal says that the call still waits. */
 constexpr std::chrono::milliseconds PATIENCE(2000);
 
-/** Whether the modem is left as it was, so that asking once more does no harm. */
+/** Whether a request only reads: then it does no harm to make it twice. */
 bool onlyAsks(const hal::Method& request) {
     const std::string name = request.name;
     const auto starts = [&name](const char* with) { return name.rfind(with, 0) == 0; };
@@ -98,9 +98,12 @@ private:
         }
     }
 
-    /** Asks, also once more after a relay has gone, unless the modem might do a thing twice. */
+    /**
+     * Makes the request, or, when the relay that had it has gone, makes it again if it only reads.
+     * One that changes something may have been carried out: only its answer is waited for.
+     */
     void ask(Session& session) {
-        // A relay accepts a request before it passes it on.
+        // A relay accepts a request before it passes it on: without that, nobody carried it out.
         if (!mAccepted || onlyAsks(mRequest)) {
             mAccepted = false;
             session.ask(mRequest, mOptions.serial, mArguments);
@@ -138,7 +141,7 @@ private:
         return failed ? ANSWERED_ERROR : ANSWERED;
     }
 
-    /** Where an answer has its bytes: those of it, or those of a struct in it. */
+    /** Where an answer has its list of bytes, itself or in a struct; nothing when it has none. */
     static std::optional<ordered_json::json_pointer> bytesAt(const hal::Method& answer) {
         const auto find = [](const hal::Field* fields, size_t count) {
             return std::find_if(fields, fields + count, [](const hal::Field& field) {
@@ -168,7 +171,11 @@ private:
         }
     }
 
-    /** What the host's log has about this request, when somebody wants to know. */
+    /**
+     * What the host's log has about this request; empty when nobody wants to know.
+     *
+     * @param unasked tells it also without the option --why
+     */
     Words why(bool unasked) const {
         return mOptions.why || unasked ? logs::whyOf(mOptions.instance, mName, mSerial) : Words();
     }

@@ -103,7 +103,7 @@ std::vector<std::string> whyOf(int instance, const std::string& method, int32_t 
             }
         }
     } catch (const std::exception&) {
-        return {};  // the answer counts, also without a reason
+        return {};  // a log that cannot be read must not spoil the answer
     }
     story.finish();
     const auto request = std::find_if(
@@ -115,7 +115,7 @@ std::vector<std::string> whyOf(int instance, const std::string& method, int32_t 
     }
     std::vector<std::string> why = request->wrong;
     if (request->answered == NEVER) {
-        why.resize(why.empty() ? 0 : why.size() - 1);  // the last one is part of the last sign
+        why.resize(why.empty() ? 0 : why.size() - 1);  // lastSign() tells the last one itself
         why.push_back(story.lastSign(*request));
     }
     return why;

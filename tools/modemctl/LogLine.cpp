@@ -19,7 +19,7 @@ constexpr int DAYS_BEFORE[] = {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305,
 constexpr Moment SECOND = 1000000;
 constexpr Moment DAY = 86400 * SECOND;
 
-/** Takes a text apart from its front; once something was missing, everything is. */
+/** Reads a text from its front. After the first thing that does not fit, `good` stays false. */
 class Cursor {
 public:
     explicit Cursor(std::string_view rest) : mRest(rest) {}

@@ -160,7 +160,7 @@ private:
         add(request.answer, index, look, "after " + after(request.sent, request.answered) + err);
     }
 
-    /** A row holds boxes of one request alone, so that arrows along it cross no other. */
+    /** Gives boxes their rows. Only boxes of one request share a row: no arrow crosses a box. */
     void arrange() {
         std::stable_sort(mBoxes.begin(), mBoxes.end(),
                          [](const Box& a, const Box& b) { return a.time < b.time; });

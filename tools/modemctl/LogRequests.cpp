@@ -9,7 +9,10 @@ namespace logs {
 
 namespace {
 
-/** More requests of one serial than this do not wait at once; the oldest counts as unanswered. */
+/**
+ * So many requests of one method and serial may wait for an answer at a time, which bounds memory;
+ * with one more, the oldest of them counts as unanswered.
+ */
 constexpr size_t OPEN_NAMESAKES = 1000;
 
 bool contains(const std::vector<std::string>& texts, const char* part) {
@@ -18,7 +21,7 @@ bool contains(const std::vector<std::string>& texts, const char* part) {
     });
 }
 
-/** The place of a method whose refusal nobody hears of. */
+/** The one method that is never answered when the modem refuses it. */
 MethodIndex silentMethod() {
     static const MethodIndex method = methodIndex("getActiveMbnInfo");
     return method;
@@ -26,7 +29,7 @@ MethodIndex silentMethod() {
 
 }  // namespace
 
-/** Tells the silence of the modem from requests that are never answered, by what was handled. */
+/** Decides by how a request was handled whether it is one that never gets an answer. */
 void Story::silence(Index index) {
     Request& request = requests[index];
     if (request.answered != NEVER || request.sent != NEVER) {
@@ -60,7 +63,7 @@ void Story::enter(const Sign& sign) {
     context().stage = &Request::entry;
 }
 
-/** The line has no serial: messages of one id are handled in the order of their requests. */
+/** The line has no serial, but a handler takes messages of one id in the order of the requests. */
 void Story::handle(const Sign& sign) {
     std::deque<Index>& queued = state().queued[sign.method];
     while (sign.method != NO_METHOD && !queued.empty()) {
@@ -124,7 +127,10 @@ void Story::settle(Index index, const Sign& sign) {
     now.request = index;
 }
 
-/** Two clients asked for the same, and what came first was logged second. */
+/**
+ * `handle` took the wrong one of two requests of a method: they came on two threads, which logged
+ * them in the other order. The answer's serial tells which one it was, so the two are exchanged.
+ */
 void Story::correctHandling(Index answered) {
     Context& now = context();
     Request& right = requests[answered];

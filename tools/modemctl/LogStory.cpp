@@ -14,7 +14,7 @@ constexpr size_t WRONG_BYTES = 300;
 constexpr int ORDER_MAX = 999;
 constexpr Moment DAY = Moment(86400) * 1000000;
 
-/** Threads of a log that does not tell them, by what they do; handlers follow. */
+/** Stand for threads in a log without thread numbers; each handler thread has one of its own. */
 enum Role : int32_t { CLIENT_ROLE = 1, EVENT_ROLE, CALLBACK_ROLE, HANDLER_ROLE };
 
 }  // namespace
@@ -65,7 +65,10 @@ void Story::take(std::string_view rawLine) {
     }
 }
 
-/** Lines of one millisecond stay apart, in their order. */
+/**
+ * The moment of a line. The log has no year: time that jumps back by half a year begins a new one.
+ * Lines of the same millisecond stand a microsecond apart, so that they keep their order.
+ */
 Moment Story::clock(const Line& line) {
     mFine = mFine || line.fine;
     mYears += line.time + mYears < mRaw - 180 * DAY ? 366 * DAY : 0;
@@ -103,7 +106,7 @@ Index Story::threadOf(int32_t number) {
     return entry->second;
 }
 
-/** Guesses the thread from what the line tells, or that it is the one of the line before. */
+/** Guesses the thread from what the line says; if it says nothing, it is the last line's. */
 int32_t Story::roleOf(const Sign& sign) {
     State& process = state();
     const auto served = process.roles.find(sign.method);
@@ -210,7 +213,7 @@ void Story::follow(const Sign& sign) {
     }
 }
 
-/** Keeps a warning or an error where it belongs. */
+/** Adds a warning or an error to what its thread does; alone it is a happening of its own. */
 void Story::fault(const Line& line, const Sign& sign) {
     const bool bind = sign.kind == Kind::BIND_FAILED || sign.kind == Kind::BIND_GIVEN_UP;
     Context& now = context();

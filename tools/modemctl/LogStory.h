@@ -37,7 +37,7 @@ struct Request {
     Stage handling;        ///< on the client's handler thread
     Stage answer;          ///< on a thread of the modem's, of an asynchronous request
     Moment sent = NEVER;   ///< accepted by the modem, of an asynchronous request
-    Moment modem = NEVER;  ///< the modem had answered
+    Moment modem = NEVER;  ///< the modem's answer came
     Moment answered = NEVER;
     int32_t err = 0;  ///< of the framework
     uint32_t answers = 0;
@@ -75,7 +75,7 @@ struct Process {
 struct Thread {
     Index process;
     int32_t number;
-    std::string name;  ///< after what it was seen doing
+    std::string name;  ///< by what it does, such as "client" or "modem events"
 };
 
 /** An answer to a request that the log does not show. */
@@ -133,9 +133,9 @@ private:
     };
 
     struct State {
-        std::map<std::string, Moment, std::less<>> lost;  ///< services, and when last
-        std::map<MethodIndex, std::deque<Index>> queued;  ///< requests that no handler began with
-        std::map<MethodIndex, int32_t> roles;             ///< where each method was last served
+        std::map<std::string, Moment, std::less<>> lost;  ///< by service: when it was lost
+        std::map<MethodIndex, std::deque<Index>> queued;  ///< requests that wait for their handler
+        std::map<MethodIndex, int32_t> roles;             ///< role that last served the method
         int32_t role = 0;
         Index atCommand = NONE;
     };
@@ -167,7 +167,7 @@ private:
     Index happen(Happening::Kind kind, std::string text);
 
     Moment mRaw = NEVER;
-    Moment mYears = 0;  ///< added since the log began
+    Moment mYears = 0;  ///< added to the log's times, a year at each change of it
     int mOrder = 0;     ///< of lines in the same millisecond
     bool mFine = false;
     Moment mNow = NEVER;

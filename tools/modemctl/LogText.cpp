@@ -175,14 +175,14 @@ void dropInstance(Sign& sign) {
     }
 }
 
-/** A text of the plug-in that is told nowhere above begins with the function that logs it. */
+/** For texts that TEXTS does not have: all of the plug-in's begin with the name of a function. */
 Kind kindOfOthers(std::string_view text) {
     const std::string_view function = identifierOf(text);
     const bool named = !function.empty() && startsWith(text.substr(function.size()), ": ");
     return named && !startsWith(text, "respond") ? Kind::DETAIL : Kind::UNKNOWN;
 }
 
-/** Loggers, and how they tell that they left lines out. */
+/** Tags under which a logger tells that it left lines out, and the text that says how many. */
 constexpr std::pair<std::string_view, const char*> LOSSES[] = {
         {"FRAMEWORK", "%d lines lost*"},
         {"chatty", "%s expire %d lines"},

@@ -99,7 +99,7 @@ private:
         }
     }
 
-    /** Between two threads; both ends are known, or it is left out. */
+    /** A wait from one thread to another; left out unless both of its ends are known. */
     void wait(Index index, const char* name, const Stage& from, Moment to) {
         if (from.begin == NEVER || to == NEVER) {
             return;

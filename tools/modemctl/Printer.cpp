@@ -17,7 +17,7 @@ namespace {
 
 using Shown = std::vector<std::pair<std::string, std::string>>;
 
-/** Bytes on a terminal: cut when they are long, and beside them the text that they are. */
+/** Bytes as a terminal shows them: cut when they are many, and also as text if they are one. */
 std::string shownBytes(const ordered_json& bytes, const std::string& hex) {
     constexpr size_t LONGEST = 32;
     constexpr size_t PREFIX = 4;  // hex:
@@ -39,7 +39,7 @@ std::string shownBytes(const ordered_json& bytes, const std::string& hex) {
     return shown;
 }
 
-/** Members of structs stand beside the other arguments; "type" is 0 always and left out. */
+/** Lists values by name, members of structs beside arguments; leaves out "type", always 0. */
 void flatten(const hal::Field* fields, size_t count, const ordered_json& values, Shown& shown) {
     for (const hal::Field* field = fields; field != fields + count; ++field) {
         const ordered_json& value = values.at(field->name);

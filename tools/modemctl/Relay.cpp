@@ -32,13 +32,16 @@ using namespace std::chrono_literals;
 /** A relay that nobody joins in this time ends. */
 constexpr auto FIRST_MEMBER_WAIT = 5s;
 
-/** The relay before this one may still be ending, and has its name so long. */
+/** Waits so long for the name, which the relay before this one has until its process has ended. */
 constexpr auto FORMER_RELAY_WAIT = 500ms;
 
-/** Another program that took the callbacks has had its answer then, and they are taken back. */
+/**
+ * When another program takes the callbacks, they are taken back after so long: time enough for that
+ * program to get the answer to its request.
+ */
 constexpr auto TAKE_BACK_WAIT = 300ms;
 
-/** Place of the answer to a request in IModemResponse, from 1; 0 when it has none. */
+/** Code of the method of IModemResponse that answers a request; 0 when there is none. */
 uint32_t answerTo(const hal::Method& request) {
     const std::string name = request.name + std::string("Response");
     for (size_t i = 0; i < api::ANSWERS.methodCount; ++i) {
@@ -101,11 +104,11 @@ private:
     bool mInstalled = false;
     Clock::time_point mInstallAt = Clock::time_point::max();
     std::map<Key, const Connection*> mUnderWay;
-    std::vector<std::pair<uint32_t, std::string>> mWaiting;  ///< for the callbacks
+    std::vector<std::pair<uint32_t, std::string>> mWaiting;  ///< requests until mInstalled
     int32_t mNextSerial = 0;
 };
 
-/** What members call. */
+/** The published object: takes the calls of members, on the thread of each one's connection. */
 class Door : public hal::Stub {
 public:
     explicit Door(Relay& relay) : mRelay(relay) {}
@@ -121,7 +124,7 @@ public:
             return true;
         }
         if (code == LEAVE) {
-            // The last one sees the end of the process, when the callbacks are no longer held.
+            // The last one's connection ends with the process, when the callbacks are free.
             if (mRelay.leave(connection) > 0) {
                 connection->close("");
             }
@@ -144,7 +147,10 @@ private:
     Relay& mRelay;
 };
 
-/** One of the two callback objects; the service lets it go for another client's. */
+/**
+ * One of the two callback objects. The service releases both when another client installs its own,
+ * which is seen by the destructor of the object for events.
+ */
 class Callback : public hal::Stub {
 public:
     Callback(Relay& relay, bool answers, uint64_t installation)
@@ -178,13 +184,14 @@ private:
 };
 
 void Relay::run() {
-    // Answers that a former relay was still owed must not be taken for new ones.
+    // Random, since answers to requests of a former relay may still come to this one: they must
+    // not have the serial of a request of its own.
     std::random_device random;
     mNextSerial = std::uniform_int_distribution<int32_t>(1000, 899999)(random);
     const auto deadline = Clock::now() + FORMER_RELAY_WAIT;
     while (hal::publish(descriptor(), name(mInstance), new Door(*this)) != android::OK) {
         if (Clock::now() > deadline) {
-            _exit(0);  // another one was faster, or there is no place for one
+            _exit(0);  // another relay was faster, or there is no usable runtime folder
         }
         std::this_thread::sleep_for(1ms);
     }
@@ -256,7 +263,7 @@ void Relay::installed(uint64_t installation, const std::string& failure) {
     }
     const std::lock_guard<std::mutex> guard(mLock);
     if (installation != mInstallation || mInstallAt != Clock::time_point::max()) {
-        return;  // taken away again
+        return;  // another program took the callbacks meanwhile
     }
     mInstalled = true;
     for (const auto& [code, args] : std::exchange(mWaiting, {})) {
@@ -279,7 +286,7 @@ void Relay::join(const std::shared_ptr<Connection>& connection, uint32_t interes
 }
 
 size_t Relay::leave(const Connection* connection) {
-    std::shared_ptr<Connection> kept;  // let go of without the lock
+    std::shared_ptr<Connection> kept;  // its destructor runs after the lock is released
     const std::lock_guard<std::mutex> guard(mLock);
     const auto member = mMembers.find(connection);
     if (member == mMembers.end()) {

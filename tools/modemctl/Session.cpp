@@ -24,13 +24,13 @@ namespace {
 constexpr auto ATTEMPT_WAIT = 20ms;
 constexpr auto START_ATTEMPT_WAIT = 500us;
 
-/** Whoever is about to start the relay has this long; then anybody may. */
+/** Whoever holds the start lock has so long to start the relay; then others start one as well. */
 constexpr auto START_WAIT = 500ms;
 
-/** A relay that was started listens after this, also on a busy machine. */
+/** A relay that was started listens by then, also on a busy machine. */
 constexpr auto LISTEN_WAIT = 2s;
 
-/** Held by the one that starts the relay, until it listens. */
+/** The lock for starting the relay, held until that listens; -1 when another process has it. */
 runtime::UniqueFd tryStartLock(int instance) {
     const std::string path = runtime::directory() + "/modemctl." + std::to_string(instance);
     runtime::UniqueFd lock(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
@@ -75,7 +75,7 @@ public:
         return mClosed && mArrivals.empty();
     }
 
-    /** Nobody takes any more: nothing that comes waits for room. */
+    /** Ends the wait for room, since nobody takes any more, and waits until the relay closed. */
     void leave(std::chrono::milliseconds patience) {
         std::unique_lock<std::mutex> guard(mLock);
         mOver = true;
@@ -143,7 +143,7 @@ Session::Session(int instance, uint32_t interest)
       mInterest(interest),
       mNextAttempt(Clock::now()),
       mAloneSince(Clock::now()) {
-    signal(SIGCHLD, SIG_IGN);  // a relay that this process started leaves nothing behind
+    signal(SIGCHLD, SIG_IGN);  // a relay that this process started leaves no zombie
 }
 
 Session::~Session() {
@@ -194,7 +194,7 @@ void Session::join(const std::shared_ptr<hal::Connection>& connection) {
 }
 
 void Session::send(uint32_t code, hal::Parcel& arguments) {
-    // A relay that has gone is seen by `next`.
+    // A failure means that the relay has gone, which `next` finds out.
     (void)mConnection->transact(hal::SERVICE_TARGET, code, arguments).isOk();
 }
 

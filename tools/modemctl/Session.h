@@ -74,6 +74,6 @@ private:
     std::shared_ptr<hal::Connection> mConnection;
     bool mReady = false;
     Clock::time_point mNextAttempt;
-    Clock::time_point mAloneSince;  ///< nobody listens since then
+    Clock::time_point mAloneSince;  ///< no relay has been there since then
     std::string mTrouble;
 };

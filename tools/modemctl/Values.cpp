@@ -24,7 +24,7 @@ bool isBytes(const hal::Type& type) {
 
 namespace {
 
-/** The argument is not what it has to be; who calls knows which one it is. */
+/** Ends the reading of an argument; `encode` adds the argument's name to the reason. */
 [[noreturn]] void refuse(const std::string& reason) {
     throw std::invalid_argument(reason);
 }
@@ -149,7 +149,7 @@ void encodeArgument(Parcel& parcel, const hal::Field& field, const std::string& 
     } else if (field.type->kind == Kind::STRING) {
         parcel.writeString(text);
     } else if (isBytes(*field.type)) {
-        // Bytes stand as a text does: their count, then each.
+        // On the wire a list of bytes and a text are the same: their count, then each byte.
         parcel.writeString(bytesOf(text, field.name == std::string("path")));
     } else {
         refuse(std::string("a ") + field.type->name + " cannot be given on the command line");

@@ -24,7 +24,7 @@ public:
     explicit Watch(const Options& options) : mOptions(options) {}
 
     ExitCode run() {
-        // What was printed was flushed, line by line.
+        // Every line was flushed when it was printed, so there is nothing to save at the end.
         for (const int stop : {SIGINT, SIGTERM}) {
             signal(stop, [](int) { _exit(ANSWERED); });
         }
@@ -73,7 +73,7 @@ private:
         }
     }
 
-    /** Says once that it watches, and later that it does again. */
+    /** Notes the first time that it watches, and later that it does so again after a gap. */
     void announce(const Arrival& ready) {
         if (mRelay == 0) {
             note("watching instance " + std::to_string(mOptions.instance) + ", Ctrl-C ends it");
@@ -106,7 +106,7 @@ private:
     }
 
     const Options& mOptions;
-    int32_t mRelay = 0;  ///< the process
+    int32_t mRelay = 0;  ///< process id of the relay; 0 before the first READY
     std::optional<Clock::time_point> mLostAt;
     std::string mLoss;
     uint64_t mEvents = 0;

@@ -48,14 +48,14 @@ public:
         addLog();
         addSimulator();
         addStatus();
-        // What the first modemctl starts for all of them; nobody types it.
+        // Started by modemctl itself, see Relay.h; not shown in the help, as nobody types it.
         add("relay", "", 0, [this](const Words&) -> ExitCode {
             relay::run(mOptions.instance);
         }).group("");
     }
 
     ExitCode run(int argc, char** argv) {
-        // What stands behind "--" is nobody's option.
+        // Words behind "--" are kept from the parser: they are no options, such as "-5".
         const auto mark = std::find(argv + 1, argv + argc, std::string_view("--"));
         parse(static_cast<int>(mark - argv), argv);
         if (mApp.get_subcommands().empty()) {
@@ -199,7 +199,7 @@ private:
 
 int main(int argc, char** argv) {
     try {
-        signal(SIGPIPE, SIG_DFL);  // who no longer reads ends this quietly
+        signal(SIGPIPE, SIG_DFL);  // a reader of stdout that is gone ends the process quietly
         checkOutput();
         return CommandLine().run(argc, argv);
     } catch (const Failure& failure) {
@@ -207,7 +207,7 @@ int main(int argc, char** argv) {
         return failure.code;
     } catch (const std::ios::failure&) {
         const int reason = errno;
-        std::cout.exceptions(std::ios::goodbit);  // what is left is tried once more at the end
+        std::cout.exceptions(std::ios::goodbit);  // the flush at exit must not throw
         note(std::string("cannot write to stdout: ") + strerror(reason));
         return WRONG_USAGE;
     } catch (const std::exception& error) {

@@ -55,9 +55,9 @@ void load(const std::string& plugin, std::vector<std::string>& arguments) {
 }
 
 /**
- * The names under which the plug-in serves, for a person; a plug-in that registers later, or
- * nothing, is taken as it is. Throws std::runtime_error when a registration was refused, which
- * onLoad does not tell, or when nobody answers under the name.
+ * The names under which the plug-in serves, for a person; "nothing yet" when it registered none,
+ * which is no error. Throws std::runtime_error when a registration was refused, which onLoad does
+ * not tell, or when nobody answers under the name.
  */
 std::string servedNames(const std::string& instance) {
     std::string names;

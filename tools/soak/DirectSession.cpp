@@ -9,7 +9,7 @@
 #include "tools/modemctl/Failure.h"
 #include "tools/modemctl/Values.h"
 
-/** Arrivals in their order, from any thread; or the way to a sink. */
+/** Keeps arrivals in their order for `take`, or gives them to the sink at once; any thread. */
 class DirectSession::Inbox {
 public:
     explicit Inbox(Sink sink) : mSink(std::move(sink)) {}
@@ -34,7 +34,7 @@ public:
         return arrival;
     }
 
-    /** The installation whose end is worth a word. */
+    /** Number of the latest installation: only when that one is displaced, it is told. */
     std::atomic<uint64_t> installation{0};
 
 private:
@@ -44,7 +44,7 @@ private:
     std::deque<Arrival> mArrivals;
 };
 
-/** One callback object of either kind; the service lets it go for another one. */
+/** One of the two callback objects; the service releases it when others are installed. */
 class DirectSession::Callback : public hal::Stub {
 public:
     Callback(std::shared_ptr<Inbox> inbox, Arrival::Kind kind, uint64_t installation)

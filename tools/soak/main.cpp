@@ -37,9 +37,9 @@ constexpr size_t MAX_THREADS = 100;
 constexpr double MAX_MEMORY = 64;  ///< MB
 /** The transport's writer, a thread and a descriptor, starts when a peer's socket is first full. */
 constexpr size_t WRITER = 1;
-constexpr double MARGIN = 8;  ///< MB that an idle host may have more than an idle one before
+constexpr double MARGIN = 8;  ///< MB by which the idle host may have grown since the start
 
-/** Keeps what clients of a place have begun in a file that both processes map. */
+/** Maps the counters of begun requests from a file, which the client processes map as well. */
 Begun* mapBegun(const std::string& path) {
     const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     constexpr size_t size = (MAX_CLIENTS + 1) * sizeof(Begun);

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 constexpr size_t VALUE_MAX_LENGTH = PROPERTY_VALUE_MAX - 1;
 constexpr ptrdiff_t PROPERTIES_MAX = 256;
 
-/** Orders the writers of this process: they share the scratch file. Constant-initialised. */
+/** Held while a property is written: the threads of a process share one scratch file. */
 std::mutex sMutex;
 
 /** One file a property. Makes the folder when missing; throws std::system_error. */
@@ -39,13 +39,13 @@ bool isKey(const char* key) {
     return key != nullptr && *key != '\0' && *key != '.' && strchr(key, '/') == nullptr;
 }
 
-/** The first write of a key takes one of the places for properties. */
+/** False when a property that is not there yet would be one more than PROPERTIES_MAX. */
 bool hasPlace(const fs::path& file) {
     return fs::exists(file) ||
            std::distance(fs::directory_iterator(file.parent_path()), {}) < PROPERTIES_MAX;
 }
 
-/** By way of another file and a rename, so that a reader finds the old text or the new one. */
+/** Writes a scratch file and renames it, so that a reader finds the old text or the new one. */
 bool store(const fs::path& file, const char* value, size_t length) {
     const fs::path scratch = file.parent_path() / (".new-" + std::to_string(getpid()));
     const int fd = open(scratch.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);

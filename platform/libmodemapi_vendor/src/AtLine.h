@@ -35,7 +35,7 @@ struct AtRequest {
     std::vector<std::string> tokens = {};  ///< its arguments, without their quotes
 };
 
-/** Reads a line; only what is an AT command at all is told apart here, not which names exist. */
+/** Reads a line by its form alone: an EXTENDED command may have a name that nobody registered. */
 AtRequest parseAtLine(std::string_view line);
 
 }  // namespace sim

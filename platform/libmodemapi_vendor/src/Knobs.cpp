@@ -59,7 +59,7 @@ Bytes KnobBoard::shape(std::string_view function, const void* record, size_t siz
         std::copy(patch.begin(), patch.end(), bytes.begin() + static_cast<ptrdiff_t>(offset));
     }
     bytes.resize(knobs.recordSize.value_or(bytes.size()));
-    bytes.shrink_to_fit();  // so that a reader beyond the end is found out
+    bytes.shrink_to_fit();  // no room behind the end, so that a sanitizer sees reads beyond it
     return bytes;
 }
 

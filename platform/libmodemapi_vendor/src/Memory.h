@@ -45,9 +45,10 @@ struct Configuration {
     bool isComplete() const { return data.size() == total; }
 
     /**
-     * Adds a chunk. Chunks carry no offset, so a load that starts over shows by another total, or
-     * by its first chunk coming again. The latter may also be a file that repeats itself; which of
-     * the two it was shows when more chunks come than the total has room for.
+     * Adds a chunk. Chunks carry no offset, so a load that starts over is known by another total,
+     * or by its first chunk coming again. A first chunk that comes again may also be part of a file
+     * that repeats itself: it is kept, and `mRepeat` remembers where. If then more chunks come than
+     * the total has room for, it was a new load, and what came before that place is dropped.
      *
      * @return false when the chunk runs beyond the end
      */
@@ -57,7 +58,7 @@ private:
     bool isFirstChunk(const uint8_t* chunk, size_t length) const;
 
     size_t mFirstLength = 0;  ///< bytes of the first chunk
-    size_t mRepeat = 0;       ///< since this offset it has been the beginning once more; 0 for none
+    size_t mRepeat = 0;       ///< offset from which on `data` equals its own beginning; 0 for none
 };
 
 struct Bands {

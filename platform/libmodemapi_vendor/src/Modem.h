@@ -47,7 +47,7 @@ public:
     void startPorts();
 
     /**
-     * Starts a call of the API; nonzero when the call is to be refused with that.
+     * Starts a call of the API. Returns 0, or the result with which the call is to be refused.
      *
      * @param isAnsweredLater the answer comes after the call, and needs room among those that wait
      */

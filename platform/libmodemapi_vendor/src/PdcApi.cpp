@@ -56,7 +56,7 @@ bool Configuration::isFirstChunk(const uint8_t* chunk, size_t length) const {
 bool Configuration::add(const uint8_t* chunk, size_t length, size_t ofTotal) {
     const bool isFirst = isFirstChunk(chunk, length);
     if (isComplete() && ofTotal == total && !isFirst && length <= mRepeat) {
-        // More than the total: what came since the repetition is the beginning of another load.
+        // One chunk more than the total has: what came from mRepeat on belongs to a new load.
         data.erase(data.begin(), data.begin() + static_cast<ptrdiff_t>(mRepeat));
         mRepeat = 0;
     } else if (isComplete() || ofTotal != total || (isFirst && data.size() + length > total)) {

@@ -29,7 +29,7 @@ void Scheduler::run() {
     for (;;) {
         takeDue()();
         if (isRushOver()) {
-            malloc_trim(0);  // what the tasks and their answers took
+            malloc_trim(0);  // gives the memory of tasks and answers back to the system
         }
     }
 }

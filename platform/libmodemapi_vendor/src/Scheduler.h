@@ -51,7 +51,7 @@ private:
     const unsigned mThreadsWanted;
     std::mutex mMutex;  ///< guards what follows; not held while a task runs
     unsigned mThreads = 0;
-    bool mRush = false;  ///< half of what may wait has been waiting
+    bool mRush = false;  ///< more than WAITING_MAX / 2 tasks waited at once since nothing waited
     std::condition_variable mChanged;
     uint64_t mSequence = 0;
     std::map<std::pair<Clock::time_point, uint64_t>, std::function<void()>> mTasks;

@@ -49,7 +49,7 @@ const Bytes* Store::find(Key key) const {
     return found != entries.end() ? &found->second : nullptr;
 }
 
-// A write does not tell the second selector, so what was written is read under any.
+// The function that writes has no second selector, so the one for reading does not look at it.
 
 int modem_read_nv_for_subid(int32_t selector1, int32_t item, uint8_t, uint8_t* buffer,
                             size_t* length) {

@@ -35,9 +35,9 @@ void setQueueLimit(size_t messages);
 constexpr int DISPATCH_QUEUE_FULL = 11;
 
 /**
- * Takes the log's lines in place of stderr; an empty function gives them back. Called under the
- * log's lock with the prefix in place, and without an allocation before it. Every priority is
- * passed.
+ * Takes the log's lines in place of stderr, those of every priority; an empty function ends that.
+ * It is called on the thread that logs, under the log's lock, so it must not log itself. The text
+ * begins with the prefix, if one is set. The log allocates nothing for a line.
  */
 using LogSink = std::function<void(int priority, const char* tag, const char* text)>;
 void setLogSink(LogSink sink);

@@ -35,7 +35,7 @@ bool invoke(I& object, android::hardware::Return<void> (I::*method)(Args...), Pa
     if (!decoded || !parcel.atEnd()) {
         return false;
     }
-    // A method of one's own returns no failure of the transport; it stops the process here.
+    // The object lives in this process: a status that is not OK is its mistake and stops us here.
     std::apply([&](auto&... arg) { return (object.*method)(arg...); }, args).assertOk();
     return true;
 }
@@ -90,12 +90,13 @@ template <class I>
     return id == 0 || object != nullptr;
 }
 
-/** `castFrom` of every interface: by address in the usual case, never by type information. */
+/** `castFrom` of every interface. Needs no RTTI: the object itself knows its descriptors. */
 template <class I>
 android::sp<I> cast(const android::sp<android::hidl::base::V1_0::IBase>& parent) {
     return parent == nullptr ? nullptr : static_cast<I*>(parent->asInterface(I::descriptor));
 }
 
+/** `object` when it has that descriptor, else null. The same constant needs no look at its text. */
 template <class I>
 void* asInterface(I* object, const char* descriptor) {
     const bool same = descriptor == I::descriptor || strcmp(descriptor, I::descriptor) == 0;

@@ -63,7 +63,7 @@ private:
 class hidl_string {
 public:
     hidl_string() = default;
-    /** Null is empty. */
+    /** A null pointer makes an empty text. */
     hidl_string(const char* text);  // NOLINT(google-explicit-constructor)
     hidl_string(const char* text, size_t size) { copyFrom(text, size); }
     hidl_string(const std::string& text)  // NOLINT(google-explicit-constructor)
@@ -72,7 +72,7 @@ public:
     hidl_string(hidl_string&& other) noexcept { swap(other); }
     ~hidl_string() { clear(); }
 
-    /** A copy that there is no memory for leaves the text of before. */
+    /** Without memory for the copy it throws std::bad_alloc, and keeps the text that it had. */
     hidl_string& operator=(const hidl_string& other) { return *this = hidl_string(other); }
     hidl_string& operator=(const char* text) { return *this = hidl_string(text); }
     hidl_string& operator=(const std::string& text) { return *this = hidl_string(text); }

@@ -116,7 +116,7 @@ template <class Integer, class = std::enable_if_t<std::is_integral_v<Integer>>>
 void encode(Parcel& parcel, const android::hardware::hidl_string& text);
 [[nodiscard]] bool decode(Parcel& parcel, android::hardware::hidl_string& text);
 
-/** Of a handle its descriptors alone go; integers in it do not. */
+/** Sends a handle's descriptors; the integers that it may hold as well are not sent. */
 void encode(Parcel& parcel, const android::hardware::hidl_handle& handle);
 [[nodiscard]] bool decode(Parcel& parcel, android::hardware::hidl_handle& handle);
 
