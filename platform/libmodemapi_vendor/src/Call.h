@@ -12,6 +12,9 @@
 
 namespace sim {
 
+/** Longest time that a command takes as an argument, in milliseconds. */
+constexpr int64_t MS_GREATEST = 600000;
+
 /** One command with its arguments. An argument that is not allowed throws invalid_argument. */
 class Call {
 public:
