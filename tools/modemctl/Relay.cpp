@@ -1,24 +1,20 @@
 #include "Relay.h"
 
-#include <fcntl.h>
 #include <hidl/Transport.h>
 #include <signal.h>
-#include <spawn.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
-#include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <thread>
 
 #include "Api.h"
 #include "Failure.h"
+#include "RelayMembers.h"
 #include "Values.h"
-#include "runtime/UnixSocket.h"
 
 namespace relay {
 
@@ -53,8 +49,8 @@ uint32_t answerTo(const hal::Method& request) {
 }
 
 /**
- * Members, requests under way and the connection to the service. Calls come in on a thread per
- * member and on one of the service; none of them waits for a peer, as a served connection keeps
+ * Stands between the members and the service, and holds its callbacks. Calls come in on a thread
+ * per member and on one of the service; none of them waits for a peer, as a served connection keeps
  * what its peer does not take, and cuts it at the transport's bounds. Lives until the process ends.
  */
 class Relay {
@@ -64,8 +60,8 @@ public:
     [[noreturn]] void run();
 
     void join(const std::shared_ptr<Connection>& connection, uint32_t interest, uint32_t object);
-    /** @return how many members there still are */
-    size_t leave(const Connection* connection);
+    /** @return whether there still are others */
+    bool leave(const Connection* connection);
 
     bool ask(Connection* connection, uint32_t group, const hal::Method& request, Parcel& args);
     void await(Connection* connection, const hal::Method& request, int32_t serial);
@@ -76,36 +72,22 @@ public:
     void serviceGone(const std::string& reason);
 
 private:
-    struct Member {
-        std::shared_ptr<Connection> connection;
-        uint32_t interest;
-        uint32_t object;
-    };
-    using Key = std::pair<uint32_t, int32_t>;  ///< code of the answer, serial
-
     void connect(std::unique_lock<std::mutex>& guard);
     void install();
     void installed(uint64_t installation, const std::string& failure);
-    int32_t freeSerial(uint32_t answer);
     void send(uint32_t code, const std::string& args);
-    static void tell(const Member& member, uint32_t code, const Parcel& args);
-    template <class Value>
-    static void tell(const Member& member, uint32_t code, const Value& value);
-    Member* memberOf(const Connection* connection);
 
     const int mInstance;
-    std::mutex mLock;
+    std::mutex mLock;  ///< guards what follows
     std::condition_variable mChanged;
-    std::map<const Connection*, Member> mMembers;
+    Members mMembers;
     bool mJoined = false;
     std::string mGone;
     std::shared_ptr<Connection> mService;
     uint64_t mInstallation = 0;
     bool mInstalled = false;
     Clock::time_point mInstallAt = Clock::time_point::max();
-    std::map<Key, const Connection*> mUnderWay;
     std::vector<std::pair<uint32_t, std::string>> mWaiting;  ///< requests until mInstalled
-    int32_t mNextSerial = 0;
 };
 
 /** The published object: takes the calls of members, on the thread of each one's connection. */
@@ -125,7 +107,7 @@ public:
         }
         if (code == LEAVE) {
             // The last one's connection ends with the process, when the callbacks are free.
-            if (mRelay.leave(connection) > 0) {
+            if (mRelay.leave(connection)) {
                 connection->close("");
             }
             return true;
@@ -184,10 +166,6 @@ private:
 };
 
 void Relay::run() {
-    // Random, since answers to requests of a former relay may still come to this one: they must
-    // not have the serial of a request of its own.
-    std::random_device random;
-    mNextSerial = std::uniform_int_distribution<int32_t>(1000, 899999)(random);
     const auto deadline = Clock::now() + FORMER_RELAY_WAIT;
     while (hal::publish(descriptor(), name(mInstance), new Door(*this)) != android::OK) {
         if (Clock::now() > deadline) {
@@ -211,9 +189,7 @@ void Relay::run() {
             mChanged.wait_until(guard, mInstallAt);
         }
     }
-    for (const auto& [connection, member] : mMembers) {
-        tell(member, GONE, mGone);
-    }
+    mMembers.tellAll(GONE, mGone);
     const std::shared_ptr<Connection> service = mService;
     guard.unlock();
     if (service != nullptr) {
@@ -269,48 +245,26 @@ void Relay::installed(uint64_t installation, const std::string& failure) {
     for (const auto& [code, args] : std::exchange(mWaiting, {})) {
         send(code, args);
     }
-    for (const auto& [connection, member] : mMembers) {
-        tell(member, READY, getpid());
-    }
+    mMembers.tellAll(READY, getpid());
 }
 
 void Relay::join(const std::shared_ptr<Connection>& connection, uint32_t interest,
                  uint32_t object) {
     const std::lock_guard<std::mutex> guard(mLock);
-    const Member& member = mMembers[connection.get()] = {connection, interest, object};
+    mMembers.join(connection, interest, object);
     mJoined = true;
     if (mInstalled) {
-        tell(member, READY, getpid());
+        mMembers.tell(connection.get(), READY, getpid());
     }
     mChanged.notify_all();
 }
 
-size_t Relay::leave(const Connection* connection) {
+bool Relay::leave(const Connection* connection) {
     std::shared_ptr<Connection> kept;  // its destructor runs after the lock is released
     const std::lock_guard<std::mutex> guard(mLock);
-    const auto member = mMembers.find(connection);
-    if (member == mMembers.end()) {
-        return mMembers.size();
-    }
-    kept = std::move(member->second.connection);
-    mMembers.erase(member);
-    for (auto request = mUnderWay.begin(); request != mUnderWay.end();) {
-        request = request->second == connection ? mUnderWay.erase(request) : std::next(request);
-    }
+    kept = mMembers.leave(connection);
     mChanged.notify_all();
-    return mMembers.size();
-}
-
-Relay::Member* Relay::memberOf(const Connection* connection) {
-    const auto member = mMembers.find(connection);
-    return member != mMembers.end() ? &member->second : nullptr;
-}
-
-int32_t Relay::freeSerial(uint32_t answer) {
-    do {
-        mNextSerial = mNextSerial % 999999 + 1;
-    } while (mUnderWay.count({answer, mNextSerial}) != 0);
-    return mNextSerial;
+    return !mMembers.empty();
 }
 
 bool Relay::ask(Connection* connection, uint32_t group, const hal::Method& request, Parcel& args) {
@@ -321,19 +275,12 @@ bool Relay::ask(Connection* connection, uint32_t group, const hal::Method& reque
     std::string bytes(reinterpret_cast<const char*>(args.data()), args.size());
     memcpy(&serial, bytes.data(), sizeof(serial));
     const std::lock_guard<std::mutex> guard(mLock);
-    const Member* const member = memberOf(connection);
-    if (member == nullptr) {
+    if (!mMembers.has(connection)) {
         return false;
     }
     const uint32_t answer = answerTo(request);
-    serial = group == ASK ? freeSerial(answer) : serial;
-    if (mUnderWay.size() >= MAX_UNDER_WAY) {
-        tell(*member, REFUSED, std::to_string(MAX_UNDER_WAY) + " requests are under way");
-    } else if (!mUnderWay.insert({{answer, serial}, connection}).second) {
-        tell(*member, REFUSED,
-             "serial " + std::to_string(serial) + " is under way in another call of this method");
-    } else {
-        tell(*member, ACCEPTED, serial);
+    serial = group == ASK ? mMembers.freeSerial(answer) : serial;
+    if (mMembers.admit(connection, {answer, serial})) {
         memcpy(bytes.data(), &serial, sizeof(serial));
         send(request.code, bytes);
     }
@@ -342,7 +289,7 @@ bool Relay::ask(Connection* connection, uint32_t group, const hal::Method& reque
 
 void Relay::await(Connection* connection, const hal::Method& request, int32_t serial) {
     const std::lock_guard<std::mutex> guard(mLock);
-    mUnderWay.insert({{answerTo(request), serial}, connection});
+    mMembers.await(connection, {answerTo(request), serial});
 }
 
 void Relay::send(uint32_t code, const std::string& args) {
@@ -358,25 +305,12 @@ void Relay::send(uint32_t code, const std::string& args) {
 
 void Relay::answer(uint32_t code, int32_t serial, const Parcel& args) {
     const std::lock_guard<std::mutex> guard(mLock);
-    const auto request = mUnderWay.find({code, serial});
-    const Connection* const owner = request != mUnderWay.end() ? request->second : nullptr;
-    if (owner != nullptr) {
-        mUnderWay.erase(request);
-    }
-    for (const auto& [connection, member] : mMembers) {
-        if (connection == owner || (member.interest & ALL_ANSWERS) != 0) {
-            tell(member, ANSWER + code, args);
-        }
-    }
+    mMembers.answer({code, serial}, args);
 }
 
 void Relay::event(uint32_t code, const Parcel& args) {
     const std::lock_guard<std::mutex> guard(mLock);
-    for (const auto& [connection, member] : mMembers) {
-        if ((member.interest & EVENTS) != 0) {
-            tell(member, EVENT + code, args);
-        }
-    }
+    mMembers.event(code, args);
 }
 
 void Relay::displaced(uint64_t installation) {
@@ -386,11 +320,8 @@ void Relay::displaced(uint64_t installation) {
     }
     mInstalled = false;
     mInstallAt = Clock::now() + TAKE_BACK_WAIT;
-    for (const auto& [connection, member] : mMembers) {
-        tell(member, NOTE,
-             std::string("another program took the callbacks; they are taken back, "
-                         "events and answers may have been missed"));
-    }
+    mMembers.tellAll(NOTE, std::string("another program took the callbacks; they are taken back, "
+                                       "events and answers may have been missed"));
     mChanged.notify_all();
 }
 
@@ -400,65 +331,7 @@ void Relay::serviceGone(const std::string& reason) {
     mChanged.notify_all();
 }
 
-void Relay::tell(const Member& member, uint32_t code, const Parcel& args) {
-    Parcel copy;
-    copy.writeBytes(args.data(), args.size());
-    // A member that has gone or was cut is told by its closed connection.
-    (void)member.connection->transact(member.object, code, copy).isOk();
-}
-
-template <class Value>
-void Relay::tell(const Member& member, uint32_t code, const Value& value) {
-    Parcel args;
-    if constexpr (std::is_integral_v<Value>) {
-        args.write(static_cast<int32_t>(value));
-    } else {
-        args.writeString(value);
-    }
-    tell(member, code, args);
-}
-
 }  // namespace
-
-std::string descriptor() {
-    return "modemctl@1.0::Relay";
-}
-
-std::string name(int instance) {
-    return "instance" + std::to_string(instance);
-}
-
-int holder(int instance) {
-    try {
-        const auto socket = runtime::connectTo(hal::servicePath(descriptor(), name(instance)), 1s);
-        return runtime::ownUsersProcess(socket.get());
-    } catch (const std::system_error&) {
-        return 0;
-    }
-}
-
-void start(int instance) {
-    const std::string number = std::to_string(instance);
-    const char* words[] = {"modemctl", "--instance", number.c_str(), "relay", nullptr};
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        posix_spawn_file_actions_addopen(&files, fd, "/dev/null", O_RDWR, 0);
-    }
-    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    // A session of its own: Ctrl-C and Ctrl-Z of a terminal are not meant for it.
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-    pid_t process = 0;
-    const int error = posix_spawn(&process, "/proc/self/exe", &files, &attributes,
-                                  const_cast<char**>(words), environ);
-    posix_spawn_file_actions_destroy(&files);
-    posix_spawnattr_destroy(&attributes);
-    if (error != 0) {
-        throw Failure(NO_SERVICE, std::string("cannot start the relay: ") + strerror(error));
-    }
-}
 
 void run(int instance) {
     for (const int ignored : {SIGPIPE, SIGINT, SIGHUP}) {
