@@ -132,6 +132,15 @@ class ModemctlTest(unittest.TestCase):
         self.assertEqual(self.run_it("call", "--serial=7", "rebootModem")[0], 0)
         self.assertEqual(len(service.requests), 1)
 
+    def test_the_next_call_finds_the_callbacks_in_place_unless_another_program_took_them(self):
+        clients = []
+        self.service(always(("answer", "rebootModemResponse", info(SERIAL))), clients.append)
+        for installed, displaces in ((1, False), (1, True), (2, False)):
+            self.assertEqual(self.run_it("call", "--serial=7", "rebootModem")[0], 0)
+            self.assertEqual(len(clients), installed)
+            if displaces:
+                clients[0].displace()
+
     def test_no_service_and_no_answer(self):
         rows = [
             ("goes when called", dict(on_request=always(("leave",))), 3, "gone"),
@@ -156,6 +165,7 @@ class ModemctlTest(unittest.TestCase):
         self.assertEqual(self.run_it("watch", "--all", "--count=2")[:2], (
             0, "modemRRCStateInd lteValid=1 rrcState=-2 wcdmaValid=0 wcdmaRrcState=3\n"
                "rebootModemResponse serial=9 error=0\npowerSaveModeInd mode=1\n"))
+        self.service(on_install=on_install)
         row = json.loads(self.run_it("watch", "-t", "--count=1", "--json")[1])
         self.assertRegex(row["time"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d$")
 

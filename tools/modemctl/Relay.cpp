@@ -28,6 +28,9 @@ using namespace std::chrono_literals;
 /** A relay that nobody joins in this time ends. */
 constexpr auto FIRST_MEMBER_WAIT = 5s;
 
+/** So long a relay stays for the next call after its last member has left. */
+constexpr auto LINGER = 2s;
+
 /** Waits so long for the name, which the relay before this one has until its process has ended. */
 constexpr auto FORMER_RELAY_WAIT = 500ms;
 
@@ -60,8 +63,7 @@ public:
     [[noreturn]] void run();
 
     void join(const std::shared_ptr<Connection>& connection, uint32_t interest, uint32_t object);
-    /** @return whether there still are others */
-    bool leave(const Connection* connection);
+    void leave(const Connection* connection);
 
     bool ask(Connection* connection, uint32_t group, const hal::Method& request, Parcel& args);
     void await(Connection* connection, const hal::Method& request, int32_t serial);
@@ -82,6 +84,8 @@ private:
     std::condition_variable mChanged;
     Members mMembers;
     bool mJoined = false;
+    Clock::time_point
+            mEndAt;  ///< without members; only a relay that has the callbacks waits for it
     std::string mGone;
     std::shared_ptr<Connection> mService;
     uint64_t mInstallation = 0;
@@ -106,10 +110,8 @@ public:
             return true;
         }
         if (code == LEAVE) {
-            // The last one's connection ends with the process, when the callbacks are free.
-            if (mRelay.leave(connection)) {
-                connection->close("");
-            }
+            mRelay.leave(connection);
+            connection->close("");
             return true;
         }
         const uint32_t method = code & ~GROUP;
@@ -178,15 +180,12 @@ void Relay::run() {
     if (!mMembers.empty()) {
         connect(guard);
     }
-    while (!mMembers.empty() && mGone.empty()) {
-        const bool due = Clock::now() >= mInstallAt;
-        if (due) {
+    while (mGone.empty() && (!mMembers.empty() || (mInstalled && Clock::now() < mEndAt))) {
+        if (Clock::now() >= mInstallAt) {
             mInstallAt = Clock::time_point::max();
             install();
-        } else if (mInstallAt == Clock::time_point::max()) {
-            mChanged.wait(guard);
         } else {
-            mChanged.wait_until(guard, mInstallAt);
+            mChanged.wait_until(guard, mMembers.empty() ? mEndAt : mInstallAt);
         }
     }
     mMembers.tellAll(GONE, mGone);
@@ -259,12 +258,12 @@ void Relay::join(const std::shared_ptr<Connection>& connection, uint32_t interes
     mChanged.notify_all();
 }
 
-bool Relay::leave(const Connection* connection) {
+void Relay::leave(const Connection* connection) {
     std::shared_ptr<Connection> kept;  // its destructor runs after the lock is released
     const std::lock_guard<std::mutex> guard(mLock);
     kept = mMembers.leave(connection);
+    mEndAt = Clock::now() + LINGER;
     mChanged.notify_all();
-    return !mMembers.empty();
 }
 
 bool Relay::ask(Connection* connection, uint32_t group, const hal::Method& request, Parcel& args) {

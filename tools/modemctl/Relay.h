@@ -7,8 +7,10 @@
  * The service knows one client's callbacks. So that any number of modemctl processes can be at work
  * beside each other, one process per instance, the relay, holds the callbacks and passes on: each
  * answer to the member that made the request, and events, and with ALL answers, to those that
- * watch. The first modemctl starts it; it ends with its last member. Members and relay talk over
- * the desk's transport: the relay is a published object, each member exports one of its own to it.
+ * watch. The first modemctl starts it. It ends with the service; two seconds after its last member
+ * has left; or, when another program takes the callbacks while it has no member, at once. Members
+ * and relay talk over the desk's transport: the relay is a published object, each member exports
+ * one of its own to it.
  *
  * A message's code tells what it is, its arguments stand as the service's interface has them, so
  * that the longest message of the service goes through, too.
@@ -21,7 +23,7 @@ enum Interest : uint32_t { NONE = 0, EVENTS = 1, ALL_ANSWERS = 2 };
 /** From member to relay. A group is added to the code of a method of IModem. */
 enum ToRelay : uint32_t {
     JOIN = 1,                   ///< u32 Interest, u32 the member's object
-    LEAVE = 2,                  ///< the relay closes the connection, or ends
+    LEAVE = 2,                  ///< the relay closes the connection
     ASK = 0x10000,              ///< a request; the relay chooses the serial
     ASK_WITH_SERIAL = 0x20000,  ///< a request as it is
     AWAIT = 0x30000,            ///< i32 serial: was asked through a relay that has gone
@@ -53,7 +55,7 @@ int holder(int instance);
 /** Starts the relay of an instance in a process of its own, which outlives this one. */
 void start(int instance);
 
-/** Is the relay, until its last member or the service has gone. Ends the process. */
+/** Is the relay until its end, which is the end of the process. */
 [[noreturn]] void run(int instance);
 
 }  // namespace relay
