@@ -6,9 +6,12 @@ numbers, results, and statements left out; lines that only log are left alone. W
 the sources are changed in place and put back.
 """
 import argparse
+import contextlib
+import os
 import pathlib
 import random
 import re
+import signal
 import subprocess
 import sys
 import time
@@ -47,11 +50,17 @@ def mutants_of(path):
 
 
 def run(command, limit):
+    """Whether it succeeds in so many seconds; its process group ends with it either way."""
+    process = subprocess.Popen(command, shell=True, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL, start_new_session=True)
     try:
-        return subprocess.run(command, shell=True, stdout=subprocess.DEVNULL, timeout=limit,
-                              stderr=subprocess.DEVNULL, check=False).returncode == 0
+        return process.wait(limit) == 0
     except subprocess.TimeoutExpired:
         return False
+    finally:
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(process.pid, signal.SIGKILL)
+        process.wait()
 
 
 def try_mutant(mutant, options):
