@@ -173,7 +173,7 @@ class Parser:
             name, _, text = param.partition(" ")
             if name not in args:
                 self.fail(f"comment on '{name}', which is no argument", line)
-            texts[name] = " ".join(text.split())
+            texts[name] = " ".join(re.sub(r"(?<=\w)-\n\s*", "-", text).split())
         return summary.strip(), texts
 
     def interface(self):
