@@ -207,19 +207,22 @@ class ModemctlTest(unittest.TestCase):
     def test_list_completion_and_manual_name_every_request(self):
         listed = self.run_it("list")[1].splitlines()
         self.assertEqual(len(listed), 52)
+        pathlib.Path(self.folder, "a file").touch()
         script = self.run_it("completion", "bash")[1]
         for words, completed in (("call --serial 7 setSar", "setSarState"), ("compl", "completion"),
                                  ("watch --conf", "--confirm-log"), ("call setSarState ''", ""),
                                  ("sim disco", "disconnect"), ("sim connect pd", "pdc"),
                                  ("sim fail modem_set_sar", "modem_set_sar_dsi"),
-                                 ("log @/etc/debian_vers", "@/etc/debian_version")):
+                                 ("log @a", r"@a\ file")):
             run = script + (f"COMP_WORDS=(modemctl {words}) COMP_CWORD={len(words.split(' '))};"
                             '_modemctl; echo "${COMPREPLY[@]}"')
-            found = subprocess.run(["bash", "-euc", run], capture_output=True, text=True)
+            found = subprocess.run(["bash", "-euc", run], cwd=self.folder, capture_output=True,
+                                   text=True)
             self.assertEqual((found.stdout.strip(), found.stderr), (completed, ""))
         page = self.run_it("man")[1]
         for line in listed:
             self.assertIn("\n.B " + line.split()[0], page)
+        self.assertIn(r"a shorter one is zero\-padded", page)
         if shutil.which("groff"):
             checked = subprocess.run(["groff", "-man", "-ww", "-Tutf8"], input=page.encode(),
                                      capture_output=True)

@@ -16,7 +16,22 @@ using nlohmann::ordered_json;
 constexpr char COMPLETION[] = R"(# Completion of modemctl: . <(modemctl completion bash), or zsh
 _modemctl() {
     [ -z "${ZSH_VERSION:-}" ] || emulate -L ksh
-    local word=${COMP_WORDS[COMP_CWORD]} command= last= given=0 i words=
+    local word=${2-${COMP_WORDS[COMP_CWORD]}} command= last= given=0 i words= path form=%s
+    if [[ $word == @* ]]; then  # a file; behind @" bash does it by itself
+        case ${COMP_WORDS[COMP_CWORD]} in
+            [\"\']*) ;;
+            *) form=%q; IFS= read word <<<"$word" ;;  # without its backslashes
+        esac
+        COMPREPLY=()
+        for path in "${word#@}"*; do
+            [ -e "$path" ] || continue
+            [ ! -d "$path" ] || path=$path/
+            printf -v path "@$form" "$path"
+            COMPREPLY+=("$path")
+        done
+        [[ ${COMPREPLY-} != */ ]] || compopt -o nospace
+        return
+    fi
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
             @VALUED@) ((i++)) ;;
@@ -24,12 +39,7 @@ _modemctl() {
             *) command=${command:-${COMP_WORDS[i]}} last=${COMP_WORDS[i]} given=$((given + 1)) ;;
         esac
     done
-    # Bash takes the @ in front of a file for a word of its own, but replaces both.
-    case $word:${COMP_WORDS[COMP_CWORD-1]} in
-        @*|*:@) word=@${word#@} words=$(ls -dp "${word#@}"* 2>/dev/null | sed 's/^/@/') ;;
-    esac
     case $((i > COMP_CWORD)):$given:$command:$word in
-        *:@*) ;;
         0:*:-*) words='@OPTIONS@' ;;
         0:0:*) words='@COMMANDS@' ;;
         0:1:call:*) words='@METHODS@' ;;
@@ -47,7 +57,15 @@ _modemctl() {
     esac
     COMPREPLY=($(compgen -W "$words" -- "$word"))
 }
-complete -o default -F _modemctl modemctl
+)";
+
+constexpr char COMPLETE_IN_BASH[] = "complete -o default -F _modemctl modemctl\n";
+
+constexpr char COMPLETE_IN_ZSH[] = R"(autoload -U +X bashcompinit && bashcompinit
+_modemctl_or_file() {
+    if compset -P @; then _files; else _bash_complete -o default -F _modemctl; fi
+}
+compdef _modemctl_or_file modemctl
 )";
 
 constexpr char MAN_PAGE[] = R"(.TH MODEMCTL 1
@@ -194,8 +212,7 @@ std::string show(const hal::Method& method) {
 
 std::string completion(const CLI::App& app, bool zsh) {
     const auto name = [](const auto& thing) { return thing.get_name() + ' '; };
-    std::string script = zsh ? "autoload -U +X bashcompinit && bashcompinit\n" : "";
-    script += COMPLETION;
+    std::string script = std::string(COMPLETION) + (zsh ? COMPLETE_IN_ZSH : COMPLETE_IN_BASH);
     replace(script, "@VALUED@", all(optionsOf(app), [](const CLI::Option& option) {
                                     return option.get_expected_min() > 0 ? option.get_name() + " | "
                                                                          : "";
