@@ -14,11 +14,14 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <vendor/lyr/modem/1.0/transport.h>
+
+#include "platform/runtime/Burst.h"
 
 using android::sp;
 using android::hardware::hidl_handle;
@@ -469,6 +472,34 @@ TEST_F(TransportTest, whatWasSentArrivesThoughItsSenderLeaves) {
         waitpid(child, nullptr, 0);
         close(fd);
     }
+}
+
+/** Nothing goes out twice, or in another order, however a burst ends. */
+TEST_F(TransportTest, whatABurstKeepsBackGoesOutThoughItsThreadStops) {
+    ASSERT_EQ(publish(), android::OK);
+    const Client client;
+    const sp<IModemIndication> told = modem->indication();
+    auto tell = [&, sent = 0](int count) mutable {
+        for (; count > 0; --count) {
+            EXPECT_TRUE(told->powerSaveModeInd(0, ++sent).isOk());
+        }
+    };
+    runtime::Burst::goOn(true);
+    tell(3);  // the writer sends them, as this thread waits
+    ASSERT_EQ(client.indication->modes.wait(3).size(), 3U);
+    tell(1000);  // more than is held back
+    runtime::Burst::goOn(false);
+    tell(1);  // with what is held
+    runtime::Burst::goOn(true);
+    tell(5);
+    runtime::Burst::end();
+    std::thread([&] {
+        runtime::Burst::goOn(true);
+        tell(5);  // and the thread has gone
+    }).join();
+    std::vector<int> all(1014);
+    std::iota(all.begin(), all.end(), 1);
+    EXPECT_EQ(client.indication->modes.wait(1014), all);
 }
 
 TEST_F(TransportTest, debugTakesADescriptorFromProcessToProcess) {

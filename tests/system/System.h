@@ -69,13 +69,24 @@ struct Usage {
 };
 
 /**
+ * What a host may take beyond what it took at its start: threads of seven handlers, two that answer
+ * for the modem and the writer; the writer's descriptor and those of both callbacks, which stay
+ * until others take their place; what the allocator keeps.
+ */
+constexpr Usage LATE{10, 3, 6};
+
+/**
  * A host; its plug-in is loaded. Unless a test stops it under load, it has to come back to what it
  * took when it started before it is stopped. At the end it has to leave cleanly.
  */
 class Host : public Process {
 public:
-    /** All services are connected and bound. */
-    explicit Host(int instance = 0);
+    /**
+     * All services are connected and bound.
+     *
+     * @param log where bash lets its stderr go, such as ">FILE"
+     */
+    explicit Host(int instance = 0, const std::string& log = "");
     Host(int instance, std::vector<std::string> words);
     ~Host();
 
@@ -90,11 +101,11 @@ public:
 
     Usage usage() const;
 
-    /**
-     * Waits until it takes no more than that, for as long as a peer may stall. What a host starts
-     * when it first needs it, a few threads, is not counted; memory has a margin.
-     */
-    [[nodiscard]] bool comesBackTo(const Usage& baseline) const;
+    /** Lets every thread start that a request needs. */
+    void startAllThreads() const;
+
+    /** Waits, for as long as a peer may stall, until it takes no more than that with the margin. */
+    [[nodiscard]] bool comesBackTo(const Usage& baseline, const Usage& margin) const;
 
     /** Stops it by SIGTERM: exit status 0, and no report of a sanitizer. */
     void stop();

@@ -4,9 +4,18 @@
 #include <thread>
 #include <utility>
 
+#include "runtime/Burst.h"
+
+using runtime::Burst;
+using runtime::Caller;
+
 std::atomic<size_t> MessageQueue::sLimit{CAPACITY};
 
 bool MessageQueue::push(std::shared_ptr<Message> message) {
+    const std::shared_ptr<Caller>& caller = Caller::current();
+    if (caller != nullptr && caller->count(Caller::MESSAGES) >= SHARE) {
+        return false;
+    }
     std::unique_lock lock(mMutex);
     if (mCount >= std::min(CAPACITY, sLimit.load())) {
         return false;
@@ -15,37 +24,45 @@ bool MessageQueue::push(std::shared_ptr<Message> message) {
         std::thread([self = shared_from_this()] { self->deliver(); }).detach();
         mStarted = true;
     }
-    mRing[(mFirst + mCount) % CAPACITY] = std::move(message);
-    const bool wasEmpty = mCount++ == 0;
-    lock.unlock();
-    if (wasEmpty) {
-        mArrived.notify_one();
+    if (caller != nullptr) {
+        caller->add(Caller::MESSAGES);
     }
+    mRing[(mFirst + mCount++) % CAPACITY] = {std::move(message), caller};
+    lock.unlock();
+    sem_post(&mArrived);
     return true;
 }
 
 void MessageQueue::close() {
-    {
-        std::lock_guard lock(mMutex);
-        mClosed = true;
-    }
-    mArrived.notify_one();
+    sem_post(&mArrived);
 }
 
 void MessageQueue::deliver() {
-    while (std::shared_ptr<Message> message = pop()) {
-        Message::deliver(std::move(message));
+    for (Entry entry = pop(); entry.message != nullptr; entry = pop()) {
+        const Caller::Scope scope(std::move(entry.caller));
+        Message::deliver(std::move(entry.message));
     }
+    Burst::end();
 }
 
-std::shared_ptr<Message> MessageQueue::pop() {
-    std::unique_lock lock(mMutex);
-    mArrived.wait(lock, [this] { return mCount > 0 || mClosed; });
-    if (mCount == 0) {
-        return nullptr;
+MessageQueue::Entry MessageQueue::pop() {
+    while (sem_trywait(&mArrived) != 0) {
+        Burst::end();
+        if (sem_wait(&mArrived) == 0) {
+            break;
+        }
     }
-    std::shared_ptr<Message> message = std::move(mRing[mFirst]);
+    std::unique_lock lock(mMutex);
+    if (mCount == 0) {
+        return {};  // closed
+    }
+    Entry entry = std::move(mRing[mFirst]);
     mFirst = (mFirst + 1) % CAPACITY;
     --mCount;
-    return message;
+    Burst::goOn(mCount > 0);
+    lock.unlock();
+    if (entry.caller != nullptr) {
+        entry.caller->giveBack(Caller::MESSAGES);
+    }
+    return entry;
 }

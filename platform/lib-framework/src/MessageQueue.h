@@ -2,12 +2,15 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <memory>
 #include <mutex>
 
+#include <semaphore.h>
+
 #include <framework/Message.h>
+
+#include "runtime/Caller.h"
 
 /**
  * The messages of one handler, in order, and the thread that delivers them. The thread shares the
@@ -17,7 +20,18 @@ class MessageQueue : public std::enable_shared_from_this<MessageQueue> {
 public:
     static constexpr size_t CAPACITY = 1024;
 
-    /** Takes a message without allocating; false when full. The first one starts the thread. */
+    /** Messages of one client that may wait in all queues together: room for others is left. */
+    static constexpr size_t SHARE = CAPACITY / 4 * 3;
+
+    MessageQueue() { sem_init(&mArrived, 0, 0); }
+    ~MessageQueue() { sem_destroy(&mArrived); }
+    MessageQueue(const MessageQueue&) = delete;
+    MessageQueue& operator=(const MessageQueue&) = delete;
+
+    /**
+     * Takes a message without allocating; false when the queue is full, or its client has its
+     * share. The first one starts the thread.
+     */
     bool push(std::shared_ptr<Message> message);
 
     /** Ends the thread once the queue is empty; a queued message keeps its handler alive. */
@@ -26,14 +40,19 @@ public:
     static std::atomic<size_t> sLimit;
 
 private:
+    /** A message and the client that it is for; null when there is none. */
+    struct Entry {
+        std::shared_ptr<Message> message;
+        std::shared_ptr<runtime::Caller> caller;
+    };
+
     void deliver();
-    std::shared_ptr<Message> pop();
+    Entry pop();
 
     std::mutex mMutex;
-    std::condition_variable mArrived;
-    std::array<std::shared_ptr<Message>, CAPACITY> mRing;
+    sem_t mArrived;  ///< as many as messages that wait, and one more when closed
+    std::array<Entry, CAPACITY> mRing;
     size_t mFirst = 0;
     size_t mCount = 0;
     bool mStarted = false;
-    bool mClosed = false;
 };

@@ -11,10 +11,14 @@
 #include <thread>
 
 #include "Outgoing.h"
+#include "runtime/Burst.h"
+#include "runtime/Caller.h"
 
 using android::sp;
 using android::hardware::Return;
 using android::hardware::Status;
+using runtime::Burst;
+using runtime::Caller;
 
 namespace hal {
 
@@ -35,6 +39,9 @@ constexpr size_t MAX_WAITING_SIZE = 4 * MAX_MESSAGE_SIZE;
 
 /** A client whose call fails waits so long for its reader thread to find out why. */
 constexpr auto REASON_LIMIT = std::chrono::milliseconds(1000);
+
+/** Handlers that take nothing of a client's for so long are not waited for. */
+constexpr auto HANDLERS_PATIENCE = std::chrono::milliseconds(20);
 
 // The connection whose reader thread this is.
 thread_local const Connection* tServing = nullptr;
@@ -156,7 +163,7 @@ void Connection::releaseProxy(uint32_t target) {
     Parcel args;
     args.write(target);
     const size_t size = frameMessage(CONTROL_TARGET, CODE_RELEASE, 0, args);
-    (void)mOutgoing->push(args.frame(), size, {});
+    (void)mOutgoing->push(args.frame(), size, {}, true);
     closeIfUnused();
 }
 
@@ -210,7 +217,9 @@ Status Connection::send(uint32_t target, uint32_t code, uint32_t call, Parcel& a
     if (mToService && tServing == nullptr) {
         mOutgoing->waitUntilKept(MAX_OUTGOING / 2);
     }
-    return mOutgoing->push(args.frame(), size, args.descriptors()) ? Status::ok() : deadObject();
+    const bool isOneway = call == 0;
+    return mOutgoing->push(args.frame(), size, args.descriptors(), isOneway) ? Status::ok()
+                                                                             : deadObject();
 }
 
 bool Connection::isOpen() const {
@@ -242,14 +251,14 @@ Status Connection::deadObject() {
 
 void Connection::run() {
     tServing = this;
+    mCaller = mToService ? nullptr : std::make_shared<Caller>();
+    const Caller::Scope scope(mCaller);
     mBuffer.resize(FIRST_BUFFER_SIZE);
     Message message{};
     while (receive(0, &message)) {
         mBegin += Parcel::HEADER_SIZE + message.size;
-        if (!mToService) {
-            // Who asks without taking answers waits for himself, not in everybody's queues.
-            mOutgoing->waitUntilKept(MAX_UNTAKEN);
-        }
+        waitForOwnCalls();
+        Burst::goOn(hasNext());
         if (!serve(message)) {
             close("call of target " + std::to_string(message.target) + ", code " +
                   std::to_string(message.code) + " with " + std::to_string(message.size) +
@@ -258,8 +267,23 @@ void Connection::run() {
             close("descriptors that no call takes");
         }
     }
+    Burst::end();
     end();
     tServing = nullptr;
+}
+
+/** Who asks faster than it is answered waits for itself, not in queues that others use. */
+void Connection::waitForOwnCalls() const {
+    if (mCaller != nullptr) {
+        mCaller->waitUntil(Caller::MESSAGES, MAX_UNHANDLED, HANDLERS_PATIENCE);
+        mCaller->waitUntil(Caller::BYTES, MAX_UNTAKEN, stallLimit());
+    }
+}
+
+bool Connection::hasNext() const {
+    const size_t left = mFilled - mBegin;
+    return left >= Parcel::HEADER_SIZE &&
+           left >= size_t{fieldAt(mBuffer.data() + mBegin, 0)} + SIZE_FIELD;
 }
 
 void Connection::end() {
@@ -337,6 +361,7 @@ bool Connection::waitReadable(bool started) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(*mMessageDue - Clock::now());
         timeout = std::max(0, static_cast<int>(left.count()));
     }
+    Burst::end();
     // A thread that sleeps in recvmsg itself is woken whenever the peer reads, too.
     pollfd readable{mOutgoing->socket(), POLLIN, 0};
     if (poll(&readable, 1, timeout) == 0) {

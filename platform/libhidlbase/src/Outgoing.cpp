@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 #include "Writer.h"
 
@@ -17,6 +18,12 @@ namespace {
 
 /** Room that stays with a connection while nothing is kept for its peer, in bytes. */
 constexpr size_t SPARE_ROOM = 64 * 1024;
+
+/** Bytes that are held back at most. */
+constexpr size_t MAX_HELD = 4 * 1024;
+
+/** Bytes of one mark at most, so that a caller gets back what has gone before all has. */
+constexpr size_t MAX_MARKED = 16 * 1024;
 
 std::atomic<int> sStallLimitMs{5000};
 
@@ -43,11 +50,6 @@ std::string Outgoing::reason() const {
     return mReason;
 }
 
-size_t Outgoing::waiting() const {
-    std::lock_guard lock(mLock);
-    return mKept.size() - mBegin;
-}
-
 Outgoing::Clock::time_point Outgoing::due() const {
     std::lock_guard lock(mLock);
     return mMarks.empty() ? Clock::time_point::max() : mMarks.front().since + stallLimit();
@@ -55,22 +57,64 @@ Outgoing::Clock::time_point Outgoing::due() const {
 
 // Sending.
 
-bool Outgoing::push(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors) {
+bool Outgoing::push(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors,
+                    bool mayBeHeld) {
     std::lock_guard lock(mLock);
-    if (!mOpen) {
+    const bool isSmall = mWaiting + size <= MAX_HELD && descriptors.empty();
+    if (!mOpen || (mHolding && !isSmall && !sendHeld())) {
         return false;
     }
-    size_t gone = 0;
-    if (mBegin == mKept.size()) {
-        const ssize_t count = sendSome(bytes, size, descriptors);
-        if (count < 0) {
-            return false;
-        }
-        gone = static_cast<size_t>(count);
-        mPlace += gone;
+    const bool isHeld = mayBeHeld && isSmall && runtime::Burst::goesOn();
+    if (mWaiting != 0) {
+        return keep(bytes, size, descriptors) && (isHeld || !mHolding || sendHeld());
     }
+    if (isHeld) {
+        return keep(bytes, size, descriptors) && hold();
+    }
+    const ssize_t count = sendSome(bytes, size, descriptors);
+    if (count < 0) {
+        return false;
+    }
+    const auto gone = static_cast<size_t>(count);
+    mPlace += gone;
     return gone == size ||
-           keep(bytes + gone, size - gone, gone == 0 ? descriptors : std::vector<int>());
+           (keep(bytes + gone, size - gone, gone == 0 ? descriptors : std::vector<int>()) &&
+            passToWriter());
+}
+
+/** The first bytes of a burst; where nobody could look after them they are sent now. */
+bool Outgoing::hold() {
+    mHolding = true;
+    if (!mHeldWithWriter) {
+        try {
+            writer::hold(shared_from_this());
+            mHeldWithWriter = true;
+        } catch (const std::system_error&) {
+            return sendHeld();
+        }
+    }
+    runtime::Burst::keep(shared_from_this());
+    return true;
+}
+
+void Outgoing::release() {
+    std::lock_guard lock(mLock);
+    (void)sendHeld();  // where it does not get through, `reason` tells
+}
+
+void Outgoing::flushHeld() {
+    std::lock_guard lock(mLock);
+    mHeldWithWriter = false;
+    (void)sendHeld();
+}
+
+/** False when it does not get through. */
+bool Outgoing::sendHeld() {
+    if (std::exchange(mHolding, false)) {
+        sendKept();
+        return mOpen && (mWaiting == 0 || passToWriter());
+    }
+    return mOpen;
 }
 
 /** What the socket takes now; -1 when the peer is gone. */
@@ -102,11 +146,11 @@ ssize_t Outgoing::sendSome(const uint8_t* bytes, size_t size, const std::vector<
 }
 
 bool Outgoing::keep(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors) {
-    if (mKept.size() - mBegin + size > MAX_OUTGOING) {
+    if (mWaiting + size > MAX_OUTGOING) {
         end("peer has left more than " + std::to_string(MAX_OUTGOING) + " bytes untaken", true);
         return false;
     }
-    const uint64_t place = mPlace + mKept.size() - mBegin;
+    const uint64_t place = mPlace + mWaiting;
     if (!descriptors.empty()) {
         Attached attached{place, {}};
         for (const int descriptor : descriptors) {
@@ -119,29 +163,61 @@ bool Outgoing::keep(const uint8_t* bytes, size_t size, const std::vector<int>& d
         mAttached.push_back(std::move(attached));
     }
     mKept.insert(mKept.end(), bytes, bytes + size);
-    writer::countKept(static_cast<ptrdiff_t>(size));
-    // Few marks do: messages that are kept at about the same time share one.
-    const auto now = Clock::now();
-    if (mMarks.empty() || now - mMarks.back().since > stallLimit() / 50) {
-        mMarks.push_back({0, now});
-    }
-    mMarks.back().end = place + size;
-    if (!mWithWriter) {
-        try {
-            writer::add(shared_from_this());
-            mWithWriter = true;
-        } catch (const std::system_error& error) {
-            end(std::string("no thread that could write, ") + error.what(), true);
-            return false;
-        }
-    }
+    count(static_cast<ptrdiff_t>(size));
+    mark(place + size, size);
     return true;
+}
+
+/** Few marks do: what is kept at about the same time because of the same caller shares one. */
+void Outgoing::mark(uint64_t end, size_t size) {
+    const std::shared_ptr<runtime::Caller>& caller = runtime::Caller::current();
+    if (caller != nullptr) {
+        caller->add(runtime::Caller::BYTES, size);
+    }
+    const bool isLike = !mMarks.empty() && mMarks.back().caller == caller &&
+                        mMarks.back().size + size <= MAX_MARKED;
+    if (isLike && mHolding) {
+        mMarks.back().end = end;
+        mMarks.back().size += size;
+        return;
+    }
+    const auto now = Clock::now();
+    if (!isLike || now - mMarks.back().since > stallLimit() / 50) {
+        mMarks.push_back({end, 0, now, caller});
+    }
+    mMarks.back().end = end;
+    mMarks.back().size += size;
+}
+
+void Outgoing::unmark() {
+    if (const Mark& first = mMarks.front(); first.caller != nullptr) {
+        first.caller->giveBack(runtime::Caller::BYTES, first.size);
+    }
+    mMarks.pop_front();
+}
+
+bool Outgoing::passToWriter() {
+    if (mWithWriter) {
+        return true;
+    }
+    try {
+        writer::add(shared_from_this());
+        return mWithWriter = true;
+    } catch (const std::system_error& error) {
+        end(std::string("no thread that could write, ") + error.what(), true);
+        return false;
+    }
+}
+
+void Outgoing::count(ptrdiff_t bytes) {
+    mWaiting += static_cast<size_t>(bytes);
+    writer::countKept(bytes);
 }
 
 bool Outgoing::flush() {
     std::lock_guard lock(mLock);
     sendKept();
-    if (mBegin != mKept.size()) {
+    if (mWaiting != 0) {
         return true;
     }
     mWithWriter = false;
@@ -153,7 +229,7 @@ bool Outgoing::flush() {
 
 /** In one system call, or one for each message that carries descriptors. */
 void Outgoing::sendKept() {
-    while (mBegin != mKept.size()) {
+    while (mWaiting != 0) {
         const bool attached = !mAttached.empty() && mAttached.front().place == mPlace;
         std::vector<int> descriptors;
         if (attached) {
@@ -161,7 +237,7 @@ void Outgoing::sendKept() {
                 descriptors.push_back(descriptor.get());
             }
         }
-        size_t size = mKept.size() - mBegin;
+        size_t size = mWaiting;
         if (const size_t next = attached ? 1 : 0; next < mAttached.size()) {
             size = static_cast<size_t>(mAttached[next].place - mPlace);
         }
@@ -179,14 +255,14 @@ void Outgoing::sendKept() {
 void Outgoing::sent(size_t size) {
     mBegin += size;
     mPlace += size;
-    writer::countKept(-static_cast<ptrdiff_t>(size));
+    count(-static_cast<ptrdiff_t>(size));
     while (!mMarks.empty() && mMarks.front().end <= mPlace) {
-        mMarks.pop_front();
+        unmark();
     }
-    if (mBegin == mKept.size() && mKept.capacity() > SPARE_ROOM) {
+    if (mWaiting == 0 && mKept.capacity() > SPARE_ROOM) {
         mKept = {};
         mBegin = 0;
-    } else if (mBegin >= mKept.size() - mBegin) {  // moves no byte twice for nothing
+    } else if (mBegin >= mWaiting) {  // moves no byte twice for nothing
         mKept.erase(mKept.begin(), mKept.begin() + static_cast<ptrdiff_t>(mBegin));
         mBegin = 0;
     }
@@ -194,8 +270,10 @@ void Outgoing::sent(size_t size) {
 }
 
 void Outgoing::waitUntilKept(size_t bytes) {
-    std::unique_lock lock(mLock);
-    mRoom.wait(lock, [&] { return !mOpen || mKept.size() - mBegin <= bytes; });
+    if (mWaiting > bytes) {
+        std::unique_lock lock(mLock);
+        mRoom.wait(lock, [&] { return !mOpen || mWaiting <= bytes; });
+    }
 }
 
 // The end.
@@ -215,10 +293,10 @@ void Outgoing::cut(const std::string& reason) {
 
 void Outgoing::finish(const std::string& reason) {
     std::lock_guard lock(mLock);
-    if (!mOpen) {
+    if (!sendHeld()) {
         return;
     }
-    if (mBegin == mKept.size()) {
+    if (mWaiting == 0) {
         end(reason, true);
         return;
     }
@@ -241,10 +319,13 @@ void Outgoing::end(const std::string& reason, bool cut) {
 }
 
 void Outgoing::drop() {
-    writer::countKept(-static_cast<ptrdiff_t>(mKept.size() - mBegin));
+    count(-static_cast<ptrdiff_t>(mWaiting.load()));
     mKept = {};
     mBegin = 0;
-    mMarks.clear();
+    mHolding = false;
+    while (!mMarks.empty()) {
+        unmark();
+    }
     mAttached.clear();
 }
 

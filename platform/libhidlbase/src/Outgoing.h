@@ -10,16 +10,19 @@
 #include <string>
 #include <vector>
 
+#include "runtime/Burst.h"
+#include "runtime/Caller.h"
 #include "runtime/UnixSocket.h"
 
 namespace hal {
 
 /**
  * The sending half of a connection, and what ended it. Nobody waits for the peer: what the socket
- * does not take at once is kept, and sent by the process's one writer thread. Any thread may call
- * any method.
+ * does not take at once is kept, and sent by the process's one writer thread. What a thread sends
+ * during a burst is held back until it goes out together, at most a millisecond. Any thread may
+ * call any method.
  */
-class Outgoing : public std::enable_shared_from_this<Outgoing> {
+class Outgoing : public runtime::Burst::Sender, public std::enable_shared_from_this<Outgoing> {
 public:
     using Clock = std::chrono::steady_clock;
 
@@ -45,9 +48,14 @@ public:
      * kept is cut.
      *
      * @param descriptors go along; the caller's, who may close them afterwards
+     * @param mayBeHeld nobody waits for it: during a burst it may go out with what follows
      * @return false when it did not get through, for `reason`
      */
-    bool push(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors);
+    bool push(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors,
+              bool mayBeHeld);
+
+    /** Sends what was held back. */
+    void release() override;
 
     /** Waits until no more than so many bytes are kept, or nothing more can be sent. */
     void waitUntilKept(size_t bytes);
@@ -61,22 +69,27 @@ public:
     /** Ends the connection when what is kept has been sent. */
     void finish(const std::string& reason);
 
-    /** Bytes that are kept. */
-    size_t waiting() const;
+    /** Bytes that are kept or held. */
+    size_t waiting() const { return mWaiting; }
 
     // The writer thread's.
 
     /** Sends what the socket takes; false when nothing is left to be sent by the writer. */
     bool flush();
 
+    /** Sends what is still held; the writer no longer looks after it. */
+    void flushHeld();
+
     /** When the peer has to have taken the oldest message that is kept. */
     Clock::time_point due() const;
 
 private:
-    /** Bytes up to a place in the stream are kept since then. */
+    /** So many bytes, up to a place in the stream, are kept since then because of a caller. */
     struct Mark {
         uint64_t end;
+        size_t size;
         Clock::time_point since;
+        std::shared_ptr<runtime::Caller> caller;
     };
     /** Descriptors that go with the byte at a place in the stream. */
     struct Attached {
@@ -89,6 +102,12 @@ private:
     void sendKept();
     void sent(size_t size);
     bool keep(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors);
+    void mark(uint64_t end, size_t size);
+    void unmark();
+    bool hold();
+    bool sendHeld();
+    bool passToWriter();
+    void count(ptrdiff_t bytes);
     void drop();
     void end(const std::string& reason, bool cut);
 
@@ -99,10 +118,13 @@ private:
     mutable std::mutex mLock;  ///< guards what follows; held during sends, which do not wait
     std::condition_variable mRoom;
     std::string mReason;
-    bool mWithWriter = false;  ///< the writer thread looks after what is kept
+    bool mWithWriter = false;      ///< the writer thread looks after what is kept
+    bool mHolding = false;         ///< all that is kept is held back, and was not tried yet
+    bool mHeldWithWriter = false;  ///< the writer thread will send what is held if nobody does
     bool mFinishing = false;
     std::vector<uint8_t> mKept;  ///< from mBegin on; the byte there has the place mPlace
     size_t mBegin = 0;
+    std::atomic<size_t> mWaiting{0};  ///< size of mKept from mBegin on; any thread may read it
     uint64_t mPlace = 0;
     std::deque<Mark> mMarks;
     std::deque<Attached> mAttached;

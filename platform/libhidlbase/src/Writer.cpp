@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -43,6 +44,19 @@ public:
         wake();
     }
 
+    void hold(std::shared_ptr<Outgoing> outgoing) {
+        bool isFirst = false;
+        {
+            std::lock_guard lock(mLock);
+            isFirst = mHeld.empty();
+            mHeld.push_back(std::move(outgoing));
+            mIdle = false;
+        }
+        if (isFirst) {
+            wake();
+        }
+    }
+
     void wake() { (void)eventfd_write(mWake.get(), 1); }
 
     void waitUntilIdle(std::chrono::milliseconds limit) {
@@ -54,6 +68,7 @@ private:
     [[noreturn]] void run() {
         for (;;) {
             waitForWork();
+            sendHeld();
             takeAdded();
             cutLongest();
             const auto done = [](const auto& outgoing) { return !serve(*outgoing); };
@@ -76,9 +91,35 @@ private:
             const auto soon = std::min(due, Clock::now() + stallLimit() / 4) - Clock::now();
             timeout = std::max(1, static_cast<int>(soon / std::chrono::milliseconds(1)));
         }
+        {
+            std::lock_guard lock(mLock);
+            if (!mHeld.empty()) {
+                timeout = static_cast<int>(HOLD_LIMIT.count());
+            }
+        }
         poll(sockets.data(), sockets.size(), timeout);
         eventfd_t wakes = 0;
         (void)eventfd_read(mWake.get(), &wakes);
+    }
+
+    /** All that has been held since the last time when that was long enough ago. */
+    void sendHeld() {
+        std::vector<std::shared_ptr<Outgoing>> held;
+        {
+            std::lock_guard lock(mLock);
+            const auto now = Clock::now();
+            if (mHeld.empty()) {
+                mHeldSince.reset();
+            } else if (!mHeldSince) {
+                mHeldSince = now;
+            } else if (now - *mHeldSince >= HOLD_LIMIT) {
+                held.swap(mHeld);
+                mHeldSince.reset();
+            }
+        }
+        for (const auto& outgoing : held) {
+            outgoing->flushHeld();
+        }
     }
 
     void takeAdded() {
@@ -89,7 +130,7 @@ private:
 
     void noteIdle() {
         std::lock_guard lock(mLock);
-        mIdle = mServed.empty() && mAdded.empty();
+        mIdle = mServed.empty() && mAdded.empty() && mHeld.empty();
         if (mIdle) {
             mBecameIdle.notify_all();
         }
@@ -119,10 +160,13 @@ private:
     }
 
     const runtime::UniqueFd mWake;
-    std::vector<std::shared_ptr<Outgoing>> mServed;  ///< the thread's own
+    // The thread's own.
+    std::vector<std::shared_ptr<Outgoing>> mServed;
+    std::optional<Clock::time_point> mHeldSince;
 
     std::mutex mLock;
     std::vector<std::shared_ptr<Outgoing>> mAdded;
+    std::vector<std::shared_ptr<Outgoing>> mHeld;
     bool mIdle = true;
     std::condition_variable mBecameIdle;
 };
@@ -156,6 +200,10 @@ Writer& instance() {
 
 void add(std::shared_ptr<Outgoing> outgoing) {
     instance().add(std::move(outgoing));
+}
+
+void hold(std::shared_ptr<Outgoing> outgoing) {
+    instance().hold(std::move(outgoing));
 }
 
 void countKept(ptrdiff_t bytes) {

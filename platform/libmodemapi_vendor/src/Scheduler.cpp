@@ -6,9 +6,17 @@
 #include <thread>
 #include <utility>
 
+#include "runtime/Caller.h"
+
+using runtime::Caller;
+
 namespace sim {
 
 bool Scheduler::takesMore() {
+    if (const auto& caller = Caller::current();
+        caller != nullptr && caller->count(Caller::ANSWERS) >= WAITING_SHARE) {
+        return false;
+    }
     std::lock_guard lock(mMutex);
     startThreads();
     return mThreads > 0 && mTasks.size() < WAITING_MAX;
@@ -46,6 +54,18 @@ void Scheduler::post(Milliseconds delay, std::function<void()> task) {
     mRush = mRush || mTasks.size() > WAITING_MAX / 2;
     // All: a single wake-up may go to a thread that already waits for an earlier task.
     mChanged.notify_all();
+}
+
+void Scheduler::owe(Milliseconds delay, std::function<void()> task) {
+    if (const auto& caller = Caller::current(); caller != nullptr) {
+        caller->add(Caller::ANSWERS);
+        task = [caller, task = std::move(task)] {
+            const Caller::Scope scope(caller);
+            task();
+            caller->giveBack(Caller::ANSWERS);
+        };
+    }
+    post(delay, std::move(task));
 }
 
 std::function<void()> Scheduler::takeDue() {

@@ -18,6 +18,9 @@ constexpr Milliseconds NEVER = std::chrono::hours(24 * 365);
 /** Tasks that may wait in one scheduler before takesMore() says no. */
 constexpr size_t WAITING_MAX = 4096;
 
+/** Those of one client that may wait in all schedulers: room for others is left. */
+constexpr size_t WAITING_SHARE = WAITING_MAX / 4 * 3;
+
 /**
  * Runs tasks when they are due, by their time and then in the order they were posted; with one
  * thread also one at a time. Tasks may post. Its threads run until the process ends, so it is never
@@ -31,13 +34,17 @@ public:
     Scheduler& operator=(const Scheduler&) = delete;
 
     /**
-     * False when WAITING_MAX tasks wait, or when the system has no thread for it. A request that
+     * False when WAITING_MAX tasks wait, or WAITING_SHARE of the client that this thread works for,
+     * or when the system has no thread for it. A request that
      * would post a task is refused then; post() itself always takes the task, so that a change of
      * the modem's own, such as a service going down, is never lost.
      */
     bool takesMore();
 
     void post(Milliseconds delay, std::function<void()> task);
+
+    /** Posts what a client waits for; it counts as the client's until it has run. */
+    void owe(Milliseconds delay, std::function<void()> task);
 
 private:
     using Clock = std::chrono::steady_clock;

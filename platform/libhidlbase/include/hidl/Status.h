@@ -86,9 +86,13 @@ public:
     Return(Status status)                          // NOLINT(google-explicit-constructor)
         : return_status(std::move(status)), mValue() {}
 
-    operator T() const {  // NOLINT(google-explicit-constructor)
+    operator T() const& {  // NOLINT(google-explicit-constructor)
         assertOk();
         return mValue;
+    }
+    operator T() && {  // NOLINT(google-explicit-constructor)
+        assertOk();
+        return std::move(mValue);
     }
 
 private:

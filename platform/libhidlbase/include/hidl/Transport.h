@@ -22,6 +22,10 @@
  * The desk's transport for HIDL calls: a Unix stream socket per client, both directions on it.
  * Interfaces use it through generated code; a tool that encodes calls itself uses it directly.
  */
+namespace runtime {
+class Caller;
+}
+
 namespace hal {
 
 class Outgoing;
@@ -44,8 +48,17 @@ constexpr size_t MAX_MESSAGE_SIZE = 1 << 20;
  */
 constexpr size_t MAX_OUTGOING = 4 << 20;
 
-/** While more bytes than these are kept for a client, none of its calls is served. */
+/**
+ * While peers, this client or others, have yet to take more bytes than these because of a client's
+ * calls, its next call is not served.
+ */
 constexpr size_t MAX_UNTAKEN = 64 << 10;
+
+/**
+ * Nor is it while more messages than these that the client's calls made wait for handlers, unless
+ * none of them gets on.
+ */
+constexpr size_t MAX_UNHANDLED = 64;
 
 /** Bytes that a process keeps for all its peers; above, the one with most to take is cut. */
 constexpr size_t MAX_OUTGOING_IN_ALL = 16 << 20;
@@ -188,6 +201,8 @@ private:
     };
 
     void run();
+    void waitForOwnCalls() const;
+    bool hasNext() const;
     void end();
     bool receive(size_t ahead, Message* message);
     bool fill(size_t ahead, size_t size);
@@ -206,6 +221,7 @@ private:
     android::hardware::Status deadObject();
 
     const std::shared_ptr<Outgoing> mOutgoing;
+    std::shared_ptr<runtime::Caller> mCaller;  ///< the peer, as a client that is served
     std::function<void()> mThreadEnded;
     bool mToService = false;  ///< made by `connect`
 
