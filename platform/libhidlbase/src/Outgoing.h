@@ -22,7 +22,8 @@ namespace hal {
  * during a burst is held back until it goes out together, at most a millisecond. Any thread may
  * call any method.
  */
-class Outgoing : public runtime::Burst::Sender, public std::enable_shared_from_this<Outgoing> {
+class Outgoing final : public runtime::Burst::Sender,
+                       public std::enable_shared_from_this<Outgoing> {
 public:
     using Clock = std::chrono::steady_clock;
 
