@@ -44,7 +44,8 @@ def mutants_of(path):
             for found in re.finditer(pattern, code):
                 yield path, number, line[:found.start()] + other + line[found.end():]
         for found in re.finditer(NUMBER, code):
-            yield path, number, line[:found.start()] + str(int(found[0]) + 1) + line[found.end():]
+            last = found.end() - 1  # digit by digit, since a number may be octal
+            yield path, number, line[:last] + str(int(line[last]) + 1) + line[found.end():]
         if whole and STATEMENT.match(code):
             yield path, number, re.match(r'\s*', line)[0] + ';'
 

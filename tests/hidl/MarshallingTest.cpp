@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -22,34 +25,21 @@ template <class T>
 void roundTrip(const T& value) {
     Parcel written;
     encode(written, value);
-    const std::vector<uint8_t> bytes(written.data(), written.data() + written.size());
-    Parcel whole(nullptr, bytes.data(), bytes.size());
-    T back{};
-    EXPECT_TRUE(decode(whole, back));
-    EXPECT_TRUE(whole.atEnd());
-    EXPECT_TRUE(back == value);
-    for (size_t size = 0; size < bytes.size(); ++size) {
-        const std::vector<uint8_t> cut(bytes.begin(), bytes.begin() + size);
-        Parcel part(nullptr, cut.data(), cut.size());
-        EXPECT_FALSE(decode(part, back)) << "first " << size << " of " << bytes.size() << " bytes";
+    for (size_t size = 0; size <= written.size() + 1; ++size) {
+        std::vector<uint8_t> bytes(size);  // of its own, so that a read past the end is seen
+        std::copy_n(written.data(), std::min(size, written.size()), bytes.begin());
+        Parcel read(nullptr, bytes.data(), size);
+        T back{};
+        EXPECT_EQ(decode(read, back), size >= written.size()) << size << " bytes";
+        EXPECT_TRUE(size != written.size() || (back == value && read.atEnd())) << size;
+        EXPECT_FALSE(size > written.size() && read.atEnd()) << size;
     }
-    std::vector<uint8_t> longer = bytes;
-    longer.push_back(0);
-    Parcel tail(nullptr, longer.data(), longer.size());
-    EXPECT_TRUE(decode(tail, back));
-    EXPECT_FALSE(tail.atEnd());
 }
 
 RadioInfo radioInfo() {
     RadioInfo info{};
-    info.field1 = UINT32_MAX;
-    info.field3 = UINT64_MAX - 1;
-    info.field6 = 0x80;
-    info.field7 = 0xfffe;
-    for (uint32_t i = 0; i < 4; ++i) {
-        info.field5[i] = i;
-        info.field8[i] = UINT32_MAX - i;
-    }
+    auto* bytes = reinterpret_cast<uint8_t*>(&info);
+    std::iota(bytes, bytes + offsetof(RadioInfo, field10Entry1), 1);
     info.field10Entry1 = {1, 2, 3, 4};
     info.field10Entry4 = {UINT32_MAX};
     return info;
@@ -70,17 +60,16 @@ TEST(MarshallingTest, everyShapeComesBackAndNothingElseDecodes) {
 }
 
 TEST(MarshallingTest, countsThatCannotBeAreRefusedBeforeAllocation) {
+    const auto isRefused = [](uint32_t count, auto elements) {
+        Parcel written;
+        written.write(count);
+        written.write(uint64_t{0});
+        Parcel read(nullptr, written.data(), written.size());
+        return !decode(read, elements) && elements.size() == 0;
+    };
     for (const uint32_t count : {3U, 0x40000001U, UINT32_MAX}) {
-        Parcel parcel;
-        parcel.write(count);
-        parcel.write(uint64_t{0});
-        hidl_vec<uint32_t> numbers;
-        Parcel asNumbers(nullptr, parcel.data(), parcel.size());
-        EXPECT_FALSE(decode(asNumbers, numbers)) << count;
-        hidl_vec<hidl_string> texts;
-        Parcel asTexts(nullptr, parcel.data(), parcel.size());
-        EXPECT_FALSE(decode(asTexts, texts)) << count;
-        EXPECT_EQ(numbers.size() + texts.size(), 0U);
+        EXPECT_TRUE(isRefused(count, hidl_vec<uint32_t>())) << count;
+        EXPECT_TRUE(isRefused(count, hidl_vec<hidl_string>())) << count;
     }
 }
 
@@ -106,6 +95,14 @@ TEST(HidlVecTest, ownsACopyButNotWhatIsExternal) {
     EXPECT_EQ(copy, (hidl_vec<int>{4, 5}));
     copy = std::move(same);
     EXPECT_EQ(copy, (hidl_vec<int>{4, 5}));
+}
+
+TEST(NativeHandleTest, isRefusedWhenItCannotBe) {
+    native_handle_t odd{};
+    EXPECT_EQ(native_handle_create(1025, 0), nullptr);
+    EXPECT_EQ(native_handle_create(0, 1025), nullptr);
+    EXPECT_EQ(native_handle_close(&odd) + native_handle_delete(&odd), -2 * EINVAL);
+    EXPECT_EQ(native_handle_close(nullptr) + native_handle_delete(nullptr), 0);
 }
 
 TEST(ReturnTest, failureThatNobodyLooksAtStopsTheProcess) {

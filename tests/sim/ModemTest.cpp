@@ -1,11 +1,9 @@
-#include <cutils/properties.h>
 #include <framework/Message.h>
 #include <gmock/gmock.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -228,16 +226,4 @@ TEST(AtLine, EditsLinesAndTellsRequestsApart) {
                   std::tie(request.kind, request.name, request.tokens))
                 << text;
     }
-}
-
-TEST(Properties, HaveRoomFor256) {
-    std::string path = std::filesystem::temp_directory_path() / "sim-tests-XXXXXX";
-    ASSERT_NE(mkdtemp(path.data()), nullptr);
-    setenv("OX_RUNTIME_DIR", path.c_str(), 1);
-    for (int i = 0; i < 256; ++i) {
-        EXPECT_EQ(property_set(std::to_string(i).c_str(), "on"), 0) << i;
-    }
-    EXPECT_NE(property_set("256", "on"), 0);
-    EXPECT_EQ(property_set("255", "off"), 0);
-    std::filesystem::remove_all(path);
 }

@@ -1,6 +1,7 @@
 """The host, with a plug-in that records what it is given."""
 
 import os
+import pty
 import signal
 import subprocess
 import tempfile
@@ -10,9 +11,9 @@ HOST, PLUGIN, NO_PLUGIN, MODEMCTL = (
     os.environ[name] for name in ("HOST", "PLUGIN", "NO_PLUGIN", "MODEMCTL"))
 
 
-def start(*words, **environment):
-    return subprocess.Popen([HOST, *words], text=True, stdout=subprocess.PIPE,
-                            stderr=subprocess.PIPE, env={**os.environ, **environment})
+def start(*words, stderr=subprocess.PIPE, **environment):
+    return subprocess.Popen([HOST, *words], text=True, stdout=subprocess.PIPE, stderr=stderr,
+                            env={**os.environ, **environment})
 
 
 class HostTest(unittest.TestCase):
@@ -48,10 +49,14 @@ class HostTest(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             host = start("--instance", "1", OX_RUNTIME_DIR=folder)
             self.assertIn(" serves vendor.lyr.modem@1.0::IModem/", host.stdout.readline())
-            second = start("--instance", "1", OX_RUNTIME_DIR=folder)
-            self.assertIn(f"instance 1 is already served by process {host.pid} (",
-                          second.communicate(timeout=30)[1])
-            self.assertEqual(second.returncode, 1)
+            screen, terminal = pty.openpty()
+            second = start("--instance", "1", stderr=terminal, OX_RUNTIME_DIR=folder)
+            os.close(terminal)
+            with open(screen) as lines:  # ends with an error unless the reason comes
+                self.assertRegex(next(lines), r"\A\x1b\[2m.* I .*\x1b\[0m\n")
+                reason = f"instance 1 is already served by process {host.pid} ("
+                self.assertTrue(any(reason in line for line in lines))
+            self.assertEqual(second.wait(30), 1)
             host.stdout.close()
             host.stderr.close()
             for _ in range(2):

@@ -12,6 +12,7 @@ import subprocess
 import tempfile
 import time
 import unittest
+from xml.etree import ElementTree
 
 KNOBS = ("fail {}", "patch {} result 1", "patch {} size 3", "delay {} 0-30", "ok {}")
 NOT_PROVOKED = "api_(?:bind|init|reg|set_ev|sub)|subsys|suppress|atlog_cmd|pdc_(?:get|activate_reg)"
@@ -106,6 +107,7 @@ class LogTest(unittest.TestCase):
             self.assertLessEqual(os.path.getsize(folder + "/log.0.1"), 1 << 20)
             rows = tell(log, "--trace", folder + "/trace", "--svg", folder + "/picture")
             trace = json.loads(pathlib.Path(folder, "trace").read_bytes())["traceEvents"]
+            self.look_at(ElementTree.parse(folder + "/picture").getroot())
         # Besides what was called there is the watching client's confirmation.
         self.assertEqual(sum(row["ph"] in "sf" for row in trace), 2 * len(session.asked) + 2)
         time_format = re.sub(rb"(?m)^.{5}(.{13}) +(\d+) +\d+ (\w) ([\w-]+): ",
@@ -136,6 +138,26 @@ class LogTest(unittest.TestCase):
             noise = bytes(dice.randrange(256) if dice.random() < 0.01 else byte for byte in cut)
             for damaged in (cut, noise, b"".join(dice.choices(cut.splitlines(True), k=300))):
                 self.assertEqual(len(tell(damaged)["summary"]), 1)
+
+    def look_at(self, picture):
+        """Labels stand in their boxes, rows in the order of time, and arrows go from box to box."""
+        def numbers(element, *names):
+            return [int(element.get(name)) for name in names]
+        begins, ends, before = set(), set(), (0, "")
+        for title, box, label in picture.iterfind("{*}g"):
+            (x, y, width, height), (left, line) = (
+                numbers(box, "x", "y", "width", "height"), numbers(label, "x", "y"))
+            self.assertTrue(x < left < left + 6.7 * len(label.text) < x + width, label.text)
+            self.assertTrue(y + 9 < line < y + height, label.text)
+            self.assertLessEqual(before, before := (y, title.text[:18]))
+            self.assertLess([x + width, y + height], numbers(picture, "width", "height"))
+            begins.add((x + width, y + height / 2))
+            ends.add((x, y + height / 2))
+        arrows = [list(map(int, re.findall(r"\d+", path.get("d"))))
+                  for path in picture.iterfind("{*}path[@class='arrow']")]
+        self.assertGreater(len(arrows), 50)
+        self.assertLessEqual({(x, y) for x, y, *_ in arrows}, begins)
+        self.assertLessEqual({(x, y) for *_, x, y in arrows}, ends)
 
 
 if __name__ == "__main__":
