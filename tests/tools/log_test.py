@@ -15,6 +15,9 @@ import unittest
 from xml.etree import ElementTree
 
 KNOBS = ("fail {}", "patch {} result 1", "patch {} size 3", "delay {} 0-30", "ok {}")
+STAGES = ("queue", "modem", "total")
+SUMMARY = ("requests", "succeeded", "failed", "unanswered", "silentByDesign", "answeredTwice",
+           "undelivered")
 NOT_PROVOKED = "api_(?:bind|init|reg|set_ev|sub)|subsys|suppress|atlog_cmd|pdc_(?:get|activate_reg)"
 
 
@@ -39,8 +42,9 @@ class Session:
         self.asked, self.why, self.lost = [], {}, 0
         self.serials = itertools.count(10 ** 9)
         with open(os.path.join(folder, "log.txt"), "wb") as log:
-            self.host = subprocess.Popen([os.environ["HOST"]], stderr=log,
-                                         stdout=subprocess.PIPE, env=self.env)
+            self.host = subprocess.Popen(  # without stdin, so that its log file is descriptor 0
+                ["sh", "-c", 'exec "$0" <&-', os.environ["HOST"]], stderr=log,
+                stdout=subprocess.PIPE, env=self.env)
         self.host.stdout.readline()
         rows = map(json.loads, modemctl("list").stdout.splitlines())
         self.methods = {row["method"]: ["hex:00" if "vec" in argument["type"] else "0"
@@ -82,6 +86,7 @@ def run_with_faults(session, dice):
                           stderr=subprocess.PIPE, env=session.env) as watch:
         watch.stderr.readline()
         session.sim("at +LOG 11 2 1 tc7")
+    assert modemctl("sim", "fail", "malloc", env=session.env).returncode == 1
     session.sim("at +LOG 11 1 9", "fail modem_pdc_get_activate_config_info")
     session.call("getActiveMbnInfo", 0.5)
     session.sim("silence modem_get_build_id", "fail modem_api_bind_nas_subscription 1 3")
@@ -118,10 +123,15 @@ class LogTest(unittest.TestCase):
             self.assertEqual(sorted((row["serial"], row["method"], row["result"]) for row in asked),
                              sorted(session.asked))
             self.assertNotIn(None, [row["queueMs"] for row in asked])
+            for row in (row for row in asked if row["answers"]):
+                self.assertLess(row["queueMs"] + row["modemMs"], row["totalMs"] + 0.001, row)
             self.assertEqual(collections.Counter(row["method"] for row in told["request"]),
                              {row["method"]: row["requests"] for row in told["method"]})
             self.assertEqual([row.get("byDesign") for row in asked if not row["answers"]],
                              ["yes", "no", "yes"])
+        report = subprocess.run([os.environ["MODEMCTL"], "log", "--all"], input=log,
+                                capture_output=True, check=True)
+        self.read(report.stdout.decode(), rows)
         # A client that leaves with its answer may have left before the transport looks.
         self.assertLess(rows["summary"][0]["undelivered"], 20)
         for row in asked:
@@ -129,6 +139,8 @@ class LogTest(unittest.TestCase):
             self.assertEqual(session.why.get(row["serial"], why), why)
         summary = ("notUnderstood", "servicesLost", "bindsFailed", "answeredTwice", "strayAnswers")
         self.assertEqual([rows["summary"][0][key] for key in summary], [0, session.lost, 3, 1, 1])
+        self.assertEqual(rows["summary"][0]["lines"], rows["summary"][0]["pluginLines"] + 1,
+                         "beside the line with the ports: nobody was cut off")
         self.assertEqual([(row["text"], row["result"].split()[0]) for row in rows["at"]],
                          [("+LOG=1,tc7", "OK"), ("+LOG=9", "ERROR")])
 
@@ -138,6 +150,21 @@ class LogTest(unittest.TestCase):
             noise = bytes(dice.randrange(256) if dice.random() < 0.01 else byte for byte in cut)
             for damaged in (cut, noise, b"".join(dice.choices(cut.splitlines(True), k=300))):
                 self.assertEqual(len(tell(damaged)["summary"]), 1)
+
+    def read(self, report, rows):
+        """The text for people tells what the rows tell, in cells below their heads."""
+        def cell(row, key, unit=""):
+            return "-" if row[key] is None else f"{row[key]:.0f}{unit}"
+        tables = [[line.split("\t") for line in table.rstrip("\n").split("\n")[1:]]
+                  for table in report.split("\n\n")[1:]]
+        for heads, *cells in tables:
+            self.assertEqual({len(heads)}, set(map(len, cells)), heads)
+        self.assertEqual([[*row[:3], row[3].split()[0], *row[4:8]] for row in tables[-1][1:]], [
+            [row["time"][6:], str(row["serial"]), row["method"], cell(row, "errno"),
+             cell(row, "result"), *(cell(row, key + "Ms", " ms") for key in STAGES)]
+            for row in rows["request"]])
+        summary = [rows["summary"][0][key] for key in SUMMARY]
+        self.assertEqual(re.findall(r"\d+", report.split("\n")[3]), list(map(str, summary)))
 
     def look_at(self, picture):
         """Labels stand in their boxes, rows in the order of time, and arrows go from box to box."""

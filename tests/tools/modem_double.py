@@ -1,4 +1,4 @@
-"""The service and the simulated modem's port as a test scripts them, on the sockets of a folder."""
+"""The service as a test scripts it, on the socket of a folder."""
 
 import collections
 import os
@@ -57,33 +57,23 @@ class Client:
         self.connection.shutdown(socket.SHUT_RDWR)
 
 
-class Listener(socketserver.ThreadingUnixStreamServer):
-    """Each connection is served on a thread of its own."""
+class Service(socketserver.ThreadingUnixStreamServer):
+    """Calls on_install(client) and on_request(client, request); keeps the requests."""
     daemon_threads = True
 
-    def __init__(self, path):
-        path.parent.mkdir(mode=0o700, exist_ok=True)
+    def __init__(self, folder, on_request=lambda *_: None, on_install=lambda _: None, replies=True):
+        self.on_request, self.on_install, self.replies = on_request, on_install, replies
+        self.requests = []
+        path = pathlib.Path(folder, "vendor.lyr.modem@1.0::IModem", "instance0")
+        path.parent.mkdir(mode=0o700)
         super().__init__(str(path), None)
         threading.Thread(target=self.serve_forever, args=(0.01,), daemon=True).start()
-
-    def finish_request(self, connection, _):
-        self.serve(connection)
 
     def close(self):
         self.shutdown()
         self.socket.close()
 
-
-class Service(Listener):
-    """Calls on_install(client) and on_request(client, request); keeps the requests."""
-
-    def __init__(self, folder, on_request=lambda *_: None, on_install=lambda _: None, instance=0,
-                 replies=True):
-        self.on_request, self.on_install, self.replies = on_request, on_install, replies
-        self.requests = []
-        super().__init__(pathlib.Path(folder) / "vendor.lyr.modem@1.0::IModem" / f"instance{instance}")
-
-    def serve(self, connection):
+    def finish_request(self, connection, _):
         client, stream = Client(connection), connection.makefile("rb")
         while header := stream.read(16):
             size, _, code, call = struct.unpack("<4I", header)
@@ -98,16 +88,3 @@ class Service(Listener):
                 request = Request(REQUESTS[code], *struct.unpack("<i", payload[:4]), payload[4:])
                 self.requests.append(request)
                 self.on_request(client, request)
-
-
-class Port(Listener):
-    """Replies to each command line with the lines that `replies` has for it, or not at all."""
-
-    def __init__(self, folder, replies, instance=0):
-        self.replies = replies
-        super().__init__(pathlib.Path(folder) / f"modem-sim.{instance}")
-
-    def serve(self, connection):
-        for line in connection.makefile("r"):
-            reply = self.replies.get(line.rstrip("\n"), [])
-            connection.sendall("".join(line + "\n" for line in reply).encode())
