@@ -46,7 +46,7 @@ TEST(Log, WaitsForNoReaderAndTellsHowManyLinesItDropped) {
         poll(nullptr, 0, 100);
         taken = readFrom(slow);
     });
-    log("goes on", LOG_PRIORITY_FATAL);  // as there is room in time
+    log("goes on" + line, LOG_PRIORITY_FATAL);  // as there is room in time
     reader.join();
     taken += readFrom(slow);
     EXPECT_EQ(std::count(taken.begin(), taken.end(), '\n'), 4 + 2);
