@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -35,7 +34,6 @@ void connect(const std::string& service) {
 struct ModemTest : testing::Test {
     ModemTest() {
         run("clear");
-        connect("at");
         connect("pdc");
         connect("vs");
     }
@@ -159,25 +157,6 @@ TEST_F(ModemTest, StoresGiveBackWhatFits) {
     EXPECT_NE(modem_read_nv_for_subid(0, 5, 9, bytes, &length), 0);
     EXPECT_EQ(modem_read_nv_for_subid(-1, 5, 9, bytes, &length), 0);
     EXPECT_EQ(length, 3U);
-}
-
-TEST_F(ModemTest, AtCommandsCarryAsManyTokensAsTheyCount) {
-    static std::atomic<int> tokens{-1};
-    modem_api_set_event_callback([](auto, void* data, size_t) {
-        int count = 0;
-        for (char* token : static_cast<modem_atlog_cmd_type*>(data)->tokens) {
-            count += token != nullptr ? 1 : 0;
-            free(token);
-        }
-        tokens = count;
-    });
-    modem_api_subscribe_event(MODEM_API_EVENT_AT_COMMAND);
-    run("at +LOG 11 1 one two");
-    while (tokens < 0) {
-        std::this_thread::yield();
-    }
-    modem_api_set_event_callback(nullptr);
-    EXPECT_EQ(tokens, 1);
 }
 
 TEST_F(ModemTest, WrongCommandsSayWhatAndWhere) {

@@ -1,4 +1,5 @@
-#include <chrono>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <iostream>
 #include <thread>
@@ -15,10 +16,6 @@ extern "C" __attribute__((visibility("default"))) int onLoad(int argc, char** ar
     if (argv[argc - 1] == std::string("fail")) {
         return 3;
     }
-    std::thread([] {
-        for (;;) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }).detach();
+    std::thread(pause).detach();
     return 0;
 }

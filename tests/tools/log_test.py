@@ -87,7 +87,7 @@ def run_with_faults(session, dice):
         watch.stderr.readline()
         session.sim("at +LOG 11 2 1 tc7")
     assert modemctl("sim", "fail", "malloc", env=session.env).returncode == 1
-    session.sim("at +LOG 11 1 9", "fail modem_pdc_get_activate_config_info")
+    session.sim("at +LOG 11 1 9 more", "fail modem_pdc_get_activate_config_info")
     session.call("getActiveMbnInfo", 0.5)
     session.sim("silence modem_get_build_id", "fail modem_api_bind_nas_subscription 1 3")
     session.call("getBuildId", 0.5)
@@ -107,7 +107,7 @@ class LogTest(unittest.TestCase):
             self.addCleanup(session.host.kill)
             run_with_faults(session, dice)
             session.host.terminate()
-            session.host.wait(60)
+            self.assertEqual(session.host.wait(60), 0)
             log = pathlib.Path(folder, "log.txt").read_bytes()
             self.assertLessEqual(os.path.getsize(folder + "/log.0.1"), 1 << 20)
             rows = tell(log, "--trace", folder + "/trace", "--svg", folder + "/picture")
