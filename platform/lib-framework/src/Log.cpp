@@ -26,6 +26,9 @@ namespace {
 constexpr std::string_view PRIORITY_LETTERS = "??VDIWEFS";
 constexpr int LAST_WORDS_MS = 1000;  // how long a fatal line may wait for its reader
 
+/** Lines of a lower priority are for nobody; 0 while that is not known. */
+std::atomic<int> sLowest{0};
+
 /** Lowest priorities by tag, from `ANDROID_LOG_TAGS`: "TAG:W OTHER:E *:S". */
 class Filter {
 public:
@@ -46,6 +49,15 @@ public:
             }
         }
         return priority >= mDefault;
+    }
+
+    /** Of all tags. */
+    int lowest() const {
+        int lowest = mDefault;
+        for (const auto& [name, priority] : mByTag) {
+            lowest = std::min(lowest, priority);
+        }
+        return lowest;
     }
 
 private:
@@ -124,6 +136,7 @@ void tellLostAtExit(bool coloured) {
 struct State {
     State() {
         std::atexit([] { tellLostAtExit(instance().coloured); });
+        sLowest = filter.lowest();
     }
 
     const Filter filter;
@@ -142,6 +155,9 @@ struct State {
 }  // namespace
 
 void Log::printAndroidLog(int priority, const char* tag, const char* format, ...) {
+    if (priority < sLowest) {
+        return;
+    }
     State& state = State::instance();
     if (!state.hasSink.load(std::memory_order_acquire) && !state.filter.takes(priority, tag)) {
         return;
@@ -174,4 +190,5 @@ void desk::setLogSink(LogSink sink) {
     std::lock_guard lock(state.mutex);
     std::swap(state.sink, sink);
     state.hasSink.store(static_cast<bool>(state.sink), std::memory_order_release);
+    sLowest = state.sink ? 0 : state.filter.lowest();
 }
