@@ -137,6 +137,17 @@ void askForTheGoodClient(const std::atomic<bool>& isOver) {
     again(isOver, false, askTwice);
 }
 
+/** No attack: what two threads cost that only compute, for comparison. */
+void compute(const std::atomic<bool>& isOver) {
+    std::thread other([&isOver] {
+        while (!isOver) {
+        }
+    });
+    while (!isOver) {
+    }
+    other.join();
+}
+
 /** What the good client asks for itself makes lines enough. */
 void logAlone(const std::atomic<bool>& isOver) {
     while (!isOver) {
@@ -215,6 +226,7 @@ TEST_F(Robustness, AttacksHurtNobodyElse) {
         const char* log = "";
     };
     const Row rows[] = {
+            {"none, but two threads that compute", compute},
             {"setCallback again and again, nothing read", installWithoutReading},
             {"requests, nothing read", askWithoutReading},
             {"a request for each answer, 3,000 on the way", askFromCallbacks},
@@ -225,6 +237,7 @@ TEST_F(Robustness, AttacksHurtNobodyElse) {
             {"a log whose reader is gone", logAlone, "> >(exec true)"},
             {"a log that nobody reads", logAlone, "> >(exec tail --pid=$$ -f /dev/null >&- 2>&-)"},
     };
+    double busy = 0;  // p99 of the first row, in ms: attacks may cost about what computing does
     for (const auto& [name, attack, log] : rows) {
         SCOPED_TRACE(name);
         setenv("ANDROID_LOG_TAGS", *log == '\0' ? "*:W" : "*:V", 1);
@@ -249,10 +262,12 @@ TEST_F(Robustness, AttacksHurtNobodyElse) {
         attacker.join();
         const size_t answered = client.answered();
         const double during = client.slowest();
+        busy = busy == 0 ? during : busy;
         printf("%s: %zu answered, p99 %.1f ms, before %.1f ms; %zu threads, %.0f MB\n", name,
                answered, during, before, most.threads, most.memory);
-        EXPECT_GE(answered, SANITIZED ? 3U : 20U);
-        EXPECT_LE(during, SANITIZED ? 10000 : std::max(3 * before, 30.0)) << "before: " << before;
+        EXPECT_GE(answered, 3U);
+        EXPECT_LE(during, SANITIZED ? 10000 : std::max({3 * before, 3 * busy, 30.0}))
+                << "before: " << before;
         EXPECT_LT(most.threads, MAX_THREADS);
         EXPECT_LT(most.memory, SANITIZED ? INFINITY : MAX_MEMORY);
         client.round();  // the service lets go of the attacker's callbacks, unless it installs late
