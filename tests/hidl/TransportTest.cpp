@@ -22,6 +22,7 @@
 #include <vendor/lyr/modem/1.0/transport.h>
 
 #include "platform/runtime/Burst.h"
+#include "platform/runtime/Caller.h"
 
 using android::sp;
 using android::hardware::hidl_handle;
@@ -186,6 +187,7 @@ protected:
     TransportTest() {
         char folder[] = "/tmp/hidl-test-XXXXXX";
         mFolder = mkdtemp(folder);
+        std::filesystem::remove(mFolder);  // made when missing
         setenv("OX_RUNTIME_DIR", mFolder.c_str(), 1);
     }
     ~TransportTest() override { std::filesystem::remove_all(mFolder); }
@@ -384,6 +386,9 @@ TEST_F(TransportTest, whatComesWhileACallIsServedWaitsAsFarAsThereIsRoom) {
 }
 
 TEST_F(TransportTest, ofAllPeersTheOneThatLeavesMostIsCut) {
+    hal::setStallLimit(100s);
+    const auto caller = std::make_shared<runtime::Caller>();
+    const runtime::Caller::Scope scope(caller);
     std::vector<std::pair<std::shared_ptr<Connection>, int>> peers(5);
     Events cut;
     for (size_t i = 0; i < peers.size(); ++i) {
@@ -411,6 +416,7 @@ TEST_F(TransportTest, ofAllPeersTheOneThatLeavesMostIsCut) {
         close(fd);
     }
     EXPECT_EQ(cut.wait(peers.size()).size(), peers.size());
+    EXPECT_EQ(caller->count(runtime::Caller::BYTES), 0U);
 }
 
 TEST_F(TransportTest, thousandsUnderWayAreAllAnsweredToACallbackThatAsksOn) {
@@ -547,6 +553,9 @@ TEST_F(TransportTest, debugTakesADescriptorFromProcessToProcess) {
     native_handle_t* handle = native_handle_create(1, 0);
     handle->data[0] = ends[1];
     const sp<IModemIndication> client = IModemIndication::getService("instance0");
+    EXPECT_TRUE(client->powerSaveModeInd(0, 1).isOk());
+    EXPECT_EQ(served->modes.wait(1).size(), 1U);
+    close(STDIN_FILENO);  // so that the descriptor that comes is 0
     EXPECT_TRUE(client->debug(handle, {"json", "the state"}).isOk());
     native_handle_close(handle);
     native_handle_delete(handle);
@@ -618,6 +627,9 @@ TEST_F(TransportTest, waitForAReplyEndsWithTheConnection) {
     connection->exportObject(late);
     EXPECT_EQ(early->getStrongCount() + late->getStrongCount(), 2) << "held by what is over";
     peer.join();
+    const auto [unread, end] = connectionAndPeer();
+    close(end);
+    EXPECT_NE(failureOf(unread->transact(1, 1, args)).find("peer gone"), std::string::npos);
 }
 
 TEST_F(TransportTest, limitsHold) {
