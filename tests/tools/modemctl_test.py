@@ -84,6 +84,8 @@ class ModemctlTest(unittest.TestCase):
                 self.assertEqual(done.returncode, 3 if "run.sh" in line else 2)
                 self.assertIn(line.lower(), done.stderr.lower())
                 self.assertRegex(done.stderr, r"\Amodemctl: .*\n\Z")
+        self.assertEqual(self.run_it("log", stdin="x\n")[1],
+                         "1 line, 0 of the plug-in, 0 of these not understood\n")
 
     def test_arguments_reach_the_service(self):
         service = self.service(lambda client, request: client.answer(
