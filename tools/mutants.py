@@ -27,6 +27,7 @@ SWAPS = [
 ]
 NUMBER = r'(?<![\w.\'"%])\d+(?![\w.\'"])'
 STATEMENT = re.compile(r'\s+(?!return\b|using\b|delete\b|throw\b|goto\b|case\b)[\w:>.()-]+\(.*\);$')
+MARK, MARKED = 'OX_MUTANTS', str(os.getpid())  # in the environment of all that a run starts
 IGNORED = re.compile(r'\s*(//|/?\*|#|LOG_|static_assert|template|using\b|extern\b)')
 
 
@@ -51,17 +52,28 @@ def mutants_of(path):
 
 
 def run(command, limit):
-    """Whether it succeeds in so many seconds; its process group ends with it either way."""
+    """Whether it succeeds in so many seconds; what it has started ends with it either way."""
     process = subprocess.Popen(command, shell=True, stdout=subprocess.DEVNULL,
-                               stderr=subprocess.DEVNULL, start_new_session=True)
+                               stderr=subprocess.DEVNULL, env={**os.environ, MARK: MARKED})
     try:
         return process.wait(limit) == 0
     except subprocess.TimeoutExpired:
         return False
     finally:
-        with contextlib.suppress(ProcessLookupError):
-            os.killpg(process.pid, signal.SIGKILL)
+        while kill_marked():
+            pass
         process.wait()
+
+
+def kill_marked():
+    """Kills all that have the mark, also those in sessions of their own; how many there were."""
+    killed = 0
+    for path in pathlib.Path('/proc').glob('[0-9]*/environ'):
+        with contextlib.suppress(OSError):
+            if f'{MARK}={MARKED}'.encode() in path.read_bytes().split(b'\0'):
+                os.kill(int(path.parent.name), signal.SIGKILL)
+                killed += 1
+    return killed
 
 
 def try_mutant(mutant, options):

@@ -16,6 +16,7 @@ from struct import pack
 from modem_double import Service, info, text
 
 MODEMCTL = os.environ["MODEMCTL"]
+os.environ.pop("NO_COLOR", None)
 
 
 def always(*calls):
@@ -133,7 +134,7 @@ class ModemctlTest(unittest.TestCase):
             self.service(always(("answer", "readPrlResponse", info(7, 1) + text("x" * length))))
             screen, terminal = pty.openpty()
             done = subprocess.run([MODEMCTL, "call", "--serial=7", "readPrl", "0"], stdout=terminal,
-                                  timeout=60, env={"OX_RUNTIME_DIR": self.folder})
+                                  timeout=60, env={**os.environ, "OX_RUNTIME_DIR": self.folder})
             self.assertEqual(done.returncode, 1)
             with open(screen) as lines:
                 self.assertEqual(next(lines), "\x1b[1mreadPrlResponse\x1b[0m serial=7 "
