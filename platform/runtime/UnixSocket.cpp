@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <thread>
+#include <utility>
 
 namespace runtime {
 
@@ -112,6 +113,24 @@ UniqueFd lock(const std::string& path) {
     return lock;
 }
 
+[[noreturn]] void acceptAll(int listener, const std::function<void(UniqueFd&)>& serve,
+                            const std::function<void(int, const std::string&)>& refuse) {
+    for (;;) {
+        UniqueFd connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+        if (connection.get() < 0) {
+            if (errno != EINTR && errno != ECONNABORTED) {
+                std::this_thread::sleep_for(RETRY_ACCEPT);  // no descriptor is free
+            }
+            continue;
+        }
+        try {
+            serve(connection);
+        } catch (const std::system_error& error) {
+            refuse(connection.get(), error.what());
+        }
+    }
+}
+
 }  // namespace
 
 AddressTaken::AddressTaken(const std::string& path, pid_t process)
@@ -122,18 +141,21 @@ AddressTaken::AddressTaken(const std::string& path, pid_t process)
       holder(process) {
 }
 
-UniqueFd listenAt(const std::string& path, int backlog) {
+void serveAt(const std::string& path, int backlog, std::function<void(UniqueFd&)> serve,
+             std::function<void(int, const std::string&)> refuse) {
     const sockaddr_un address = addressOf(path);
     UniqueFd held = lock(path);
-    UniqueFd fd = makeSocket();
+    const auto listener = std::make_shared<UniqueFd>(makeSocket());
     unlink(path.c_str());
-    if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        listen(fd.get(), backlog) != 0) {
+    if (bind(listener->get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(listener->get(), backlog) != 0) {
         fail(errno, path);
     }
+    std::thread([listener, serve = std::move(serve), refuse = std::move(refuse)] {
+        acceptAll(listener->get(), serve, refuse);
+    }).detach();
     removeAtExit(path);
     held.release();  // held until the process ends
-    return fd;
 }
 
 UniqueFd connectTo(const std::string& path, std::chrono::milliseconds timeout) {
@@ -158,24 +180,6 @@ pid_t ownUsersProcess(int connection) {
         fail(EPERM, "user " + std::to_string(peer.uid) + " is not served");
     }
     return peer.pid;
-}
-
-void acceptAll(int listener, const std::function<void(UniqueFd&)>& serve,
-               const std::function<void(int, const std::string&)>& refuse) {
-    for (;;) {
-        UniqueFd connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-        if (connection.get() < 0) {
-            if (errno != EINTR && errno != ECONNABORTED) {
-                std::this_thread::sleep_for(RETRY_ACCEPT);  // no descriptor is free
-            }
-            continue;
-        }
-        try {
-            serve(connection);
-        } catch (const std::system_error& error) {
-            refuse(connection.get(), error.what());
-        }
-    }
 }
 
 }  // namespace runtime

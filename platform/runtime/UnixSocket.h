@@ -42,13 +42,19 @@ struct AddressTaken : std::system_error {
 };
 
 /**
- * Listens at `path` until the process ends; the socket's file is removed when it ends by `exit`. A
- * file `path`.lock tells a live socket, which is left alone, from a stale one, which is replaced.
+ * Listens at `path` until the process ends, and accepts connections on a thread of its own; the
+ * socket's file is removed when it ends by `exit`. A file `path`.lock tells a live socket, which is
+ * left alone, from a stale one, which is replaced.
  *
  * @param backlog connections that may wait to be accepted
- * @throws AddressTaken, or std::system_error with ENAMETOOLONG or what the system says
+ * @param serve takes a connection over. It may throw std::system_error (no thread, another user):
+ *        the peer is told by `refuse`, and the connection is closed
+ * @param refuse tells the peer of that descriptor the reason; must not wait for it
+ * @throws AddressTaken, or std::system_error with ENAMETOOLONG or what the system says; then nobody
+ *         has the path
  */
-UniqueFd listenAt(const std::string& path, int backlog);
+void serveAt(const std::string& path, int backlog, std::function<void(UniqueFd&)> serve,
+             std::function<void(int, const std::string&)> refuse);
 
 /**
  * Connects to a socket.
@@ -61,15 +67,5 @@ UniqueFd connectTo(const std::string& path, std::chrono::milliseconds timeout);
 /** The process at the other end, at the time when it connected; throws when it is another user's.
  */
 pid_t ownUsersProcess(int connection);
-
-/**
- * Accepts connections for ever, on the caller's thread.
- *
- * @param serve takes a connection over. It may throw std::system_error (no thread, another user):
- *        the peer is told by `refuse`, and the connection is closed
- * @param refuse tells the peer of that descriptor the reason; must not wait for it
- */
-[[noreturn]] void acceptAll(int listener, const std::function<void(UniqueFd&)>& serve,
-                            const std::function<void(int, const std::string&)>& refuse);
 
 }  // namespace runtime

@@ -478,7 +478,9 @@ TEST_F(TransportTest, threadThatCannotBeHadRefusesOneConnectionAlone) {
     std::string error;
     EXPECT_EQ(Connection::connect(path(), &error), nullptr);
     EXPECT_NE(error, "");
+    EXPECT_EQ(hal::publish(IModem::descriptor, "instance1", modem), -EAGAIN);
     pthread_setattr_default_np(&usual);
+    EXPECT_EQ(hal::publish(IModem::descriptor, "instance1", modem), android::OK);
     EXPECT_TRUE(before.isServed(1));
     EXPECT_TRUE(Client().isServed(2));
 }

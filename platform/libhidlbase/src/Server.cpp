@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
-#include <thread>
 
 #include "runtime/ErrorOutput.h"
 #include "runtime/RuntimeDir.h"
@@ -72,13 +71,12 @@ void serve(const std::string& descriptor, const std::string& name, const sp<Stub
     if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
         throw std::system_error(errno, std::generic_category(), folder);
     }
-    auto listener = std::make_shared<runtime::UniqueFd>(runtime::listenAt(path, MAX_CLIENTS));
-    std::thread([listener, object, text = descriptor + "/" + name] {
-        runtime::acceptAll(
-                listener->get(),
-                [&](runtime::UniqueFd& client) { serveClient(client, text, object); },
-                Connection::refuse);
-    }).detach();
+    runtime::serveAt(
+            path, MAX_CLIENTS,
+            [object, text = descriptor + "/" + name](runtime::UniqueFd& client) {
+                serveClient(client, text, object);
+            },
+            Connection::refuse);
 }
 
 }  // namespace

@@ -117,14 +117,12 @@ void startConnection(runtime::UniqueFd& connection, const Execute& execute) {
 }  // namespace
 
 void serveTextPort(const std::string& path, Execute execute) {
-    const auto listener =
-            std::make_shared<runtime::UniqueFd>(runtime::listenAt(path, TEXT_CONNECTIONS_MAX));
-    std::thread([listener, execute = std::move(execute)] {
-        runtime::acceptAll(
-                listener->get(),
-                [&](runtime::UniqueFd& connection) { startConnection(connection, execute); },
-                refuse);
-    }).detach();
+    runtime::serveAt(
+            path, TEXT_CONNECTIONS_MAX,
+            [execute = std::move(execute)](runtime::UniqueFd& connection) {
+                startConnection(connection, execute);
+            },
+            refuse);
 }
 
 }  // namespace sim
