@@ -123,8 +123,6 @@ class LogTest(unittest.TestCase):
             self.assertEqual(sorted((row["serial"], row["method"], row["result"]) for row in asked),
                              sorted(session.asked))
             self.assertNotIn(None, [row["queueMs"] for row in asked])
-            for row in (row for row in asked if row["answers"]):
-                self.assertLess(row["queueMs"] + row["modemMs"], row["totalMs"] + 0.001, row)
             self.assertEqual(collections.Counter(row["method"] for row in told["request"]),
                              {row["method"]: row["requests"] for row in told["method"]})
             self.assertEqual([row.get("byDesign") for row in asked if not row["answers"]],
@@ -135,6 +133,8 @@ class LogTest(unittest.TestCase):
         # A client that leaves with its answer may have left before the transport looks.
         self.assertLess(rows["summary"][0]["undelivered"], 20)
         for row in asked:
+            if row["answers"]:
+                self.assertLess(row["queueMs"] + row["modemMs"], row["totalMs"] + 0.001, row)
             why = [line for line in row["why"] if "exception" not in line]
             self.assertEqual(session.why.get(row["serial"], why), why)
         summary = ("notUnderstood", "servicesLost", "bindsFailed", "answeredTwice", "strayAnswers")
