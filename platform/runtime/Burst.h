@@ -1,6 +1,9 @@
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace runtime {
@@ -22,31 +25,45 @@ public:
         ~Sender() = default;
     };
 
-    static void goOn(bool more) { state().more = more; }
+    static void goOn(bool more) {
+        State& own = state();
+        if (own.senders.size() >= SENDERS_MAX) {  // a burst may last as long as somebody asks on
+            releaseAll(own);
+        }
+        own.more = more;
+    }
 
     /** What is sent now may be kept back, for there will be an `end`. */
     static bool goesOn() { return state().more; }
 
     /** The sender has kept something back, and is to release it when the burst ends. */
     static void keep(std::shared_ptr<Sender> sender) {
-        state().senders.push_back(std::move(sender));
+        auto& senders = state().senders;
+        if (std::find(senders.begin(), senders.end(), sender) == senders.end()) {
+            senders.push_back(std::move(sender));
+        }
     }
 
     static void end() {
         State& own = state();
         own.more = false;
-        while (!own.senders.empty()) {
-            const std::shared_ptr<Sender> sender = std::move(own.senders.back());
-            own.senders.pop_back();
-            sender->release();
-        }
+        releaseAll(own);
     }
 
 private:
+    static constexpr size_t SENDERS_MAX = 16;
+
     struct State {
         bool more = false;
         std::vector<std::shared_ptr<Sender>> senders;
     };
+
+    static void releaseAll(State& own) {
+        for (const auto& sender : own.senders) {
+            sender->release();
+        }
+        own.senders.clear();
+    }
 
     static State& state() {
         static thread_local State state;
