@@ -64,6 +64,7 @@ class HostTest(unittest.TestCase):
                                timeout=30, env={**os.environ, "OX_RUNTIME_DIR": folder})
             host.send_signal(signal.SIGTERM)
             self.assertEqual(host.wait(30), 0)
+            self.assertEqual(os.listdir(folder + "/vendor.lyr.modem@1.0::IModem"), [])
 
 
 if __name__ == "__main__":

@@ -212,11 +212,12 @@ class ModemctlTest(unittest.TestCase):
                 self.assertEqual((result[0], len(service.requests)), (code, requests))
                 self.assertIn(told, result[2])
 
-    def test_simulated_modem_that_does_not_reply(self):
+    def test_simulated_modem_that_does_not_reply_or_accept(self):
         with socket.socket(socket.AF_UNIX) as port:
             port.bind(os.path.join(self.folder, "modem-sim.0"))
-            port.listen()
+            port.listen(0)  # has room for one
             self.assertEqual(self.run_it("sim", "state", "--timeout=0.2")[0], 4)
+            self.assertEqual(self.run_it("sim", "state", "--timeout=1")[0], 3)
 
     def test_list_completion_and_manual_name_every_request(self):
         listed = self.run_it("list")[1].splitlines()
