@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 namespace {
@@ -32,8 +35,11 @@ void log(const std::string& text, int priority = LOG_PRIORITY_INFO) {
 
 }  // namespace
 
-TEST(Log, WaitsForNoReaderAndTellsHowManyLinesItDropped) {
+TEST(Log, WaitsForNobodyAndTellsHowManyLinesWereDroppedAndWhere) {
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+    const std::string file = testing::TempDir() + "sim-tests." + std::to_string(getpid());
+    setenv("OX_LOG_FILE", file.c_str(), 1);
     const int kept = dup(STDERR_FILENO);
     const int slow = pipeStderr();
     const std::string line(900, 'x');
@@ -58,6 +64,18 @@ TEST(Log, WaitsForNoReaderAndTellsHowManyLinesItDropped) {
     const int next = pipeStderr();
     log("heard");
     EXPECT_THAT(readFrom(next), testing::ContainsRegex("1 lines lost.*\n.*heard\n"));
+    rlimit disk{};
+    getrlimit(RLIMIT_FSIZE, &disk);
+    const rlimit full{std::filesystem::file_size(file) + 9, disk.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    log("torn");
+    log("lost");
+    setrlimit(RLIMIT_FSIZE, &disk);
+    log("kept");
+    std::ifstream opened(file);
+    const std::string lines(std::istreambuf_iterator<char>(opened), {});
+    EXPECT_THAT(lines, testing::ContainsRegex("^[^W]*heard\n.{9}\n.* W .*: 2 lines lost.*kept\n$"));
+    std::filesystem::remove(file);
     dup2(kept, STDERR_FILENO);
     close(kept);
     close(next);

@@ -177,7 +177,17 @@ private:
      * @param unasked tells it also without the option --why
      */
     Words why(bool unasked) const {
-        return mOptions.why || unasked ? logs::whyOf(mOptions.instance, mName, mSerial) : Words();
+        if (!mOptions.why && !unasked) {
+            return {};
+        }
+        try {
+            return logs::whyOf(mOptions.instance, mName, mSerial);
+        } catch (const std::exception& error) {  // must not spoil the answer
+            if (mOptions.why) {
+                note(std::string("--why: ") + error.what());
+            }
+            return {};
+        }
     }
 
     static std::string indented(const Words& lines) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 
@@ -94,16 +95,17 @@ ExitCode run(const Options& options, bool json, const std::string& file) {
 }
 
 std::vector<std::string> whyOf(int instance, const std::string& method, int32_t serial) {
+    const std::string file = runtime::logFile(std::to_string(instance));
     Story story;
-    try {
-        const std::string file = runtime::logFile(std::to_string(instance));
-        for (const std::string& part : {runtime::olderLogFile(file), file}) {
-            if (access(part.c_str(), R_OK) == 0) {
-                read(part, story);
-            }
+    bool isKept = false;
+    for (const std::string& part : {runtime::olderLogFile(file), file}) {
+        if (std::filesystem::is_regular_file(part)) {  // another one might never end
+            read(part, story);
+            isKept = true;
         }
-    } catch (const std::exception&) {
-        return {};  // a log that cannot be read must not spoil the answer
+    }
+    if (!isKept) {
+        throw Failure(WRONG_USAGE, "no log of the host in " + file);
     }
     story.finish();
     const auto request = std::find_if(

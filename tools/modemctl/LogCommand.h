@@ -30,6 +30,8 @@ ExitCode run(const Options& options, bool json, const std::string& file);
  * What went wrong with a request, from the file that an instance's host keeps of its log: the
  * plug-in's warnings and errors, and what was last seen of it when it was not answered. Empty for
  * one that went well or is not in the file.
+ *
+ * @throws std::exception when the file cannot be read
  */
 std::vector<std::string> whyOf(int instance, const std::string& method, int32_t serial);
 

@@ -83,8 +83,10 @@ std::string servedNames(const std::string& instance) {
 /** Serves until a signal. `arguments` are the plug-in's whole argument vector. */
 void serve(const std::string& plugin, const std::string& instance,
            std::vector<std::string>& arguments) {
-    // A reader of stdout, of the log or of a socket that goes away is an error of that write alone.
+    // A reader of stdout, of the log or of a socket that goes away, or a file that may not become
+    // longer, is an error of that write alone.
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
     // Blocked before the plug-in starts threads: all of them inherit the mask, and the signals
     // wait for sigwait wherever they are sent.
     sigset_t stop;

@@ -24,6 +24,7 @@ using runtime::ErrorOutput;
 namespace {
 
 constexpr std::string_view PRIORITY_LETTERS = "??VDIWEFS";
+constexpr char STDERR[] = "stderr";
 constexpr int LAST_WORDS_MS = 1000;  // how long a fatal line may wait for its reader
 
 /** Lines of a lower priority are for nobody; 0 while that is not known. */
@@ -105,19 +106,28 @@ size_t formatLine(char* line, size_t room, bool coloured, int priority, const ch
     return size;
 }
 
-size_t formatLost(char* line, size_t room, bool coloured, uint64_t lost) {
+size_t formatLost(char* line, size_t room, bool coloured, uint64_t lost, const char* where) {
     char text[64];
-    snprintf(text, sizeof(text), "%" PRIu64 " lines lost, stderr took no more", lost);
+    snprintf(text, sizeof(text), "%" PRIu64 " lines lost, %s took no more", lost, where);
     return formatLine(line, room, coloured, LOG_PRIORITY_WARNING, "FRAMEWORK", text);
 }
 
-/** Writes a line, and before it in the same write the number of lines lost since, if any. */
+/** Writes a line, and before it in the same write the number of lines lost there since, if any. */
 void writeLine(bool coloured, int priority, const char* tag, const char* text) {
     char lines[ErrorOutput::LINE_MAX_BYTES];
+    const auto format = [&](uint64_t lost, const char* where) {
+        const size_t size = lost > 0 ? formatLost(lines, sizeof(lines), coloured, lost, where) : 0;
+        return size + formatLine(lines + size, sizeof(lines) - size, coloured, priority, tag, text);
+    };
+    const uint64_t unkept = LogFile::get().takeLost();
     const uint64_t lost = ErrorOutput::get().takeLost();
-    size_t size = lost > 0 ? formatLost(lines, sizeof(lines), coloured, lost) : 0;
-    size += formatLine(lines + size, sizeof(lines) - size, coloured, priority, tag, text);
-    LogFile::get().write(lines, size);
+    size_t size = format(unkept, "the disk");
+    if (!LogFile::get().write(lines, size)) {
+        LogFile::get().addLost(unkept);
+    }
+    if (unkept > 0 || lost > 0) {
+        size = format(lost, STDERR);
+    }
     const int patience = priority == LOG_PRIORITY_FATAL ? LAST_WORDS_MS : 0;
     if (!ErrorOutput::get().write(lines, size, patience)) {
         ErrorOutput::get().addLost(lost);
@@ -128,7 +138,7 @@ void writeLine(bool coloured, int priority, const char* tag, const char* text) {
 void tellLostAtExit(bool coloured) {
     char line[ErrorOutput::LINE_MAX_BYTES];
     if (const uint64_t lost = ErrorOutput::get().takeLost(); lost > 0) {
-        ErrorOutput::get().write(line, formatLost(line, sizeof(line), coloured, lost));
+        ErrorOutput::get().write(line, formatLost(line, sizeof(line), coloured, lost, STDERR));
     }
 }
 
