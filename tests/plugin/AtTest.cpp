@@ -38,10 +38,6 @@ std::string get(const char* key) {
     return value;
 }
 
-std::string logStatus() {
-    return get(STATUS) + "," + get(TC_NAME) + "," + get(INDEX);
-}
-
 void setLog(const char* status, const std::string& name, const char* index) {
     ASSERT_EQ(property_set(STATUS, status), 0);
     ASSERT_EQ(property_set(TC_NAME, name.c_str()), 0);
@@ -64,11 +60,6 @@ modem_atlog_cmd_type commandOf(const Tokens& tokens) {
         command.tokens[i] = tokens[i] != nullptr ? strdup(tokens[i]) : nullptr;
     }
     return command;
-}
-
-std::string response(int handle, int result) {
-    return "modem_atlog_send_resp(" + std::to_string(handle) + ", " + std::to_string(result) +
-           ", 3, 0)";
 }
 
 const std::string H = " handleProcessAtCommandMessage: ";
@@ -105,6 +96,8 @@ protected:
 
 TEST_F(AtCommand, IsToldAsItIsRead) {
     const std::string other = "E not AT+LOG command, can't process";
+    const std::string refused = "failed to process AT log command, send error response to modem";
+    const std::string saved = "AT log status saved, report AT log control info to upper layer";
     const std::string name22 = "+LOGLOGLOGLOGLOGLOGLOG";
     Tokens sixty(60, "t");
     sixty[0] = "1";
@@ -137,19 +130,13 @@ TEST_F(AtCommand, IsToldAsItIsRead) {
         std::ostringstream parsed;
         parsed << std::hex << "I parseAtCommand: parsed handle = 0x2a, op code = 0x" << row.opCode
                << ", name = " << row.name << std::dec << ", token number = " << command.token_count;
+        const std::string token = row.tokens.empty() ? "" : row.tokens[0];
         EXPECT_EQ(log[4], "I parseAtCommand: parsing");
         EXPECT_EQ(log[5], parsed.str());
-        if (!row.tokens.empty()) {
-            EXPECT_EQ(log[6], std::string("I parseAtCommand: parsed token[0] = ") + row.tokens[0]);
-        }
+        EXPECT_TRUE(token.empty() || log[6] == "I parseAtCommand: parsed token[0] = " + token);
         EXPECT_THAT(log, Contains(row.line[0] + H + row.line.substr(2)));
         const bool isRefused = mService.client.take().empty();
-        EXPECT_THAT(log, Contains(isRefused ? "E" + H +
-                                                      "failed to process AT log command, send "
-                                                      "error response to modem"
-                                            : "I" + H +
-                                                      "AT log status saved, report AT log control "
-                                                      "info to upper layer"));
+        EXPECT_THAT(log, Contains(isRefused ? "E" + H + refused : "I" + H + saved));
     }
 }
 
@@ -162,7 +149,7 @@ TEST_F(AtCommand, TellsWhatTheModemWasTold) {
     EXPECT_EQ(raiseData(nullptr, 0).back(),
               "E" + H + "invalid AT command data input, can't process");
     confirm("I successfully sent log control response to modem", 0);
-    mService.modem.returns("modem_atlog_send_resp", 9);
+    mService.modem.returns("modem_atlog_send_resp", {9});
     EXPECT_EQ(raise({"x"}).back(), "E " + error + "failed to send log control error response");
     raise({"1"});
     confirm("E failed to send log control response to modem", 1);
@@ -188,7 +175,9 @@ TEST_F(AtCommand, SurvivesEveryFailingAllocation) {
         allocations::stop();
         failed = allocations::failed();
         const Lines calls = mService.modem.calls();
-        EXPECT_EQ(calls, result == ERRNO_NO_MEMORY ? Lines{} : Lines{response(42, 0)}) << failing;
+        EXPECT_EQ(calls,
+                  Lines(result == ERRNO_NO_MEMORY ? 0 : 1, "modem_atlog_send_resp(42, 0, 3, 0)"))
+                << failing;
         answered += calls.size();
     }
     EXPECT_GE(answered, 4U);
@@ -247,31 +236,25 @@ TEST(AtLogStatus, IsRetrievedWithItsIndex) {
     fs::remove(blocked);
 }
 
-TEST(AtLogStatus, IsSavedOrTellsWhatCouldNotBe) {
+// What is written, and what no more after a failure, the generated schedules follow.
+TEST(AtLogStatus, TellsWhatCouldNotBeSaved) {
     const struct {
         bool start;
         const char* blocked;
-        std::string name, line, kept;
+        std::string line;
     } rows[] = {
-            {true, "none", "tc7", "", "1,tc7,1"},
-            {false, "none", "tc7", "", "0,kept,1"},
-            {true, STATUS, "tc7", "failed to enable property ", ",kept,5"},
-            {false, STATUS, "tc7", "failed to disable property ", ",kept,5"},
-            {true, TC_NAME, "tc7", "failed to update property ", "1,,5"},
-            {true, INDEX, "tc7", "failed to set property ", "1,tc7,"},
-            {false, INDEX, "tc7", "failed to set property ", "0,kept,"},
-            {true, "none", std::string(92, 'n'), "failed to update property ", "1,kept,5"},
+            {true, STATUS, "failed to enable property "},
+            {false, STATUS, "failed to disable property "},
+            {true, TC_NAME, "failed to update property "},
+            {false, INDEX, "failed to set property "},
     };
     LogCapture log;
+    EXPECT_EQ(AtQmiClient::saveAtLogStatus(true, "tc7"), 0);
     for (const auto& row : rows) {
-        setLog("?", "kept", "5");
         const fs::path blocked = block(row.blocked);
-        EXPECT_EQ(AtQmiClient::saveAtLogStatus(row.start, row.name.c_str()), !row.line.empty());
-        EXPECT_EQ(logStatus(), row.kept);
-        const bool isName = row.line.find("update") != std::string::npos;
-        const std::string end = isName ? TC_NAME + (" to " + row.name) : row.blocked;
-        EXPECT_EQ(log.take(),
-                  row.line.empty() ? Lines{} : Lines{"E saveAtLogStatus: " + row.line + end});
+        EXPECT_EQ(AtQmiClient::saveAtLogStatus(row.start, "tc7"), 1);
+        EXPECT_THAT(log.take(), ElementsAre("E saveAtLogStatus: " + row.line + row.blocked +
+                                            (row.blocked == TC_NAME ? " to tc7" : "")));
         fs::remove(blocked);
     }
 }
@@ -280,19 +263,22 @@ class AtReport : public testing::Test {
 protected:
     const std::string REPORT = "I reportAtLogControlInfo: ";
     Service service;
-    std::shared_ptr<AtQmiClient> client = newClient();
-
-    std::shared_ptr<AtQmiClient> newClient() const {
-        const auto indications = std::make_shared<ModemIndicationProxy>();
-        indications->update(service.client.indications());
-        return std::make_shared<AtQmiClient>(nullptr, indications, std::chrono::milliseconds(0));
-    }
+    std::shared_ptr<AtQmiClient> client;
 
     /** The service connects, and the modem answers the registration of the command so. */
     void connect(int result) {
-        service.modem.returns("modem_atlog_cmd_reg", result);
+        service.modem.returns("modem_atlog_cmd_reg", {result});
         client->setConnectionStatus(true);
         Service::runAll();
+    }
+
+    AtReport() { makeClient(); }
+
+    /** A client that reports at once. */
+    void makeClient() {
+        const auto indications = std::make_shared<ModemIndicationProxy>();
+        indications->update(service.client.indications);
+        client = std::make_shared<AtQmiClient>(nullptr, indications, std::chrono::milliseconds(0));
     }
 };
 
@@ -300,16 +286,15 @@ TEST_F(AtReport, AnnouncesTheLogOncePerClientUnderItsNextIndex) {
     const std::string n34(34, 'n');
     setLog("1", n34 + "x", "12345");
     for (const std::string& name : {n34 + "_12345", n34 + "_12346"}) {
-        client = newClient();
+        makeClient();
         connect(1);
-        EXPECT_THAT(service.client.waitFor(1),
+        ASSERT_TRUE(service.log.waitFor("indicateAtLogControlInfo: succeed"));
+        EXPECT_THAT(service.client.take(),
                     ElementsAre(R"({"method":"atLogControlInfoInd","type":0,"logMode":1,)"
                                 R"("testResult":3,"tcName":")" +
                                 name + "\"}"));
-        ASSERT_TRUE(service.log.waitFor("indicateAtLogControlInfo: succeed"));
-        EXPECT_THAT(service.log.take(),
-                    Contains(REPORT + "report AT log control info at 1st time connected to AT QMI "
-                                      "service"));
+        const std::string at = "report AT log control info at 1st time connected to AT QMI service";
+        EXPECT_THAT(service.log.take(), Contains(REPORT + at));
         connect(1);
         EXPECT_EQ(service.modem.calls(), Lines(2, "modem_atlog_cmd_reg(+LOG)"));
         service.forget();

@@ -11,8 +11,6 @@
 #include "tests/support/Service.h"
 
 using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -20,32 +18,27 @@ using Lines = std::vector<std::string>;
 
 }  // namespace
 
-class Bind : public testing::TestWithParam<int> {
+class Bind : public testing::TestWithParam<Qmi> {
 protected:
-    Bind() : service(1) {
-        service.modem.reset();
-        service.modem.returns(function, 1);
-        impl = ModemImpl::create(1);
-        impl->setup();
-        service.forget();
-    }
-    std::string failed() const {
-        return "E bindSubscription: failed to bind " + name + " QMI subscription for instance id 1";
-    }
-    std::string retrying(const std::string& how) const {
-        return "bindSubscription: retry binding " + name + " QMI subscription with instance id 1 " +
-               how;
-    }
-    std::string handling() const {
-        return std::string("I handle: ") + (name == "NAS" ? "Nas" : "Wds") +
-               "QmiClient is handling message: 1";
-    }
-
     const std::string name = ModemImpl::getQmiServiceName(GetParam());
-    const std::string function =
-            std::string("modem_api_bind_") + (GetParam() == NAS ? "nas" : "wds") + "_subscription";
-    Service service;
-    std::shared_ptr<ModemImpl> impl;
+    const std::string function = GetParam() == NAS ? "modem_api_bind_nas_subscription(1)"
+                                                   : "modem_api_bind_wds_subscription(1)";
+    const std::string handling = std::string("I handle: ") + (name == "NAS" ? "Nas" : "Wds") +
+                                 "QmiClient is handling message: 1";
+    const std::string failed =
+            "E bindSubscription: failed to bind " + name + " QMI subscription for instance id 1";
+    const std::string retry =
+            " bindSubscription: retry binding " + name + " QMI subscription with instance id 1 ";
+    Service service{1};
+    std::shared_ptr<ModemImpl> impl = makeUnbound();
+
+    std::shared_ptr<ModemImpl> makeUnbound() {
+        service.modem.returns(function.substr(0, function.find('(')), {1});
+        const auto made = ModemImpl::create(1);
+        made->setup();
+        service.forget();
+        return made;
+    }
 };
 INSTANTIATE_TEST_SUITE_P(Clients, Bind, testing::Values(NAS, WDS));
 
@@ -55,51 +48,41 @@ TEST_P(Bind, TellsTwentyRetriesInEitherDelivery) {
     Lines lines;
     for (int count = 1; count <= 20; ++count) {
         const std::string how = "for " + std::to_string(count) + " times, max 20 times";
-        lines.insert(lines.end(), {failed(), "I " + retrying(how), handling()});
+        lines.insert(lines.end(), {failed, "I" + retry + how, handling});
     }
-    lines.insert(lines.end(), {failed(), "E " + retrying("reach max 20 times")});
+    lines.insert(lines.end(), {failed, "E" + retry + "reach max 20 times"});
     Lines log = service.log.take();
     EXPECT_EQ(Lines(log.begin() + 3, log.end()), lines);
 
     for (const auto delivery : {desk::Delivery::CALLER, desk::Delivery::THREADS}) {
         desk::setDelivery(delivery);
-        impl = ModemImpl::create(1);
-        impl->setup();
-        service.forget();
+        impl = makeUnbound();
         service.connect(GetParam());
         ASSERT_TRUE(service.log.waitFor("reach max 20 times"));
-        EXPECT_EQ(service.modem.calls(function).size(), 21U);
+        EXPECT_THAT(service.modem.calls(), Contains(function).Times(21));
     }
 }
 
-TEST_P(Bind, IsTriedBeforeAnyRequestAndNotForItsOwnMessage) {
-    const auto client = ModemImpl::getQmiClient(GetParam());
-    const char* const request = GetParam() == NAS ? "getVoNRMode" : "isImsProfileNormal";
-    TextClient::call(impl.get(), request, 5, {});
+TEST_P(Bind, IsTriedBeforeAnyRequest) {
+    const bool isNas = GetParam() == NAS;
+    TextClient::call(impl.get(), isNas ? "getVoNRMode" : "isImsProfileNormal", 5, {});
     Service::runAll();
+    const std::string handler = isNas ? "GetVoNRMode" : "CheckImsProfileNormalMessage";
     EXPECT_THAT(service.log.take(),
-                testing::IsSupersetOf({std::string("I handle: need to rebind sub first"), failed(),
-                                       "E " + retrying("reach max 20 times")}));
-    EXPECT_EQ(client->handle(Message::obtain(9, client, nullptr, nullptr)), 2);
-    EXPECT_EQ(service.modem.calls(function).size(), 2U);
-    service.forget();
+                testing::IsSupersetOf({std::string("I handle: need to rebind sub first"), failed,
+                                       "E" + retry + "reach max 20 times",
+                                       "E handle" + handler + ": bind sub failed"}));
+    const auto client = ModemImpl::getQmiClient(GetParam());
     EXPECT_EQ(client->handle(Message::obtain(1, client, nullptr, nullptr)), 3);
-    EXPECT_THAT(service.log.take(),
-                ElementsAre(handling(), "E handleBindSubscriptionMessage: invalid parameter"));
-    EXPECT_THAT(service.modem.calls(), IsEmpty());
+    EXPECT_EQ(service.log.take(),
+              (Lines{handling, "E handleBindSubscriptionMessage: invalid parameter"}));
 }
 
 TEST(NasBind, SuppressionThatFailsIsOnlyLogged) {
     Service service;
-    service.modem.returns("modem_suppress_nas_ss_inds", 1);
+    service.modem.returns("modem_suppress_nas_ss_inds", {1});
     service.connect(NAS);
     EXPECT_EQ(service.log.take().back(), "E onConnected: failed to suppress NAS ss indications");
-    service.modem.returns("modem_api_bind_nas_subscription", 1);
-    const auto impl = ModemImpl::create(0);
-    impl->setup();
-    TextClient::call(impl.get(), "getVoNRMode", 5, {});
-    Service::runAll();
-    EXPECT_THAT(service.log.take(), Contains("E handleGetVoNRMode: bind sub failed"));
 }
 
 TEST(Profiles, AreAllTriedAndTold) {
@@ -107,8 +90,8 @@ TEST(Profiles, AreAllTriedAndTold) {
     service.modem.onCall("modem_qdp_get_ims_profile", [](void* out) {
         *static_cast<std::pair<modem_ims_profile*, uint8_t*>*>(out)->second = 2;
     });
-    service.modem.returnsOnce("modem_qdp_get_ims_profile", {0, 1});
-    service.modem.returnsOnce("modem_qdp_delete_ims_profile", {1, 0});
+    service.modem.returns("modem_qdp_get_ims_profile", {0, 1});
+    service.modem.returns("modem_qdp_delete_ims_profile", {1, 0});
     service.call("deleteImsProfile", 5);
     service.call("deleteImsProfile", 6);
     Service::runAll();

@@ -18,7 +18,7 @@ TEST(Debug, TellsTheStateOrWhyItCannot) {
     service.disconnect(MODEM_API_QMI_SERVICE_DMS);
     service.uninstall();
     const modem_power_save_mode_event event{};
-    service.modem.raise(MODEM_API_EVENT_POWER_SAVE_MODE, &event, sizeof(event));
+    service.raise(MODEM_API_EVENT_POWER_SAVE_MODE, event);
     service.log.take();
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);

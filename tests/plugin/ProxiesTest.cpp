@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,46 +18,41 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// A callback of another interface is none.
-TEST(ResponseProxy, CastOfAnotherInterfaceFindsNone) {
-    LogCapture log;
-    TextClient client;
-    ModemResponseProxy proxy;
-    proxy.update(client.indications());
-    EXPECT_EQ(proxy.respondRestoreMbn(1, 0), 4);
-    proxy.update(client.responses());
-    EXPECT_EQ(proxy.respondRestoreMbn(1, 0), 0);
-    proxy.reset();
-    EXPECT_EQ(proxy.respondRestoreMbn(1, 0), 4);
-}
-
-// A count that a client would never let through is cut all the same.
-TEST(ResponseProxy, BandListsEndWithTheirRoom) {
-    LogCapture log;
-    TextClient client;
-    ModemResponseProxy proxy;
-    proxy.update(client.responses());
-    BandsInfoType bands{};
-    bands.list3.count = 51;
-    bands.list4 = {-1, {5}};
-    proxy.respondGetBandsInfo(1, 0, bands);
-    const std::string answer = client.take().at(0);
-    EXPECT_EQ(std::count(answer.begin(), answer.end(), '0'), 50 + 2) << "type and error, too";
-}
-
-class IndicationProxy : public testing::Test {
+class Proxies : public testing::Test {
 protected:
-    ~IndicationProxy() override {  // the cache is the process's
-        proxy.update(client.indications());
+    ~Proxies() override {  // the cache is the process's
+        proxy.update(client.indications);
         proxy.indicateCachedInfo();
     }
 
     LogCapture log;
     TextClient client;
+    ModemResponseProxy responses;
     ModemIndicationProxy proxy;
 };
 
-TEST_F(IndicationProxy, LogsAsTheFieldKnowsIt) {
+// A callback of another interface is none.
+TEST_F(Proxies, CastOfAnotherInterfaceFindsNone) {
+    responses.update(client.indications);
+    EXPECT_EQ(responses.respondRestoreMbn(1, 0), 4);
+    responses.update(client.responses);
+    EXPECT_EQ(responses.respondRestoreMbn(1, 0), 0);
+    responses.reset();
+    EXPECT_EQ(responses.respondRestoreMbn(1, 0), 4);
+}
+
+// A count that a client would never let through is cut all the same.
+TEST_F(Proxies, BandListsEndWithTheirRoom) {
+    BandsInfoType bands{};
+    bands.list3.count = 51;
+    bands.list4 = {-1, {5}};
+    responses.update(client.responses);
+    responses.respondGetBandsInfo(1, 0, bands);
+    const std::string answer = client.take().at(0);
+    EXPECT_EQ(std::count(answer.begin(), answer.end(), '0'), 50 + 2) << "type and error, too";
+}
+
+TEST_F(Proxies, LogsAsTheFieldKnowsIt) {
     const auto indicateAll = [&] {
         NetworkStatusInfoType info{};
         proxy.indicateModemRRCState(1, -2, 3, 4);
@@ -77,7 +73,7 @@ TEST_F(IndicationProxy, LogsAsTheFieldKnowsIt) {
                 end[0] + (" indicateAtLogControlInfo: " + end.substr(2)));
     };
     EXPECT_THAT(indicateAll(), linesEndingIn("E indCb null, can't send indication"));
-    proxy.update(client.indications());
+    proxy.update(client.indications);
     EXPECT_EQ(proxy.indicateCachedInfo(), 0);
     EXPECT_EQ(log.take()[0], "I indicateCachedInfo: enter");
     EXPECT_THAT(indicateAll(), linesEndingIn("I succeed"));
@@ -85,12 +81,12 @@ TEST_F(IndicationProxy, LogsAsTheFieldKnowsIt) {
 
 // An event between the look for a callback and the keeping, while another thread installs one: the
 // log line "indCb null" is that very moment.
-TEST_F(IndicationProxy, CallbackInstalledWhileAnEventIsBeingKept) {
+TEST_F(Proxies, CallbackInstalledWhileAnEventIsBeingKept) {
     bool installed = false;
     log.onLine([&](const std::string& line) {
         if (!installed && line.find("indCb null") != std::string::npos) {
             installed = true;
-            proxy.update(client.indications());  // and the replay that follows finds nothing yet
+            proxy.update(client.indications);  // and the replay that follows finds nothing yet
         }
     });
     EXPECT_EQ(proxy.indicateModemRRCState(1, 1, 1, 1), 0);
@@ -99,11 +95,11 @@ TEST_F(IndicationProxy, CallbackInstalledWhileAnEventIsBeingKept) {
 }
 
 // Every event of many threads reaches somebody, or waits: at most one of them, the first.
-TEST_F(IndicationProxy, EventsAgainstInstallationsFromThreads) {
+TEST_F(Proxies, EventsAgainstInstallationsFromThreads) {
     constexpr int ROUNDS = 300;
     std::thread installer([&] {
         for (int i = 0; i < ROUNDS; ++i) {
-            proxy.update(i % 2 == 0 ? client.indications() : nullptr);
+            proxy.update(i % 2 == 0 ? client.indications : nullptr);
             proxy.indicateCachedInfo();
         }
     });
@@ -115,7 +111,7 @@ TEST_F(IndicationProxy, EventsAgainstInstallationsFromThreads) {
     });
     installer.join();
     events.join();
-    proxy.update(client.indications());
+    proxy.update(client.indications);
     proxy.indicateCachedInfo();
     client.take();
     EXPECT_EQ(proxy.indicateCachedInfo(), 0);

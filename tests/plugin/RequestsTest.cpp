@@ -39,10 +39,6 @@ std::vector<Request> askingTheModem() {
 
 }  // namespace
 
-void PrintTo(const Request& row, std::ostream* out) {
-    *out << row.name;
-}
-
 class RequestLog : public testing::TestWithParam<Request> {
 protected:
     static constexpr int SERIAL = 7;
@@ -119,14 +115,15 @@ TEST_P(ModemLog, TellsAnAnswer) {
     EXPECT_THAT(service.modem.calls(), ElementsAre(filled(row.call, row, SERIAL, values)));
     Lines expected = arrivalLines() + argumentLines() + Lines{"I " + handler(row.done)};
     if (row.way == Way::ASYNC) {
-        ASSERT_TRUE(service.modem.answer({}));
+        const modem_async_response response{};
+        ASSERT_TRUE(service.modem.answer(&response, sizeof(response)));
         expected.push_back(
                 "I modemApiAsyncCallback: processing modem api VS async callback data "
                 "for message " +
                 std::to_string(row.id));
     } else if (row.way == Way::TOKEN) {
         const modem_pdc_meta_info_event event{0, 0, SERIAL, {}, 0};
-        service.modem.raise(row.event, &event, sizeof(event));
+        service.raise(row.event, event);
         const std::string what = row.event == 17   ? "get-active-mbn-info"
                                  : row.event == 18 ? "get-meta-mbn-info"
                                                    : "activate-regular-mbn";
@@ -139,7 +136,7 @@ TEST_P(ModemLog, TellsAnAnswer) {
 
 TEST_P(ModemLog, TellsARefusal) {
     const std::string call = row.call;
-    service.modem.returns(call.substr(0, call.find('(')), 1);
+    service.modem.returns(call.substr(0, call.find('(')), {1});
     this->call();
     Lines expected = arrivalLines() + argumentLines();
     if (*row.refused != '\0') {
@@ -203,37 +200,16 @@ TEST_P(RequestLog, TellsWhatCouldNotBePosted) {
 
 TEST(Response, TellsThatNobodyTookIt) {
     Service service;
-    service.install(nullptr, service.client.indications());
+    service.install(nullptr, service.client.indications);
     const auto last = [&] {
         service.call("getOperatingMode", 7);
         Service::runAll();
         return service.log.take().back();
     };
     EXPECT_EQ(last(), "E respondGetOperatingMode: respCb null, can't send response");
-    service.install();
-    service.client.failWith("gone");
+    const auto gone = [](auto, auto&) {
+        return android::hardware::Status::fromStatusT(android::DEAD_OBJECT, "gone");
+    };
+    service.install(new TextClient::ResponseProxy(std::make_shared<Channel>(gone), 1), nullptr);
     EXPECT_THAT(last(), HasSubstr("E respondGetOperatingMode: exception = "));
-}
-
-// A synchronous request costs a record and a message, an asynchronous one a cookie as well.
-TEST(RequestCost, AllocationsInsideThePlugIn) {
-    const struct {
-        const char* method;
-        Lines arguments;
-        size_t allocations;
-    } rows[] = {{"getOperatingMode", {}, 2},    {"setSarState", {"1"}, 2}, {"getVoNRMode", {}, 2},
-                {"getActiveMbnInfo", {"1"}, 2}, {"getBuildTime", {}, 3},   {"restoreMbn", {}, 3}};
-    for (const auto& row : rows) {
-        Service service(0, desk::Delivery::CALLER);
-        service.uninstall();
-        service.log.onLine([](const std::string& line) {
-            if (line.rfind("I ModemImpl::", 0) == 0) {
-                allocations::start();
-            }
-        });
-        service.call(row.method, 1, row.arguments);
-        EXPECT_EQ(allocations::stop(), row.allocations) << row.method;
-        while (service.modem.answer(nullptr, 0)) {
-        }
-    }
 }

@@ -53,10 +53,6 @@ TEST(VsAnswers, BadOnesAreTold) {
             EXPECT_THAT(log[2], HasSubstr(std::string(": serial = 7, err = ") + err));
         }
     }
-}
-
-TEST(VsAnswers, BuildTextsThatAreTooLongAreTold) {
-    Service service;
     modem_async_response response{};
     response.payload.build.length = 256;
     EXPECT_EQ(answer(service, "getBuildTime", &response, sizeof(response))[0],
@@ -94,7 +90,7 @@ TEST(VsProperty, RunsOnIntoWhatFollowsAndStopsTheProcessBeyondTheRecord) {
 
 TEST(VsConnection, GoesOnWithoutItsSubscription) {
     Service service(1);
-    service.modem.returns("modem_api_bind_vs_subscription", 1);
+    service.modem.returns("modem_api_bind_vs_subscription", {1});
     service.connect(VS);
     EXPECT_THAT(service.modem.calls(), testing::SizeIs(5));
     EXPECT_EQ(service.log.take().back(),

@@ -1,6 +1,5 @@
 #include "tests/support/ScriptedModem.h"
 
-#include <algorithm>
 #include <cstring>
 #include <type_traits>
 #include <utility>
@@ -57,7 +56,6 @@ void ScriptedModem::reset() {
     std::lock_guard lock(mMutex);
     mCalls.clear();
     mResults.clear();
-    mNextResults.clear();
     mFills.clear();
     mPending.clear();
 }
@@ -65,15 +63,6 @@ void ScriptedModem::reset() {
 std::vector<std::string> ScriptedModem::calls() const {
     std::lock_guard lock(mMutex);
     return mCalls;
-}
-
-std::vector<std::string> ScriptedModem::calls(const std::string& function) const {
-    std::vector<std::string> some = calls();
-    some.erase(
-            std::remove_if(some.begin(), some.end(),
-                           [&](const std::string& call) { return call.rfind(function, 0) != 0; }),
-            some.end());
-    return some;
 }
 
 bool ScriptedModem::answer(const void* data, size_t length) {
@@ -88,18 +77,10 @@ bool ScriptedModem::answer(const void* data, size_t length) {
     return true;
 }
 
-bool ScriptedModem::answer(const modem_async_response& response) {
-    return answer(&response, sizeof(response));
-}
-
 void ScriptedModem::raise(modem_api_event_type event, const void* data, size_t length) {
     std::vector<uint8_t> copy(static_cast<const uint8_t*>(data),
                               static_cast<const uint8_t*>(data) + (data != nullptr ? length : 0));
     mEventCallback(event, data != nullptr ? copy.data() : nullptr, length);
-}
-
-void ScriptedModem::raiseService(modem_api_event_type event, modem_api_qmi_service_type service) {
-    raise(event, &service, sizeof(service));
 }
 
 int ScriptedModem::enter(const Call& call) {
@@ -111,15 +92,11 @@ int ScriptedModem::enter(const Call& call) {
     {
         std::lock_guard lock(mMutex);
         mCalls.push_back(call.function + ("(" + call.arguments + ")"));
-        if (const auto found = mFills.find(call.function); found != mFills.end()) {
-            fill = found->second;
-        }
-        auto& next = mNextResults[call.function];
-        if (!next.empty()) {
-            result = next.front();
-            next.erase(next.begin());
-        } else if (const auto found = mResults.find(call.function); found != mResults.end()) {
-            result = found->second;
+        fill = mFills[call.function];
+        auto& results = mResults[call.function];
+        result = results.empty() ? 0 : results.front();
+        if (results.size() > 1) {
+            results.erase(results.begin());
         }
         if (result == 0 && call.callback != nullptr) {
             mPending.push_back(call);
@@ -131,9 +108,10 @@ int ScriptedModem::enter(const Call& call) {
     return result;
 }
 
-// The functions, one row each: name, parameters, where the answer goes, what is noted.
+// The functions, one row each: name, parameters, where the answer goes if any, what is noted.
 
-#define SYNC(function, parameters, out, ...)                         \
+#define SYNC(function, parameters, ...) GET(function, parameters, nullptr, __VA_ARGS__)
+#define GET(function, parameters, out, ...)                          \
     int function parameters {                                        \
         const allocations::Pause pause;                              \
         return modem().enter({#function, listed(__VA_ARGS__), out}); \
@@ -146,56 +124,56 @@ int ScriptedModem::enter(const Call& call) {
     }
 
 // clang-format off
-SYNC(modem_api_init_pre, (), nullptr)
-SYNC(modem_api_subscribe_event, (modem_api_event_type event), nullptr, event)
-SYNC(modem_api_register_indications, (), nullptr)
-SYNC(modem_api_init_qmi_connection, (modem_api_qmi_service_type service, int flags), nullptr, service, flags)
-SYNC(modem_api_release_qmi_connection, (modem_api_qmi_service_type service), nullptr, service)
-SYNC(modem_api_bind_nas_subscription, (int32_t instance), nullptr, instance)
-SYNC(modem_api_bind_wds_subscription, (int32_t instance), nullptr, instance)
-SYNC(modem_api_bind_vs_subscription, (int32_t instance), nullptr, instance)
-SYNC(modem_get_operating_mode, (int32_t* mode), mode)
-SYNC(modem_set_operating_mode, (int32_t mode), nullptr, mode)
-SYNC(modem_suppress_nas_ss_inds, (), nullptr)
-SYNC(modem_switch_nr_network_mode, (int32_t mode), nullptr, mode)
-SYNC(modem_get_nr_network_mode, (uint32_t* mode), mode)
-SYNC(modem_set_vonr_mode, (int32_t mode), nullptr, mode)
-SYNC(modem_get_vonr_mode, (uint32_t* mode), mode)
-SYNC(modem_deprioritize_nr_mode, (int32_t mode), nullptr, mode)
-SYNC(modem_qdp_check_ims_profile, (uint32_t* state), state)
-SYNC(modem_qdp_get_ims_profile, (modem_ims_profile* list, uint8_t* count), at(std::pair(list, count)), *count)
-SYNC(modem_qdp_delete_ims_profile, (const modem_ims_profile* profile), nullptr, toHex(profile, 8))
-SYNC(modem_set_sar_dsi, (int32_t state), nullptr, state)
-SYNC(modem_pdc_get_activate_config_info, (int32_t type, int32_t token), nullptr, type, token)
-SYNC(modem_pdc_get_config_info, (const uint8_t* id, int32_t length, int32_t token), nullptr, toHex(id, 124), length, token)
-SYNC(modem_pdc_set_selected_config_info, (int32_t type, const uint8_t* id), nullptr, type, toHex(id, 124))
-SYNC(modem_pdc_set_selected_config_info_ext, (int32_t type, const uint8_t* id, int32_t length), nullptr, type, toHex(id, 124), length)
-SYNC(modem_pdc_delete_all_mbns, (), nullptr)
-SYNC(modem_pdc_activate_config, (int32_t type), nullptr, type)
-SYNC(modem_pdc_deactivate_config, (int32_t type), nullptr, type)
-SYNC(modem_pdc_activate_regular_config, (int32_t type, int32_t token), nullptr, type, token)
-SYNC(modem_pdc_load_configuration, (const char* id, const uint8_t* chunk, int32_t length, int32_t total),
-     at(std::string(chunk, chunk + length)), id, length, total)
-SYNC(modem_api_delete_modem_property_sync, (const char* name), nullptr, name)
-SYNC(modem_common_interface_debug, (uint32_t value), nullptr, value)
-SYNC(modem_api_get_simlock_info, (modem_simlock_info* info), info)
-SYNC(modem_api_get_simlock_fuse_status, (uint32_t* status), status)
-SYNC(modem_subsystem_reboot, (), nullptr)
-SYNC(modem_read_nv_for_subid, (int32_t selector1, int32_t item, uint8_t selector2, uint8_t* buffer, size_t* length),
-     at(std::pair(buffer, length)), selector1, item, selector2, *length)
-SYNC(modem_write_nv_for_subid, (int32_t selector1, int32_t item, const uint8_t* data, size_t size), nullptr,
-     selector1, item, toHex(data, size))
-SYNC(modem_verify_nv, (int32_t item, const uint8_t* data, size_t size, modem_nv_verification* result), result, item, toHex(data, size))
-SYNC(modem_read_efs_for_subid, (uint32_t sub, int32_t file, uint8_t* buffer, size_t* length),
-     at(std::pair(buffer, length)), sub, file, *length)
-SYNC(modem_write_efs_for_subid, (uint32_t sub, int32_t file, const uint8_t* data, size_t size), nullptr, sub, file, toHex(data, size))
-SYNC(modem_del_efs_for_subid, (uint32_t sub, int32_t file), nullptr, sub, file)
-SYNC(modem_del_efs_file_dir, (int32_t directory), nullptr, directory)
-SYNC(modem_read_prl, (uint8_t selector, uint8_t* buffer, size_t* length), at(std::pair(buffer, length)), selector, *length)
-SYNC(modem_write_prl, (uint8_t selector, const uint8_t* data, size_t size), nullptr, selector, toHex(data, size))
-SYNC(modem_atlog_cmd_reg, (const char* name), nullptr, name)
-SYNC(modem_atlog_send_resp, (const modem_atlog_resp_type* response), nullptr,
-     response->handle, response->result, response->kind, response->unused)
+using Bytes = const uint8_t*;
+
+SYNC(modem_api_init_pre, ())
+SYNC(modem_api_subscribe_event, (modem_api_event_type event), event)
+SYNC(modem_api_register_indications, ())
+SYNC(modem_api_init_qmi_connection, (modem_api_qmi_service_type service, int flags), service, flags)
+SYNC(modem_api_release_qmi_connection, (modem_api_qmi_service_type service), service)
+SYNC(modem_api_bind_nas_subscription, (int32_t instance), instance)
+SYNC(modem_api_bind_wds_subscription, (int32_t instance), instance)
+SYNC(modem_api_bind_vs_subscription, (int32_t instance), instance)
+GET(modem_get_operating_mode, (int32_t* mode), mode)
+SYNC(modem_set_operating_mode, (int32_t mode), mode)
+SYNC(modem_suppress_nas_ss_inds, ())
+SYNC(modem_switch_nr_network_mode, (int32_t mode), mode)
+GET(modem_get_nr_network_mode, (uint32_t* mode), mode)
+SYNC(modem_set_vonr_mode, (int32_t mode), mode)
+GET(modem_get_vonr_mode, (uint32_t* mode), mode)
+SYNC(modem_deprioritize_nr_mode, (int32_t mode), mode)
+GET(modem_qdp_check_ims_profile, (uint32_t* state), state)
+GET(modem_qdp_get_ims_profile, (modem_ims_profile* list, uint8_t* count), at(std::pair(list, count)), *count)
+SYNC(modem_qdp_delete_ims_profile, (const modem_ims_profile* profile), toHex(profile, 8))
+SYNC(modem_set_sar_dsi, (int32_t state), state)
+SYNC(modem_pdc_get_activate_config_info, (int32_t type, int32_t token), type, token)
+SYNC(modem_pdc_get_config_info, (Bytes id, int32_t len, int32_t token), toHex(id, 124), len, token)
+SYNC(modem_pdc_set_selected_config_info, (int32_t type, Bytes id), type, toHex(id, 124))
+SYNC(modem_pdc_set_selected_config_info_ext, (int32_t type, Bytes id, int32_t length), type, toHex(id, 124), length)
+SYNC(modem_pdc_delete_all_mbns, ())
+SYNC(modem_pdc_activate_config, (int32_t type), type)
+SYNC(modem_pdc_deactivate_config, (int32_t type), type)
+SYNC(modem_pdc_activate_regular_config, (int32_t type, int32_t token), type, token)
+GET(modem_pdc_load_configuration, (const char* id, Bytes chunk, int32_t length, int32_t total),
+    at(std::string(chunk, chunk + length)), id, length, total)
+SYNC(modem_api_delete_modem_property_sync, (const char* name), name)
+SYNC(modem_common_interface_debug, (uint32_t value), value)
+GET(modem_api_get_simlock_info, (modem_simlock_info* info), info)
+GET(modem_api_get_simlock_fuse_status, (uint32_t* status), status)
+SYNC(modem_subsystem_reboot, ())
+GET(modem_read_nv_for_subid, (int32_t selector1, int32_t item, uint8_t selector2, uint8_t* buffer, size_t* length),
+    at(std::pair(buffer, length)), selector1, item, selector2, *length)
+SYNC(modem_write_nv_for_subid, (int32_t selector1, int32_t item, Bytes data, size_t size), selector1, item, toHex(data, size))
+GET(modem_verify_nv, (int32_t item, Bytes data, size_t size, modem_nv_verification* result), result, item, toHex(data, size))
+GET(modem_read_efs_for_subid, (uint32_t sub, int32_t file, uint8_t* buffer, size_t* length),
+    at(std::pair(buffer, length)), sub, file, *length)
+SYNC(modem_write_efs_for_subid, (uint32_t sub, int32_t file, Bytes data, size_t size), sub, file, toHex(data, size))
+SYNC(modem_del_efs_for_subid, (uint32_t sub, int32_t file), sub, file)
+SYNC(modem_del_efs_file_dir, (int32_t directory), directory)
+GET(modem_read_prl, (uint8_t selector, uint8_t* buffer, size_t* length), at(std::pair(buffer, length)), selector, *length)
+SYNC(modem_write_prl, (uint8_t selector, Bytes data, size_t size), selector, toHex(data, size))
+SYNC(modem_atlog_cmd_reg, (const char* name), name)
+SYNC(modem_atlog_send_resp, (const modem_atlog_resp_type* response), response->handle, response->result, response->kind, response->unused)
 
 ASYNC(modem_get_build_time, (COOKIE))
 ASYNC(modem_get_build_id, (COOKIE))
@@ -205,7 +183,7 @@ ASYNC(modem_api_set_agps_test_mode, (uint32_t mode, COOKIE), mode)
 ASYNC(modem_api_get_agps_test_mode, (COOKIE))
 ASYNC(modem_api_get_power_save_mode, (COOKIE))
 ASYNC(modem_api_set_power_save_mode, (uint8_t mode, COOKIE), mode)
-ASYNC(modem_api_set_modem_property, (const modem_property_record* property, COOKIE), toHex(property, 576))
+ASYNC(modem_api_set_modem_property, (const modem_property_record* value, COOKIE), toHex(value, 576))
 ASYNC(modem_api_get_modem_property, (const char* name, COOKIE), name)
 ASYNC(modem_api_set_power_save_status, (uint8_t status, COOKIE), status)
 ASYNC(modem_get_bands_info, (COOKIE))

@@ -24,14 +24,10 @@ public:
     /** Forgets calls, scripts and pending answers; pending cookies must have been taken. */
     void reset();
 
-    /** What a function returns from now on, or for the next calls alone. */
-    void returns(const std::string& function, int result) {
+    /** What a function returns: one result for each call, and the last one from then on. */
+    void returns(const std::string& function, std::vector<int> results) {
         std::lock_guard lock(mMutex);
-        mResults[function] = result;
-    }
-    void returnsOnce(const std::string& function, std::vector<int> results) {
-        std::lock_guard lock(mMutex);
-        mNextResults[function] = std::move(results);
+        mResults[function] = std::move(results);
     }
 
     /** Runs inside a function, before it returns: to fill what it was given. */
@@ -41,8 +37,6 @@ public:
     }
 
     std::vector<std::string> calls() const;
-    /** Calls of one function, or of those that begin so. */
-    std::vector<std::string> calls(const std::string& function) const;
     void clearCalls() {
         std::lock_guard lock(mMutex);
         mCalls.clear();
@@ -50,11 +44,9 @@ public:
 
     /** Answers the oldest asynchronous request on this thread; false when none waits. */
     bool answer(const void* data, size_t length);
-    bool answer(const modem_async_response& response);
 
     /** Raises an event on this thread through the callback that the service installed. */
     void raise(modem_api_event_type event, const void* data, size_t length);
-    void raiseService(modem_api_event_type event, modem_api_qmi_service_type service);
 
     /** A call as the modem gets it. */
     struct Call {
@@ -74,8 +66,7 @@ public:
 private:
     mutable std::mutex mMutex;
     std::vector<std::string> mCalls;
-    std::map<std::string, int> mResults;
-    std::map<std::string, std::vector<int>> mNextResults;
+    std::map<std::string, std::vector<int>> mResults;
     std::map<std::string, std::function<void(void*)>> mFills;
     std::deque<Call> mPending;  ///< asynchronous requests that wait for their answer
     modem_api_event_callback mEventCallback = nullptr;

@@ -39,9 +39,11 @@ public:
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    void connect(int service) { modem.raiseService(MODEM_API_EVENT_SERVICE_CONNECTED, service); }
-    void disconnect(int service) {
-        modem.raiseService(MODEM_API_EVENT_SERVICE_DISCONNECTED, service);
+    void connect(int service) { raise(MODEM_API_EVENT_SERVICE_CONNECTED, service); }
+    void disconnect(int service) { raise(MODEM_API_EVENT_SERVICE_DISCONNECTED, service); }
+    template <class Data>
+    void raise(int event, const Data& data) {
+        modem.raise(event, &data, sizeof(data));
     }
 
     /** Installs callbacks; either may be null. */
@@ -49,7 +51,7 @@ public:
                  const android::sp<TextClient::IModemIndication>& indication) const {
         EXPECT_TRUE(impl->setCallback(response, indication).isOk());
     }
-    void install() const { install(client.responses(), client.indications()); }
+    void install() const { install(client.responses, client.indications); }
     void uninstall() const { install(nullptr, nullptr); }
 
     /** Makes a request, without running it. */

@@ -1,55 +1,74 @@
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
-#include <cstdint>
-#include <functional>
+#include <vendor/lyr/modem/1.0/transport.h>
+
+#include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include <hidl/Table.h>
-#include <hidl/Transport.h>
-#include <vendor/lyr/modem/1.0/IModem.h>
-#include <vendor/lyr/modem/1.0/table.h>
+#include "tests/support/Channel.h"
+#include "tools/modemctl/Api.h"
+#include "tools/modemctl/Values.h"
 
 /**
  * A client in this process, without a socket. What it is sent it keeps as JSON lines, as the client
  * command prints them; requests are made by name with text arguments.
  */
 class TextClient {
+    /** Of the callbacks, which may outlive the client. */
+    struct Inbox {
+        std::mutex mutex;
+        std::vector<std::string> lines;
+    };
+    const std::shared_ptr<Inbox> mInbox = std::make_shared<Inbox>();
+
 public:
     using IModem = vendor::lyr::modem::V1_0::IModem;
     using IModemIndication = vendor::lyr::modem::V1_0::IModemIndication;
     using IModemResponse = vendor::lyr::modem::V1_0::IModemResponse;
+    using ResponseProxy = vendor::lyr::modem::V1_0::BpHwModemResponse;
+    using IndicationProxy = vendor::lyr::modem::V1_0::BpHwModemIndication;
 
-    TextClient();
-
-    /** The client's callbacks. They may outlive it. */
-    android::sp<IModemResponse> responses() const { return mResponses; }
-    android::sp<IModemIndication> indications() const { return mIndications; }
-
-    /** Makes every call to a callback fail with this description, "" for none. */
-    void failWith(const std::string& description);
+    const android::sp<IModemResponse> responses{new ResponseProxy(channel(api::ANSWERS), 1)};
+    const android::sp<IModemIndication> indications{new IndicationProxy(channel(api::EVENTS), 1)};
 
     /** What came so far, taken out. */
-    std::vector<std::string> take();
-
-    /** Waits until `count` calls came; those that are there are taken out. */
-    std::vector<std::string> waitFor(size_t count);
+    std::vector<std::string> take() {
+        std::lock_guard lock(mInbox->mutex);
+        return std::exchange(mInbox->lines, {});
+    }
 
     /** Calls a request by name, as a client's call arrives; throws on bad arguments. */
     static void call(const android::sp<IModem>& modem, const std::string& method, int32_t serial,
-                     const std::vector<std::string>& arguments);
-
-    struct Inbox;  ///< for the channels
+                     const std::vector<std::string>& arguments) {
+        const hal::Method& request = api::request(method);
+        hal::Parcel written, reply;
+        values::encode(written, request, serial, arguments);
+        hal::Parcel read(nullptr, written.data(), written.size());
+        const android::sp<hal::Stub> stub(new hal::InterfaceStub<IModem>(modem));
+        if (!stub->onTransact(request.code, read, reply)) {
+            throw std::logic_error("undecodable call of " + method);
+        }
+    }
 
 private:
-    std::shared_ptr<Inbox> mInbox;
-    android::sp<IModemResponse> mResponses;
-    android::sp<IModemIndication> mIndications;
+    /** To the inbox, whose lines are the calls of this interface. */
+    std::shared_ptr<Channel> channel(const hal::Interface& interface) const {
+        return std::make_shared<Channel>(
+                [inbox = mInbox, &interface](uint32_t code, hal::Parcel& args) {
+                    const hal::Method& method = interface.methods[code - 1];
+                    hal::Parcel reading(nullptr, args.data(), args.size());
+                    nlohmann::ordered_json line{{"method", method.name}}, arguments;
+                    if (!values::decode(reading, method, arguments)) {
+                        throw std::logic_error(std::string("undecodable call of ") + method.name);
+                    }
+                    line.update(arguments);
+                    std::lock_guard lock(inbox->mutex);
+                    inbox->lines.push_back(values::line(line));
+                    return android::hardware::Void();
+                });
+    }
 };
-
-/** The JSON line of an answer with a coarse error; `payload` are further members, or "". */
-std::string answerLine(const std::string& method, int serial, int error,
-                       const std::string& payload);
