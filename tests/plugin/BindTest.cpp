@@ -1,5 +1,5 @@
-// Binding of subscriptions and deletion of profiles as they are logged. When an attempt is made,
-// and what becomes of requests meanwhile, the generated schedules follow.
+// Connecting, binding of subscriptions and deletion of profiles as they are logged. When an attempt
+// is made, and what becomes of requests meanwhile, the generated schedules follow.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,12 +11,6 @@
 #include "tests/support/Service.h"
 
 using testing::Contains;
-
-namespace {
-
-using Lines = std::vector<std::string>;
-
-}  // namespace
 
 class Bind : public testing::TestWithParam<Qmi> {
 protected:
@@ -30,14 +24,14 @@ protected:
     const std::string retry =
             " bindSubscription: retry binding " + name + " QMI subscription with instance id 1 ";
     Service service{1};
-    std::shared_ptr<ModemImpl> impl = makeUnbound();
 
-    std::shared_ptr<ModemImpl> makeUnbound() {
+    Bind() { startUnbound(); }
+
+    void startUnbound() {
         service.modem.returns(function.substr(0, function.find('(')), {1});
-        const auto made = ModemImpl::create(1);
-        made->setup();
+        service.impl = ModemImpl::create(1);
+        service.impl->setup();
         service.forget();
-        return made;
     }
 };
 INSTANTIATE_TEST_SUITE_P(Clients, Bind, testing::Values(NAS, WDS));
@@ -56,7 +50,7 @@ TEST_P(Bind, TellsTwentyRetriesInEitherDelivery) {
 
     for (const auto delivery : {desk::Delivery::CALLER, desk::Delivery::THREADS}) {
         desk::setDelivery(delivery);
-        impl = makeUnbound();
+        startUnbound();
         service.connect(GetParam());
         ASSERT_TRUE(service.log.waitFor("reach max 20 times"));
         EXPECT_THAT(service.modem.calls(), Contains(function).Times(21));
@@ -65,7 +59,7 @@ TEST_P(Bind, TellsTwentyRetriesInEitherDelivery) {
 
 TEST_P(Bind, IsTriedBeforeAnyRequest) {
     const bool isNas = GetParam() == NAS;
-    TextClient::call(impl.get(), isNas ? "getVoNRMode" : "isImsProfileNormal", 5, {});
+    service.call(isNas ? "getVoNRMode" : "isImsProfileNormal", 5);
     Service::runAll();
     const std::string handler = isNas ? "GetVoNRMode" : "CheckImsProfileNormalMessage";
     EXPECT_THAT(service.log.take(),
@@ -78,11 +72,16 @@ TEST_P(Bind, IsTriedBeforeAnyRequest) {
               (Lines{handling, "E handleBindSubscriptionMessage: invalid parameter"}));
 }
 
-TEST(NasBind, SuppressionThatFailsIsOnlyLogged) {
-    Service service;
+// What is called nevertheless, the generated schedules follow.
+TEST(Connection, GoesOnWithoutWhatTheModemRefuses) {
+    Service service(1);
     service.modem.returns("modem_suppress_nas_ss_inds", {1});
+    service.modem.returns("modem_api_bind_vs_subscription", {1});
     service.connect(NAS);
     EXPECT_EQ(service.log.take().back(), "E onConnected: failed to suppress NAS ss indications");
+    service.connect(VS);
+    EXPECT_EQ(service.log.take().back(),
+              "E onConnected: failed to bind VS QMI subscription for instance id 1");
 }
 
 TEST(Profiles, AreAllTriedAndTold) {

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -20,8 +22,6 @@ using testing::IsEmpty;
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 Lines operator+(Lines a, const Lines& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
@@ -29,11 +29,8 @@ Lines operator+(Lines a, const Lines& b) {
 
 std::vector<Request> askingTheModem() {
     std::vector<Request> rows;
-    for (const Request& row : requests()) {
-        if (row.way == Way::SYNC || row.way == Way::ASYNC || row.way == Way::TOKEN) {
-            rows.push_back(row);
-        }
-    }
+    std::copy_if(requests().begin(), requests().end(), std::back_inserter(rows),
+                 [](const Request& row) { return row.way <= Way::TOKEN; });
     return rows;
 }
 
@@ -58,7 +55,7 @@ protected:
         service.call(row.name, SERIAL, arguments);
         Service::runAll();
     }
-    std::string handler(const char* line) const {
+    std::string handler(const std::string& line) const {
         return (row.handler != nullptr ? row.handler : "handle" + name + "Message") + ": " + line;
     }
     Lines entryLines() const {
@@ -82,11 +79,11 @@ protected:
         return text + "QmiClient";
     }
     /** Lines of a response; four methods tell their number, too. */
-    Lines respondLines(int err, const std::string& end = "succeed") const {
-        std::string first = "I respond" + name + ": serial = 7, err = " + std::to_string(err);
+    Lines respondLines(int err) const {
+        const std::string self = "I respond" + name + ": ";
         const bool tells = row.payload == Payload::WORD && row.service != VS;
-        first += !tells ? "" : row.service == WDS ? ", result = 0" : ", mode = 0";
-        return {first, (end == "succeed" ? "I respond" : "E respond") + name + ": " + end};
+        const char* number = !tells ? "" : row.service == WDS ? ", result = 0" : ", mode = 0";
+        return {self + "serial = 7, err = " + std::to_string(err) + number, self + "succeed"};
     }
     /** What is told of the arguments before the modem is called. */
     Lines argumentLines() const {
@@ -94,7 +91,7 @@ protected:
                                  : row.name == std::string("selectMbnExt") ? "config length = 5"
                                  : row.service == SAR                      ? "sar state = 5"
                                                                            : "";
-        return line.empty() ? Lines{} : Lines{"I " + handler(line.c_str())};
+        return line.empty() ? Lines{} : Lines{"I " + handler(line)};
     }
 
     const Request& row = GetParam();
@@ -118,8 +115,8 @@ TEST_P(ModemLog, TellsAnAnswer) {
         const modem_async_response response{};
         ASSERT_TRUE(service.modem.answer(&response, sizeof(response)));
         expected.push_back(
-                "I modemApiAsyncCallback: processing modem api VS async callback data "
-                "for message " +
+                "I modemApiAsyncCallback: processing modem api VS async callback data for "
+                "message " +
                 std::to_string(row.id));
     } else if (row.way == Way::TOKEN) {
         const modem_pdc_meta_info_event event{0, 0, SERIAL, {}, 0};
@@ -134,26 +131,23 @@ TEST_P(ModemLog, TellsAnAnswer) {
     EXPECT_EQ(service.log.take(), expected + respondLines(0));
 }
 
-TEST_P(ModemLog, TellsARefusal) {
-    const std::string call = row.call;
-    service.modem.returns(call.substr(0, call.find('(')), {1});
-    this->call();
+TEST_P(ModemLog, TellsThatItWasRefusedOrTheServiceIsNotConnected) {
+    const bool isSilent = row.event == 17;  // an event alone answers it
+    const std::string function(row.call, strcspn(row.call, "("));
+    service.modem.returns(function, {1});
+    call();
     Lines expected = arrivalLines() + argumentLines();
     if (*row.refused != '\0') {
         expected.push_back((row.event == 18 ? "I " : "E ") + handler(row.refused));
     }
-    EXPECT_EQ(service.log.take(), row.event == 17 ? expected : expected + respondLines(1));
-}
-
-TEST_P(ModemLog, TellsThatTheServiceIsNotConnected) {
+    EXPECT_EQ(service.log.take(), isSilent ? expected : expected + respondLines(1));
     service.disconnect(row.service);
-    service.forget();
+    service.log.take();
     call();
-    const std::string line =
-            ModemImpl::getQmiServiceName(row.service) + " QMI service not connected";
-    const Lines expected = arrivalLines() + Lines{"E " + handler(line.c_str())};
-    EXPECT_EQ(service.log.take(),
-              row.event == 17 ? expected : expected + respondLines(row.service == PDC ? 1 : 4));
+    const std::string line = ModemImpl::getQmiServiceName(row.service);
+    expected = arrivalLines() + Lines{"E " + handler(line + " QMI service not connected")};
+    const int err = row.service == PDC ? 1 : 4;
+    EXPECT_EQ(service.log.take(), isSilent ? expected : expected + respondLines(err));
 }
 
 TEST_P(RequestLog, TellsAWrongRecordWhichHasNoAnswer) {

@@ -1,5 +1,5 @@
 // The vendor-specific client beyond what requests share: bad answers as they are logged,
-// records that run over, and how it connects.
+// and records that run over.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,8 +14,6 @@
 using testing::HasSubstr;
 
 namespace {
-
-using Lines = std::vector<std::string>;
 
 /** Lines of the answer to a request, from the one after its arrival. */
 Lines answer(Service& service, const char* method, const void* data, size_t length) {
@@ -86,13 +84,4 @@ TEST(VsProperty, RunsOnIntoWhatFollowsAndStopsTheProcessBeyondTheRecord) {
     EXPECT_EQ(set(1, 516).substr(2 * 572), "04020000");
     EXPECT_DEATH(set(576, 1), "F handleSetModemPropertyMessage: 576 bytes don't fit into 575");
     EXPECT_DEATH(set(1, 517), "F handleSetModemPropertyMessage: 517 bytes don't fit into 516");
-}
-
-TEST(VsConnection, GoesOnWithoutItsSubscription) {
-    Service service(1);
-    service.modem.returns("modem_api_bind_vs_subscription", {1});
-    service.connect(VS);
-    EXPECT_THAT(service.modem.calls(), testing::SizeIs(5));
-    EXPECT_EQ(service.log.take().back(),
-              "E onConnected: failed to bind VS QMI subscription for instance id 1");
 }

@@ -13,6 +13,8 @@
 
 #include "tests/support/Allocations.h"
 
+using Lines = std::vector<std::string>;
+
 /** Takes the log's lines while it lives, each as "<priority letter> <text>", of any thread. */
 class LogCapture {
 public:
@@ -32,7 +34,7 @@ public:
     LogCapture& operator=(const LogCapture&) = delete;
 
     /** The lines so far, taken out. */
-    std::vector<std::string> take() {
+    Lines take() {
         std::lock_guard lock(mMutex);
         return std::exchange(mLines, {});
     }
@@ -56,6 +58,6 @@ public:
 private:
     mutable std::mutex mMutex;
     std::condition_variable mChanged;
-    std::vector<std::string> mLines;
+    Lines mLines;
     std::function<void(const std::string&)> mAction;
 };

@@ -138,14 +138,10 @@ std::string propertyRecord(const std::string& name, const std::string& value) {
 }
 
 std::string argument(const hal::Type& type, const Value& value) {
-    switch (type.kind) {
-        case hal::Type::Kind::STRING:
-            return value.bytes.substr(0, value.bytes.find('\0'));
-        case hal::Type::Kind::VEC:
-            return hex(value.bytes);
-        default:
-            return std::to_string(value.number);
+    if (type.kind == hal::Type::Kind::STRING) {
+        return value.bytes.substr(0, value.bytes.find('\0'));
     }
+    return type.kind == hal::Type::Kind::VEC ? hex(value.bytes) : std::to_string(value.number);
 }
 
 }  // namespace

@@ -21,20 +21,9 @@ enum class Way {
 };
 
 /** What an answer carries besides its info, and the modem's bytes that it is made of. */
-enum class Payload {
-    NONE,
-    WORD,
-    BYTE,
-    BYTE1,
-    BYTE2,
-    VERIFIED,
-    DATA,
-    BUILD,
-    TEXT,
-    BANDS,
-    MBN,
-    LIST
-};
+enum class Payload {  // clang-format off
+    NONE, WORD, BYTE, BYTE1, BYTE2, VERIFIED, DATA, BUILD, TEXT, BANDS, MBN, LIST
+};  // clang-format on
 
 /** Wording of a post that fails, as `QmiClient` has it. */
 enum class Posts { BY_ID, BY_NAME, SHORT };

@@ -53,26 +53,18 @@ ScriptedModem& ScriptedModem::instance() {
 }
 
 void ScriptedModem::reset() {
-    std::lock_guard lock(mMutex);
     mCalls.clear();
     mResults.clear();
     mFills.clear();
     mPending.clear();
 }
 
-std::vector<std::string> ScriptedModem::calls() const {
-    std::lock_guard lock(mMutex);
-    return mCalls;
-}
-
 bool ScriptedModem::answer(const void* data, size_t length) {
-    std::unique_lock lock(mMutex);
     if (mPending.empty()) {
         return false;
     }
     const Call first = mPending.front();
     mPending.pop_front();
-    lock.unlock();
     first.callback(data, length, first.cookie, MODEM_API_RESULT_SUCCESS);
     return true;
 }

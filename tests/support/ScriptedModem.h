@@ -15,7 +15,8 @@
 /**
  * A modem API that does as the test says: it notes each call as text, such as
  * "modem_set_operating_mode(5)", and returns what was scripted for its function, 0 by default.
- * Linked in place of the modem's library. Safe on any thread.
+ * Linked in place of the modem's library. The functions are safe on any thread; the script is the
+ * test's, between their calls.
  */
 class ScriptedModem {
 public:
@@ -26,21 +27,16 @@ public:
 
     /** What a function returns: one result for each call, and the last one from then on. */
     void returns(const std::string& function, std::vector<int> results) {
-        std::lock_guard lock(mMutex);
         mResults[function] = std::move(results);
     }
 
     /** Runs inside a function, before it returns: to fill what it was given. */
     void onCall(const std::string& function, std::function<void(void*)> fill) {
-        std::lock_guard lock(mMutex);
         mFills[function] = std::move(fill);
     }
 
-    std::vector<std::string> calls() const;
-    void clearCalls() {
-        std::lock_guard lock(mMutex);
-        mCalls.clear();
-    }
+    const std::vector<std::string>& calls() const { return mCalls; }
+    void clearCalls() { mCalls.clear(); }
 
     /** Answers the oldest asynchronous request on this thread; false when none waits. */
     bool answer(const void* data, size_t length);
@@ -64,7 +60,7 @@ public:
     void setEventCallback(modem_api_event_callback callback) { mEventCallback = callback; }
 
 private:
-    mutable std::mutex mMutex;
+    std::mutex mMutex;
     std::vector<std::string> mCalls;
     std::map<std::string, std::vector<int>> mResults;
     std::map<std::string, std::function<void(void*)>> mFills;

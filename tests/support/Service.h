@@ -18,6 +18,8 @@
  */
 class Service {
 public:
+    using IModem = vendor::lyr::modem::V1_0::IModem;
+
     explicit Service(int instanceId = 0, desk::Delivery delivery = desk::Delivery::STEPS) {
         desk::setDelivery(delivery);
         modem.reset();
@@ -54,10 +56,14 @@ public:
     void install() const { install(client.responses, client.indications); }
     void uninstall() const { install(nullptr, nullptr); }
 
-    /** Makes a request, without running it. */
-    void call(const std::string& method, int serial,
-              const std::vector<std::string>& arguments = {}) {
-        TextClient::call(impl.get(), method, serial, arguments);
+    /** Makes a request by name, as a client's call arrives, without running it. */
+    void call(const std::string& method, int serial, const Lines& arguments = {}) {
+        const hal::Method& request = api::request(method);
+        hal::Parcel written, reply;
+        values::encode(written, request, serial, arguments);
+        hal::Parcel read(nullptr, written.data(), written.size());
+        const android::sp<hal::Stub> stub(new hal::InterfaceStub<IModem>(impl.get()));
+        EXPECT_TRUE(stub->onTransact(request.code, read, reply)) << method;
     }
 
     /** Runs every waiting message, and those that they post. */

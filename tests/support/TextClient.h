@@ -14,8 +14,8 @@
 #include "tools/modemctl/Values.h"
 
 /**
- * A client in this process, without a socket. What it is sent it keeps as JSON lines, as the client
- * command prints them; requests are made by name with text arguments.
+ * A client's callbacks in this process, without a socket. What they are sent is kept as JSON lines,
+ * as the client command prints them.
  */
 class TextClient {
     /** Of the callbacks, which may outlive the client. */
@@ -26,7 +26,6 @@ class TextClient {
     const std::shared_ptr<Inbox> mInbox = std::make_shared<Inbox>();
 
 public:
-    using IModem = vendor::lyr::modem::V1_0::IModem;
     using IModemIndication = vendor::lyr::modem::V1_0::IModemIndication;
     using IModemResponse = vendor::lyr::modem::V1_0::IModemResponse;
     using ResponseProxy = vendor::lyr::modem::V1_0::BpHwModemResponse;
@@ -39,19 +38,6 @@ public:
     std::vector<std::string> take() {
         std::lock_guard lock(mInbox->mutex);
         return std::exchange(mInbox->lines, {});
-    }
-
-    /** Calls a request by name, as a client's call arrives; throws on bad arguments. */
-    static void call(const android::sp<IModem>& modem, const std::string& method, int32_t serial,
-                     const std::vector<std::string>& arguments) {
-        const hal::Method& request = api::request(method);
-        hal::Parcel written, reply;
-        values::encode(written, request, serial, arguments);
-        hal::Parcel read(nullptr, written.data(), written.size());
-        const android::sp<hal::Stub> stub(new hal::InterfaceStub<IModem>(modem));
-        if (!stub->onTransact(request.code, read, reply)) {
-            throw std::logic_error("undecodable call of " + method);
-        }
     }
 
 private:
