@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,10 +28,10 @@ Lines operator+(Lines a, const Lines& b) {
     return a;
 }
 
-std::vector<Request> askingTheModem() {
+std::vector<Request> requestsOf(const std::set<Way>& ways) {
     std::vector<Request> rows;
     std::copy_if(requests().begin(), requests().end(), std::back_inserter(rows),
-                 [](const Request& row) { return row.way <= Way::TOKEN; });
+                 [&](const Request& row) { return ways.count(row.way) != 0; });
     return rows;
 }
 
@@ -85,12 +86,16 @@ protected:
         const char* number = !tells ? "" : row.service == WDS ? ", result = 0" : ", mode = 0";
         return {self + "serial = 7, err = " + std::to_string(err) + number, self + "succeed"};
     }
+    std::string callbackLine() const {
+        return "I modemApiAsyncCallback: processing modem api VS async callback data for message " +
+               std::to_string(row.id);
+    }
     /** What is told of the arguments before the modem is called. */
     Lines argumentLines() const {
-        const std::string line = row.name == std::string("getMetaMbnInfo") ? "data length = 5"
-                                 : row.name == std::string("selectMbnExt") ? "config length = 5"
-                                 : row.service == SAR                      ? "sar state = 5"
-                                                                           : "";
+        const std::string line = name == "GetMetaMbnInfo" ? "data length = 5"
+                                 : name == "SelectMbnExt" ? "config length = 5"
+                                 : row.service == SAR     ? "sar state = 5"
+                                                          : "";
         return line.empty() ? Lines{} : Lines{"I " + handler(line)};
     }
 
@@ -100,12 +105,16 @@ protected:
     std::vector<Value> values;
     Service service;
 };
-INSTANTIATE_TEST_SUITE_P(All, RequestLog, testing::ValuesIn(requests()),
-                         [](const auto& info) { return info.param.name; });
+const auto NAME_OF = [](const auto& info) { return info.param.name; };
+INSTANTIATE_TEST_SUITE_P(All, RequestLog, testing::ValuesIn(requests()), NAME_OF);
 
 class ModemLog : public RequestLog {};
-INSTANTIATE_TEST_SUITE_P(All, ModemLog, testing::ValuesIn(askingTheModem()),
-                         [](const auto& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(All, ModemLog,
+                         testing::ValuesIn(requestsOf({Way::SYNC, Way::ASYNC, Way::TOKEN})),
+                         NAME_OF);
+
+class AsyncLog : public RequestLog {};
+INSTANTIATE_TEST_SUITE_P(All, AsyncLog, testing::ValuesIn(requestsOf({Way::ASYNC})), NAME_OF);
 
 TEST_P(ModemLog, TellsAnAnswer) {
     call();
@@ -114,10 +123,7 @@ TEST_P(ModemLog, TellsAnAnswer) {
     if (row.way == Way::ASYNC) {
         const modem_async_response response{};
         ASSERT_TRUE(service.modem.answer(&response, sizeof(response)));
-        expected.push_back(
-                "I modemApiAsyncCallback: processing modem api VS async callback data for "
-                "message " +
-                std::to_string(row.id));
+        expected.push_back(callbackLine());
     } else if (row.way == Way::TOKEN) {
         const modem_pdc_meta_info_event event{0, 0, SERIAL, {}, 0};
         service.raise(row.event, event);
@@ -148,6 +154,23 @@ TEST_P(ModemLog, TellsThatItWasRefusedOrTheServiceIsNotConnected) {
     expected = arrivalLines() + Lines{"E " + handler(line + " QMI service not connected")};
     const int err = row.service == PDC ? 1 : 4;
     EXPECT_EQ(service.log.take(), isSilent ? expected : expected + respondLines(err));
+}
+
+TEST_P(AsyncLog, TellsABadAnswer) {
+    const char* const end = name == "AbortRRCConnection" ? "Response" : "AsyncResponse";
+    for (const uint32_t result : {0, 3, 5, -1}) {  // after success, one byte is missing
+        call();
+        service.log.take();
+        const modem_async_response response{0, result, {}};
+        ASSERT_TRUE(service.modem.answer(&response, sizeof(response) - (result == 0 ? 1 : 0)));
+        const std::string what = result == 0 ? "data request" : "result";
+        const Lines expected{
+                callbackLine(),
+                "E verifyModemAPIResponse: invalid async response " + what + ", can't process",
+                "E process" + name + end + ": invalid async response data"};
+        const int err = result == 5 ? 2 : result == 0 || result == 3 ? 3 : 1;
+        EXPECT_EQ(service.log.take(), expected + respondLines(err));
+    }
 }
 
 TEST_P(RequestLog, TellsAWrongRecordWhichHasNoAnswer) {
