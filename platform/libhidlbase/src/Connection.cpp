@@ -1,15 +1,13 @@
 #include <fcntl.h>
 #include <hidl/Transport.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <system_error>
 #include <thread>
 
+#include "Incoming.h"
 #include "Outgoing.h"
 #include "runtime/Burst.h"
 #include "runtime/Caller.h"
@@ -24,16 +22,12 @@ namespace hal {
 
 namespace {
 
-// A message's header: size of all that follows it, target, code, call id.
-constexpr size_t SIZE_FIELD = sizeof(uint32_t);
-
 // Target 0 is the connection itself.
 constexpr uint32_t CONTROL_TARGET = 0;
 constexpr uint32_t CODE_REPLY = 1;    // to the call whose id it carries
 constexpr uint32_t CODE_RELEASE = 2;  // argument: id of an object that was exported to the sender
 constexpr uint32_t CODE_REFUSED = 3;  // argument: why the service does not serve this client
 
-constexpr size_t FIRST_BUFFER_SIZE = 64 * 1024;
 // Calls may wait in the buffer while the thread that would serve them waits for a reply.
 constexpr size_t MAX_WAITING_SIZE = 4 * MAX_MESSAGE_SIZE;
 
@@ -46,16 +40,11 @@ constexpr auto HANDLERS_PATIENCE = std::chrono::milliseconds(20);
 // The connection whose reader thread this is.
 thread_local const Connection* tServing = nullptr;
 
-uint32_t fieldAt(const uint8_t* frame, size_t index) {
-    uint32_t field = 0;
-    memcpy(&field, frame + index * sizeof(field), sizeof(field));
-    return field;
-}
-
 /** Writes the header of what stands in a parcel; gives the size of the whole. */
 size_t frameMessage(uint32_t target, uint32_t code, uint32_t call, Parcel& args) {
     const size_t size = Parcel::HEADER_SIZE + args.size();
-    const uint32_t header[] = {static_cast<uint32_t>(size - SIZE_FIELD), target, code, call};
+    const uint32_t header[] = {static_cast<uint32_t>(size - Incoming::SIZE_FIELD), target, code,
+                               call};
     static_assert(sizeof(header) == Parcel::HEADER_SIZE);
     memcpy(args.frame(), header, sizeof(header));
     return size;
@@ -69,7 +58,8 @@ bool canGo(const std::vector<int>& descriptors) {
 
 }  // namespace
 
-Connection::Connection(int fd) : mOutgoing(std::make_shared<Outgoing>(fd)) {
+Connection::Connection(int fd)
+    : mOutgoing(std::make_shared<Outgoing>(fd)), mIncoming(std::make_unique<Incoming>(*mOutgoing)) {
 }
 
 std::shared_ptr<Connection> Connection::connect(const std::string& path, std::string* error) {
@@ -95,16 +85,12 @@ void Connection::refuse(int socket, const std::string& reason) {
     (void)!::send(socket, args.frame(), size, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
-Connection::~Connection() {
-    for (const int descriptor : mDescriptors) {
-        ::close(descriptor);
-    }
-}
+Connection::~Connection() = default;
 
 void Connection::start(std::function<void()> ended, bool expectCall) {
     mThreadEnded = std::move(ended);
     if (expectCall) {
-        mMessageDue = std::chrono::steady_clock::now() + stallLimit();
+        mIncoming->expect();
     }
     // Detached, since the last to let go of the connection may be that thread itself.
     std::thread([self = shared_from_this()] { self->run(); }).detach();
@@ -168,12 +154,7 @@ void Connection::releaseProxy(uint32_t target) {
 }
 
 int Connection::takeDescriptor() {
-    if (mDescriptors.empty()) {
-        return -1;
-    }
-    const int descriptor = mDescriptors.front();
-    mDescriptors.pop_front();
-    return descriptor;
+    return mIncoming->takeDescriptor();
 }
 
 // Calling.
@@ -253,17 +234,16 @@ void Connection::run() {
     tServing = this;
     mCaller = mToService ? nullptr : std::make_shared<Caller>();
     const Caller::Scope scope(mCaller);
-    mBuffer.resize(FIRST_BUFFER_SIZE);
     Message message{};
-    while (receive(0, &message)) {
-        mBegin += Parcel::HEADER_SIZE + message.size;
+    while (mIncoming->receive(0, &message)) {
+        mIncoming->pass(message);
         waitForOwnCalls();
-        Burst::goOn(hasNext());
+        Burst::goOn(mIncoming->hasNext());
         if (!serve(message)) {
             close("call of target " + std::to_string(message.target) + ", code " +
                   std::to_string(message.code) + " with " + std::to_string(message.size) +
                   " bytes of arguments cannot be understood");
-        } else if (mBegin == mFilled && !mDescriptors.empty()) {
+        } else if (mIncoming->hasStrayDescriptors()) {
             close("descriptors that no call takes");
         }
     }
@@ -278,12 +258,6 @@ void Connection::waitForOwnCalls() const {
         mCaller->waitUntil(Caller::MESSAGES, MAX_UNHANDLED, HANDLERS_PATIENCE);
         mCaller->waitUntil(Caller::BYTES, MAX_UNTAKEN, stallLimit());
     }
-}
-
-bool Connection::hasNext() const {
-    const size_t left = mFilled - mBegin;
-    return left >= Parcel::HEADER_SIZE &&
-           left >= size_t{fieldAt(mBuffer.data() + mBegin, 0)} + SIZE_FIELD;
 }
 
 void Connection::end() {
@@ -304,101 +278,6 @@ void Connection::end() {
     if (const auto ended = std::exchange(mThreadEnded, nullptr)) {
         ended();
     }
-}
-
-/** Gives the message that stands so many bytes behind the next one to be served. */
-bool Connection::receive(size_t ahead, Message* message) {
-    if (!fill(ahead, Parcel::HEADER_SIZE)) {
-        return false;
-    }
-    const size_t size = size_t{fieldAt(mBuffer.data() + mBegin + ahead, 0)} + SIZE_FIELD;
-    if (size < Parcel::HEADER_SIZE || size > MAX_MESSAGE_SIZE) {
-        close("message of " + std::to_string(size) + " bytes");
-        return false;
-    }
-    if (!fill(ahead, size)) {
-        return false;
-    }
-    mMessageDue.reset();
-    const uint8_t* frame = mBuffer.data() + mBegin + ahead;
-    *message = {fieldAt(frame, 1), fieldAt(frame, 2), fieldAt(frame, 3),
-                frame + Parcel::HEADER_SIZE, size - Parcel::HEADER_SIZE};
-    return true;
-}
-
-/** Reads until the message that stands so far ahead has that many bytes; false if it will not. */
-bool Connection::fill(size_t ahead, size_t size) {
-    while (!mOutgoing->isCut() && mFilled - mBegin < ahead + size) {
-        makeRoom(ahead, size);
-        if (!waitReadable(mFilled > ahead) || !receiveSome()) {
-            return false;
-        }
-    }
-    return !mOutgoing->isCut();
-}
-
-/** Grows with what comes, not with what a header announces. */
-void Connection::makeRoom(size_t ahead, size_t size) {
-    if (mBegin != 0) {
-        std::copy(mBuffer.begin() + mBegin, mBuffer.begin() + mFilled, mBuffer.begin());
-        mFilled -= std::exchange(mBegin, 0);
-    }
-    if (mFilled == 0 && mBuffer.size() > FIRST_BUFFER_SIZE) {
-        mBuffer = std::vector<uint8_t>(FIRST_BUFFER_SIZE);
-    } else if (mFilled == mBuffer.size()) {
-        mBuffer.resize(std::min(ahead + size, 2 * mBuffer.size()));
-    }
-}
-
-/** A message is due as a whole from its first byte on; without one, a peer may be silent. */
-bool Connection::waitReadable(bool started) {
-    using Clock = std::chrono::steady_clock;
-    if (started && !mMessageDue) {
-        mMessageDue = Clock::now() + stallLimit();
-    }
-    int timeout = -1;
-    if (mMessageDue) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*mMessageDue - Clock::now());
-        timeout = std::max(0, static_cast<int>(left.count()));
-    }
-    Burst::end();
-    // A thread that sleeps in recvmsg itself is woken whenever the peer reads, too.
-    pollfd readable{mOutgoing->socket(), POLLIN, 0};
-    if (poll(&readable, 1, timeout) == 0) {
-        close(stallReason(started ? "peer has not completed a message"
-                                  : "peer has not sent its first message"));
-        return false;
-    }
-    return true;
-}
-
-bool Connection::receiveSome() {
-    iovec content{mBuffer.data() + mFilled, mBuffer.size() - mFilled};
-    alignas(cmsghdr) uint8_t control[CMSG_SPACE(MAX_DESCRIPTORS * sizeof(int))];
-    msghdr message{};
-    message.msg_iov = &content;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof(control);
-    const ssize_t got = recvmsg(mOutgoing->socket(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-    if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
-        return false;
-    }
-    if (got < 0) {
-        return true;
-    }
-    mFilled += static_cast<size_t>(got);
-    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
-         header = CMSG_NXTHDR(&message, header)) {
-        const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        int descriptors[MAX_DESCRIPTORS];
-        memcpy(descriptors, CMSG_DATA(header), count * sizeof(int));
-        mDescriptors.insert(mDescriptors.end(), descriptors, descriptors + count);
-    }
-    if ((message.msg_flags & MSG_CTRUNC) != 0 || mDescriptors.size() > MAX_DESCRIPTORS) {
-        close("more than " + std::to_string(MAX_DESCRIPTORS) + " descriptors");
-    }
-    return true;
 }
 
 bool Connection::serve(const Message& message) {
@@ -477,14 +356,11 @@ bool Connection::takeReply(const Message& message) {
 void Connection::readUntil(const Waiter& waiter) {
     Message message{};
     size_t ahead = 0;
-    while (!waiter.done && receive(ahead, &message)) {
-        const size_t size = Parcel::HEADER_SIZE + message.size;
+    while (!waiter.done && mIncoming->receive(ahead, &message)) {
         if (message.target != CONTROL_TARGET || message.code != CODE_REPLY) {
-            ahead += size;
+            ahead += Parcel::HEADER_SIZE + message.size;
         } else if (takeReply(message)) {
-            const auto begin = mBuffer.begin() + static_cast<ptrdiff_t>(mBegin + ahead);
-            std::copy(begin + static_cast<ptrdiff_t>(size), mBuffer.begin() + mFilled, begin);
-            mFilled -= size;
+            mIncoming->takeOut(ahead, message);
         } else {
             close("reply that nobody waits for");
         }

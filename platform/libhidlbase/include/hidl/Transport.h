@@ -5,12 +5,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,7 +26,9 @@ class Caller;
 
 namespace hal {
 
+class Incoming;
 class Outgoing;
+struct Message;
 
 /** The service, as target of a call from its client. */
 constexpr uint32_t SERVICE_TARGET = 1;
@@ -188,13 +188,6 @@ public:
     int takeDescriptor();
 
 private:
-    struct Message {
-        uint32_t target;
-        uint32_t code;
-        uint32_t call;  ///< 0 oneway, otherwise what the reply has to carry
-        const uint8_t* data;
-        size_t size;
-    };
     struct Waiter {
         Parcel* reply;
         bool done = false;
@@ -202,13 +195,7 @@ private:
 
     void run();
     void waitForOwnCalls() const;
-    bool hasNext() const;
     void end();
-    bool receive(size_t ahead, Message* message);
-    bool fill(size_t ahead, size_t size);
-    void makeRoom(size_t ahead, size_t size);
-    bool waitReadable(bool started);
-    bool receiveSome();
     bool serve(const Message& message);
     bool serveCall(const Message& message);
     bool serveRelease(const Message& message);
@@ -221,7 +208,8 @@ private:
     android::hardware::Status deadObject();
 
     const std::shared_ptr<Outgoing> mOutgoing;
-    std::shared_ptr<runtime::Caller> mCaller;  ///< the peer, as a client that is served
+    const std::unique_ptr<Incoming> mIncoming;  ///< the reader thread's own
+    std::shared_ptr<runtime::Caller> mCaller;   ///< the peer, as a client that is served
     std::function<void()> mThreadEnded;
     bool mToService = false;  ///< made by `connect`
 
@@ -235,13 +223,6 @@ private:
     uint32_t mNextExport = SERVICE_TARGET;
     uint32_t mNextCall = 1;
     size_t mProxies = 0;
-
-    // The reader thread's own.
-    std::vector<uint8_t> mBuffer;  ///< received from mBegin to mFilled
-    size_t mBegin = 0;
-    size_t mFilled = 0;
-    std::deque<int> mDescriptors;  ///< received and not taken yet
-    std::optional<std::chrono::steady_clock::time_point> mMessageDue;
 };
 
 /** What a generated client proxy is made of: the peer's object, released with the proxy. */
