@@ -435,7 +435,7 @@ TEST_F(TransportTest, thousandsUnderWayAreAllAnsweredToACallbackThatAsksOn) {
 
 /** Silent peers, and peers that sent a byte; a client that has called may be silent for ever. */
 TEST_F(TransportTest, placesOfPeersThatSendNoCallComeFreeAndWhoIsRefusedLearnsWhy) {
-    hal::setStallLimit(300ms);
+    hal::setStallLimit(1500ms);
     ASSERT_EQ(publish(), android::OK);
     Client idle;
     std::vector<int> silent;
