@@ -149,14 +149,15 @@ class ModemctlTest(unittest.TestCase):
         self.assertEqual(self.run_it("call", "--serial=7", "rebootModem")[0], 0)
         self.assertEqual(len(service.requests), 1)
 
-    def test_the_next_call_finds_the_callbacks_in_place_unless_another_program_took_them(self):
-        clients = []
+    def test_the_next_call_finds_the_relay_which_has_no_callbacks_between_them(self):
+        clients, relays = [], set()
         self.service(always(("answer", "rebootModemResponse", info(7))), clients.append)
-        for installed, displaces in ((1, False), (1, True), (2, False)):
+        for _ in range(2):
             self.assertEqual(self.run_it("call", "--serial=7", "rebootModem")[0], 0)
-            self.assertEqual(len(clients), installed)
-            if displaces:
-                clients[0].displace()
+            self.assertRaises(OSError, clients[-1].displace)
+            lock = pathlib.Path(self.folder, "modemctl@1.0::Relay", "instance0.lock")
+            relays.add(lock.read_text())
+        self.assertEqual((len(clients), len(relays)), (2, 1))
 
     def test_no_service_and_no_answer(self):
         rows = [

@@ -6,7 +6,9 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <thread>
@@ -15,6 +17,7 @@
 #include "Failure.h"
 #include "RelayMembers.h"
 #include "Values.h"
+#include "runtime/RuntimeDir.h"
 
 namespace relay {
 
@@ -28,7 +31,7 @@ using namespace std::chrono_literals;
 /** A relay that nobody joins in this time ends. */
 constexpr auto FIRST_MEMBER_WAIT = 5s;
 
-/** So long a relay stays for the next call after its last member has left. */
+/** So long a relay stays for the next call after its last member has left, without callbacks. */
 constexpr auto LINGER = 2s;
 
 /** Waits so long for the name, which the relay before this one has until its process has ended. */
@@ -71,10 +74,12 @@ public:
     void answer(uint32_t code, int32_t serial, const Parcel& args);
     void event(uint32_t code, const Parcel& args);
     void displaced(uint64_t installation);
-    void serviceGone(const std::string& reason);
+    void serviceGone(const Connection* service, const std::string& reason);
 
 private:
     void connect(std::unique_lock<std::mutex>& guard);
+    void serve(std::unique_lock<std::mutex>& guard);
+    void closeLeft(std::unique_lock<std::mutex>& guard);
     void install();
     void installed(uint64_t installation, const std::string& failure);
     void send(uint32_t code, const std::string& args);
@@ -83,9 +88,7 @@ private:
     std::mutex mLock;  ///< guards what follows
     std::condition_variable mChanged;
     Members mMembers;
-    bool mJoined = false;
-    Clock::time_point
-            mEndAt;  ///< without members; only a relay that has the callbacks waits for it
+    std::vector<std::shared_ptr<Connection>> mLeft;  ///< of former members, to be closed
     std::string mGone;
     std::shared_ptr<Connection> mService;
     uint64_t mInstallation = 0;
@@ -111,7 +114,6 @@ public:
         }
         if (code == LEAVE) {
             mRelay.leave(connection);
-            connection->close("");
             return true;
         }
         const uint32_t method = code & ~GROUP;
@@ -176,25 +178,52 @@ void Relay::run() {
         std::this_thread::sleep_for(1ms);
     }
     std::unique_lock<std::mutex> guard(mLock);
-    mChanged.wait_for(guard, FIRST_MEMBER_WAIT, [this] { return mJoined; });
-    if (!mMembers.empty()) {
+    auto patience = FIRST_MEMBER_WAIT;
+    while (mGone.empty() &&
+           mChanged.wait_for(guard, patience, [this] { return !mMembers.empty(); })) {
         connect(guard);
+        serve(guard);
+        patience = LINGER;
     }
-    while (mGone.empty() && (!mMembers.empty() || (mInstalled && Clock::now() < mEndAt))) {
-        if (Clock::now() >= mInstallAt) {
+    guard.unlock();
+    std::exit(0);  // sends what is kept for the members
+}
+
+/** Holds the callbacks until the last member has left or the service has gone. */
+void Relay::serve(std::unique_lock<std::mutex>& guard) {
+    while (mGone.empty() && !mMembers.empty()) {
+        if (!mLeft.empty()) {
+            closeLeft(guard);
+        } else if (Clock::now() >= mInstallAt) {
             mInstallAt = Clock::time_point::max();
             install();
         } else {
-            mChanged.wait_until(guard, mMembers.empty() ? mEndAt : mInstallAt);
+            mChanged.wait_until(guard, mInstallAt);
         }
     }
     mMembers.tellAll(GONE, mGone);
-    const std::shared_ptr<Connection> service = mService;
+    mInstalled = false;  // who joins from now on waits for READY
+    mWaiting.clear();
+    ++mInstallation;
+    std::shared_ptr<Connection> service = std::exchange(mService, nullptr);
     guard.unlock();
     if (service != nullptr) {
-        service->close("relay over");
+        service->close("no member is left");
+        service = nullptr;
     }
-    std::exit(0);  // sends what is kept for the members
+    guard.lock();
+    closeLeft(guard);  // the last one ends when the callbacks are free
+}
+
+/** Without the lock, which the destructors of connections take. */
+void Relay::closeLeft(std::unique_lock<std::mutex>& guard) {
+    auto left = std::exchange(mLeft, {});
+    guard.unlock();
+    for (const auto& connection : left) {
+        connection->close("");
+    }
+    left.clear();
+    guard.lock();
 }
 
 void Relay::connect(std::unique_lock<std::mutex>& guard) {
@@ -212,7 +241,7 @@ void Relay::connect(std::unique_lock<std::mutex>& guard) {
     guard.unlock();
     service->onClosed([this, raw = service.get()] {
         const std::string why = raw->endReason();
-        serviceGone("the service has gone" + (why.empty() ? "" : ": " + why));
+        serviceGone(raw, "the service has gone" + (why.empty() ? "" : ": " + why));
     });
     guard.lock();
 }
@@ -232,13 +261,14 @@ void Relay::install() {
 }
 
 void Relay::installed(uint64_t installation, const std::string& failure) {
-    if (!failure.empty()) {
-        serviceGone("the service has gone: " + failure);
-        return;
-    }
     const std::lock_guard<std::mutex> guard(mLock);
     if (installation != mInstallation || mInstallAt != Clock::time_point::max()) {
-        return;  // another program took the callbacks meanwhile
+        return;  // another program took the callbacks meanwhile, or no member is left
+    }
+    if (!failure.empty()) {
+        mGone = "the service has gone: " + failure;
+        mChanged.notify_all();
+        return;
     }
     mInstalled = true;
     for (const auto& [code, args] : std::exchange(mWaiting, {})) {
@@ -251,7 +281,6 @@ void Relay::join(const std::shared_ptr<Connection>& connection, uint32_t interes
                  uint32_t object) {
     const std::lock_guard<std::mutex> guard(mLock);
     mMembers.join(connection, interest, object);
-    mJoined = true;
     if (mInstalled) {
         mMembers.tell(connection.get(), READY, getpid());
     }
@@ -259,11 +288,11 @@ void Relay::join(const std::shared_ptr<Connection>& connection, uint32_t interes
 }
 
 void Relay::leave(const Connection* connection) {
-    std::shared_ptr<Connection> kept;  // its destructor runs after the lock is released
     const std::lock_guard<std::mutex> guard(mLock);
-    kept = mMembers.leave(connection);
-    mEndAt = Clock::now() + LINGER;
-    mChanged.notify_all();
+    if (auto left = mMembers.leave(connection); left != nullptr) {
+        mLeft.push_back(std::move(left));
+        mChanged.notify_all();
+    }
 }
 
 bool Relay::ask(Connection* connection, uint32_t group, const hal::Method& request, Parcel& args) {
@@ -324,10 +353,12 @@ void Relay::displaced(uint64_t installation) {
     mChanged.notify_all();
 }
 
-void Relay::serviceGone(const std::string& reason) {
+void Relay::serviceGone(const Connection* service, const std::string& reason) {
     const std::lock_guard<std::mutex> guard(mLock);
-    mGone = mGone.empty() ? reason : mGone;
-    mChanged.notify_all();
+    if (service == mService.get() && mGone.empty()) {
+        mGone = reason;
+        mChanged.notify_all();
+    }
 }
 
 }  // namespace
@@ -336,6 +367,10 @@ void run(int instance) {
     for (const int ignored : {SIGPIPE, SIGINT, SIGHUP}) {
         signal(ignored, SIG_IGN);
     }
+    // The folder that the first member happened to work in is not held up.
+    const auto folder = std::filesystem::absolute(runtime::directory());
+    setenv("OX_RUNTIME_DIR", folder.c_str(), 1);
+    std::filesystem::current_path("/");
     (new Relay(instance))->run();
 }
 

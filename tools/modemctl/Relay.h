@@ -7,10 +7,9 @@
  * The service knows one client's callbacks. So that any number of modemctl processes can be at work
  * beside each other, one process per instance, the relay, holds the callbacks and passes on: each
  * answer to the member that made the request, and events, and with ALL answers, to those that
- * watch. The first modemctl starts it. It ends with the service; two seconds after its last member
- * has left; or, when another program takes the callbacks while it has no member, at once. Members
- * and relay talk over the desk's transport: the relay is a published object, each member exports
- * one of its own to it.
+ * watch. The first modemctl starts it. It ends with the service, or two seconds after its last
+ * member has left; without a member it has no callbacks. Members and relay talk over the desk's
+ * transport: the relay is a published object, each member exports one of its own to it.
  *
  * A message's code tells what it is, its arguments stand as the service's interface has them, so
  * that the longest message of the service goes through, too.

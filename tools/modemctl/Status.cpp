@@ -120,7 +120,7 @@ std::string holderOf(const ordered_json& state) {
     const ordered_json service = state.value("service", ordered_json::object());
     const bool held = service.is_object() && service.contains("callbacks") &&
                       service["callbacks"].value("events", false);
-    return held ? "another program" : "nobody";
+    return held ? "another program, or one that has gone" : "nobody";
 }
 
 void printText(const ordered_json& state) {
