@@ -132,6 +132,7 @@ ServiceState ModemImpl::getState() const {
     state.keptPowerSaveMode = kept.powerSaveMode;
     const auto clients = getClients();
     static_assert(std::tuple_size_v<decltype(clients)> == std::size(SERVICES));
+    static_assert(std::tuple_size_v<decltype(state.clients)> == std::size(SERVICES));
     for (size_t i = 0; i < clients.size(); ++i) {
         ServiceState::Client& shown = state.clients[i];
         shown.name = SERVICES[i]->name;
