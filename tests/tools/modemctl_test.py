@@ -98,6 +98,7 @@ class ModemctlTest(unittest.TestCase):
             ("writeNVItem -2 255 0x10 hex:", pack("<iBB", -2, 255, 16) + text("")),
             (f"writePrl 1 @{file}", b"\1" + text(b"\0\xff\n")),
             ("setModemProperty -- --json text:list", text("--json") + text("text:list")),
+            ("setModemProperty log at", text("log") + text("at")),
         ]
         for words, payload in rows:
             with self.subTest(words):

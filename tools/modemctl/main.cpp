@@ -37,6 +37,7 @@ public:
     CommandLine() {
         mApp.set_version_flag("--version", "modemctl " OX_VERSION);
         mApp.allow_extras();
+        mApp.require_subcommand(0, 1);  // behind one, "at" or "log" is a word like any other
         mApp.add_flag("--json", mOptions.json, "One JSON object a line");
         mApp.add_option("--timeout", mOptions.timeout, "Seconds to wait for an answer (10)")
                 ->check(CLI::Range(0.001, 86400.0));
