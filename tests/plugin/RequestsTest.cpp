@@ -79,11 +79,12 @@ protected:
         }
         return text + "QmiClient";
     }
-    /** Lines of a response; four methods tell their number, too. */
+    /** Lines of a response; those of synchronous methods tell their number, too. */
     Lines respondLines(int err) const {
         const std::string self = "I respond" + name + ": ";
         const bool tells = row.payload == Payload::WORD && row.service != VS;
-        const char* number = !tells ? "" : row.service == WDS ? ", result = 0" : ", mode = 0";
+        const std::string number =
+                tells ? std::string(", ") + row.response->args[1].name + " = 0" : "";
         return {self + "serial = 7, err = " + std::to_string(err) + number, self + "succeed"};
     }
     std::string callbackLine() const {
