@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdarg>
 #include <cstdint>
@@ -93,9 +94,14 @@ private:
     }
 
     bool openAgain(const struct stat& info) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now < mRetry) {
+            return false;
+        }
         const int fresh = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-        if (fresh < 0) {
-            return false;  // it belongs to another user, or is a pipe that nobody reads
+        if (fresh < 0) {  // it belongs to another user, or is a pipe that nobody reads
+            mRetry = now + std::chrono::seconds(1);
+            return false;
         }
         if (mFd < 0) {
             mFd = fresh;
@@ -142,6 +148,7 @@ private:
     int mFd = -1;       ///< stderr, opened once more
     dev_t mDevice = 0;
     ino_t mFile = 0;
+    std::chrono::steady_clock::time_point mRetry{};  ///< not opened before, as that failed
 };
 
 inline ErrorOutput ErrorOutput::sOutput;
