@@ -113,7 +113,8 @@ show_host() {
             $stamp' W '*) colour='\e[33m' ;;
         esac
         [[ -t 2 ]] || colour=
-        echo -e "$colour${line//\\/\\\\}${colour:+\e[0m}" >&2 || return
+        # A full disk costs lines of a file; a terminal or pipe that has gone ends it.
+        echo -e "$colour${line//\\/\\\\}${colour:+\e[0m}" >&2 || [[ -f /dev/fd/2 ]] || return
     done
 }
 
