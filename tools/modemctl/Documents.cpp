@@ -84,7 +84,8 @@ itself. A number may be written as 0x1f.
 0 answered with success, 1 answered with an error, 2 wrong usage or output that cannot be written,
 3 no service, 4 no answer in time.
 .SH ENVIRONMENT
-OX_RUNTIME_DIR is the folder of the service's sockets; NO_COLOR keeps a terminal without colour.
+OX_RUNTIME_DIR is the folder of the service's sockets; OX_LOG_FILE the log that \-\-why reads, if the
+host has it elsewhere; NO_COLOR keeps a terminal without colour.
 .SH EXAMPLES
 .nf
 modemctl call setOperatingMode 1
