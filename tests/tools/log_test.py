@@ -84,8 +84,12 @@ def run_with_faults(session, dice):
     session.sim("clear")
     with subprocess.Popen([os.environ["MODEMCTL"], "watch", "--confirm-log", "--count", "1"],
                           stderr=subprocess.PIPE, env=session.env) as watch:
-        watch.stderr.readline()
-        session.sim("at +LOG 11 2 1 tc7")
+        try:
+            watch.stderr.readline()
+            session.sim("at +LOG 11 2 1 tc7")
+            watch.wait(60)
+        finally:
+            watch.kill()
     assert modemctl("sim", "fail", "malloc", env=session.env).returncode == 1
     session.sim("at +LOG 11 1 9 more", "fail modem_pdc_get_activate_config_info")
     session.call("getActiveMbnInfo", 0.5)

@@ -58,9 +58,9 @@ MessageQueue::Entry MessageQueue::pop() {
     }
     Entry entry = std::move(mRing[mFirst]);
     mFirst = (mFirst + 1) % CAPACITY;
-    --mCount;
-    Burst::goOn(mCount > 0);
+    const bool more = --mCount > 0;
     lock.unlock();
+    Burst::goOn(more);
     if (entry.caller != nullptr) {
         entry.caller->giveBack(Caller::MESSAGES);
     }

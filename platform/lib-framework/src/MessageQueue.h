@@ -40,7 +40,7 @@ public:
     static std::atomic<size_t> sLimit;
 
 private:
-    /** A message and the client that it is for; null when there is none. */
+    /** A message, and the client whose call made it; null when no client's did. */
     struct Entry {
         std::shared_ptr<Message> message;
         std::shared_ptr<runtime::Caller> caller;
@@ -50,7 +50,7 @@ private:
     Entry pop();
 
     std::mutex mMutex;
-    sem_t mArrived;  ///< as many as messages that wait, and one more when closed
+    sem_t mArrived;  ///< counts as many as messages that wait, and one more when closed
     std::array<Entry, CAPACITY> mRing;
     size_t mFirst = 0;
     size_t mCount = 0;
