@@ -86,7 +86,7 @@ Serving instance $1 until Ctrl-C. Type in a second terminal:
 ${OX_RUNTIME_DIR:+    export OX_RUNTIME_DIR=$(printf %q "$OX_RUNTIME_DIR")
 }    $client call getOperatingMode
     $client watch
-    $client sim help
+    $client fake help
     $client list
 
 END

@@ -7,10 +7,10 @@ set(libraries cutils framework hidlbase modemapi_vendor utils vendor.lyr.modem_1
 
 # The plug-in once more, for which the list of configurations lies where the prefix says.
 set(list_folder ${CMAKE_INSTALL_FULL_SYSCONFDIR}/ox-modem)
-ox_plugin(ox-modem-installed clients/MbnListFile.cpp
+ox_plugin(ox-modem-installed plugin/clients/MbnListFile.cpp
     "$<FILTER:$<TARGET_OBJECTS:ox-modem-objects>,EXCLUDE,MbnListFile>")
 target_compile_definitions(ox-modem-installed PRIVATE OX_MBN_LIST_FILE="${list_folder}/oem_sw.txt")
-target_include_directories(ox-modem-installed PRIVATE ${CMAKE_SOURCE_DIR})
+target_include_directories(ox-modem-installed PRIVATE ${CMAKE_SOURCE_DIR}/plugin)
 set_target_properties(ox-modem-installed PROPERTIES OUTPUT_NAME ox-modem
     LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/installed)
 
@@ -35,7 +35,7 @@ install(CODE "
     endif()")
 install(TARGETS ${programs} RUNTIME)
 install(TARGETS ${libraries} ox-modem-installed LIBRARY DESTINATION ${private_libraries})
-install(FILES platform/libmodemapi_vendor/device/data/vendor/modem_config/mcfg_sw/oem_sw.txt
+install(FILES desk/libmodemapi_vendor/device/data/vendor/modem_config/mcfg_sw/oem_sw.txt
         DESTINATION ${list_folder})
 install(FILES ${CMAKE_BINARY_DIR}/installed/completion RENAME modemctl
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
@@ -46,7 +46,7 @@ install(DIRECTORY docs TYPE DOC)
 install(DIRECTORY interfaces/vendor DESTINATION ${CMAKE_INSTALL_DATADIR}/ox-modem
         FILES_MATCHING PATTERN *.hal)
 foreach(library libcutils lib-framework libhidlbase libmodemapi_vendor libutils)
-    list(APPEND header_folders platform/${library}/include/)
+    list(APPEND header_folders desk/${library}/include/)
 endforeach()
 install(DIRECTORY ${header_folders} ${CMAKE_BINARY_DIR}/interfaces/
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ox-modem FILES_MATCHING PATTERN *.h

@@ -1,4 +1,4 @@
-#include "plugin/ModemOptions.h"
+#include "ModemOptions.h"
 
 #include <getopt.h>
 #include <unistd.h>

@@ -1,10 +1,10 @@
-#include "plugin/OnLoad.h"
+#include "OnLoad.h"
 
 #include <memory>
 #include <string>
 
+#include "ModemOptions.h"
 #include "params/ModemLog.h"
-#include "plugin/ModemOptions.h"
 #include "service/ModemImpl.h"
 
 int onLoad(int argc, char** argv) {

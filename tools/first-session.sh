@@ -55,9 +55,9 @@ modemctl call selectMbn 0 text:MbnApp_$mbn           | selectMbnResponse error=0
 modemctl call activateMbn 0                          | activateMbnResponse error=0
 modemctl call getActiveMbnInfo 0                     | getActiveMbnInfoResponse error=0 result=0 configId=hex:4d626e4170705f
 
-# An event, provoked at the simulated modem
+# An event, provoked at the fake modem
 modemctl watch --count 1 &
-modemctl sim rrc 1 3 0 0                             | ok
+modemctl fake rrc 1 3 0 0                             | ok
 wait                                                 | modemRRCStateInd lteValid=1 rrcState=3 wcdmaValid=0 wcdmaRrcState=0
 +
 +# Radio reports, switched on by a request

@@ -12,7 +12,7 @@ sys.path.insert(0, str(ROOT / "tools/device"))
 check = importlib.import_module("check")
 
 HAL = "interfaces/vendor/lyr/modem/1.0/IModem.hal"
-HIDL = "proxies/HidlConversions.cpp"
+HIDL = "plugin/proxies/HidlConversions.cpp"
 MATRIX = "device/compatibility_matrix.xml"
 POLICY = "device/sepolicy/"
 FILES = POLICY + "file_contexts"
@@ -23,7 +23,7 @@ FAULTS = [
     ("interface", HAL, "Time(int32_t serial)", "Time(int32_t)", "missing a variable name"),
     ("interface", HAL, "oneway getBuildTime(", "oneway getTime(", "1.0::IModem has hash"),
     ("module", "Android.bp", "srcs: [", 'srcs: ["a.cpp" "b.cpp",', 'expected "]"'),
-    ("module", "Android.bp", '"clients/QmiClient.cpp",', "", "srcs lacks: clients/QmiClient.cpp"),
+    ("module", "Android.bp", '"plugin/clients/QmiClient.cpp",', "", "srcs lacks: clients/QmiClient.cpp"),
     ("module", "Android.bp", "/OnLoad.cpp", "/Gone.cpp", "has too much: plugin/Gone.cpp"),
     ("module", "Android.bp", '"libutils",', "", "shared_libs lacks: libutils"),
     ("module", "Android.bp", "exports.map", "export.map", "no file plugin/export.map"),
@@ -46,7 +46,7 @@ class MutationsTest(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             copy = pathlib.Path(folder)
             shutil.copy(ROOT / "Android.bp", copy)
-            for path in ["build/dev/lib", "device", "docs", "interfaces", "platform",
+            for path in ["build/dev/lib", "device", "docs", "interfaces", "desk",
                          "tools/device", *check.SOURCE_FOLDERS]:
                 shutil.copytree(ROOT / path, copy / path)
             check.sources = lambda root, whole=check.sources: whole(root, [HIDL])

@@ -1,6 +1,6 @@
-// Commands of the simulated modem's text port: any line gets an answer of whole lines.
+// Commands of the fake modem's text port: any line gets an answer of whole lines.
 
-#include "platform/libmodemapi_vendor/src/Commands.h"
+#include "desk/libmodemapi_vendor/src/Commands.h"
 #include "tests/fuzz/Fuzz.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -15,11 +15,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string rest(data, data + size);
     while (!rest.empty()) {
         const size_t end = std::min(rest.find('\n'), rest.size());
-        const std::string answer = sim::runCommand(rest.substr(0, end));
+        const std::string answer = fake::runCommand(rest.substr(0, end));
         require(answer.empty() || answer.back() == '\n', "an answer is of whole lines");
         rest.erase(0, end + 1);
     }
-    sim::runCommand("forget");
-    sim::runCommand("clear");
+    fake::runCommand("forget");
+    fake::runCommand("clear");
     return 0;
 }

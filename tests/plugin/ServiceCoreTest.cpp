@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "plugin/ModemOptions.h"
-#include "plugin/OnLoad.h"
+#include "ModemOptions.h"
+#include "OnLoad.h"
 #include "tests/support/Service.h"
 
 using testing::Contains;

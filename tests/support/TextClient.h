@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "desk/modemctl/Api.h"
+#include "desk/modemctl/Values.h"
 #include "tests/support/Channel.h"
-#include "tools/modemctl/Api.h"
-#include "tools/modemctl/Values.h"
 
 /**
  * A client's callbacks in this process, without a socket. What they are sent is kept as JSON lines,

@@ -25,7 +25,7 @@ TEST_F(ModemTest, ReportsEventsAndReplaysTheFirstThatNobodyHeard) {
     Host host;
     for (const char* event :
          {"power-save 4", "rrc 1 2 3 -4", "rrc 9 2 3 -4", "power-save 5", "radio"}) {
-        host.sim(event);
+        host.fake(event);
     }
     EXPECT_TRUE(host.prints("indCb null, can't send indication", 5));
     Client client;
@@ -46,17 +46,17 @@ TEST_F(ModemTest, LoadsALargeConfigurationWhileOtherServicesAnswer) {
     const Host host;
     Client client;
     const std::string path = file("large.mbn", content);
-    host.sim("delay modem_pdc_load_configuration 20");  // six minutes for the whole
+    host.fake("delay modem_pdc_load_configuration 20");  // six minutes for the whole
     const int32_t load = client.send("loadMbnConfig " + path);
     EXPECT_TRUE(host.awaitCalls("modem_pdc_load_configuration", 1));
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(client.call("getOperatingMode"), "error=0 mode=0");
     }
-    host.sim("ok modem_pdc_load_configuration");
+    host.fake("ok modem_pdc_load_configuration");
     EXPECT_EQ(client.answer(load), "loadMbnConfigResponse error=0");
     char expected[64];
     snprintf(expected, sizeof(expected), " 16777216 16777216 %08x ", sum);
-    EXPECT_NE(host.sim("state mbn.MbnApp_" + path).find(expected), std::string::npos);
-    EXPECT_NE(host.sim("calls modem_pdc_load_configuration").find("18642\n"), std::string::npos);
-    host.sim("forget");
+    EXPECT_NE(host.fake("state mbn.MbnApp_" + path).find(expected), std::string::npos);
+    EXPECT_NE(host.fake("calls modem_pdc_load_configuration").find("18642\n"), std::string::npos);
+    host.fake("forget");
 }

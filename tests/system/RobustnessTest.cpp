@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/runtime/RuntimeDir.h"
-#include "platform/runtime/UnixSocket.h"
+#include "desk/modemctl/Api.h"
+#include "desk/modemctl/Failure.h"
+#include "desk/runtime/RuntimeDir.h"
+#include "desk/runtime/UnixSocket.h"
 #include "tests/system/System.h"
-#include "tools/modemctl/Api.h"
-#include "tools/modemctl/Failure.h"
 
 namespace {
 
@@ -170,7 +170,7 @@ void occupy(const std::atomic<bool>& isOver) {
 }
 
 void knockAtTheTextPort(const std::atomic<bool>& isOver) {
-    Peer peer(runtime::simulatorPort("0"));
+    Peer peer(runtime::fakeModemPort("0"));
     while (!isOver) {
         peer.write("state");
         peer.leave();
@@ -278,8 +278,8 @@ TEST_F(Robustness, AttacksHurtNobodyElse) {
 TEST_F(Robustness, AHostLeavesCleanlyUnderLoad) {
     for (int round = 0; round < (SANITIZED ? 5 : 20); ++round) {
         Host host;
-        host.sim("delay modem_get_build_id 0-5");
-        host.sim("delay modem_get_bands_info 0-5");
+        host.fake("delay modem_get_build_id 0-5");
+        host.fake("delay modem_get_bands_info 0-5");
         std::atomic<int> turns{0};
         const auto load = [&turns] {
             try {

@@ -12,9 +12,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "tools/modemctl/Api.h"
-#include "tools/modemctl/Simulator.h"
-#include "tools/modemctl/Values.h"
+#include "desk/modemctl/Api.h"
+#include "desk/modemctl/FakeModem.h"
+#include "desk/modemctl/Values.h"
 
 namespace {
 
@@ -189,11 +189,11 @@ bool Host::comesBackTo(const Usage& baseline, const Usage& margin) const {
 std::string Host::trySim(const std::string& command) const {
     std::istringstream line(command);
     std::ostringstream out;
-    runSimulator(mInstance, PATIENCE, line, out, false);
+    runFakeModem(mInstance, PATIENCE, line, out, false);
     return out.str();
 }
 
-std::string Host::sim(const std::string& command) const {
+std::string Host::fake(const std::string& command) const {
     const std::string reply = trySim(command);
     EXPECT_EQ(reply.rfind("ok\n"), reply.size() - 3) << command << ": " << reply;
     return reply;

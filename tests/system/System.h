@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/soak/DirectSession.h"
+#include "tests/soak/DirectSession.h"
 
 /** Nothing that is waited for takes so long, sanitized or not. */
 constexpr std::chrono::milliseconds PATIENCE(60000);
@@ -90,8 +90,8 @@ public:
     Host(int instance, std::vector<std::string> words);
     ~Host();
 
-    /** Gives the simulated modem a command that has to succeed; what it printed. */
-    std::string sim(const std::string& command) const;
+    /** Gives the fake modem a command that has to succeed; what it printed. */
+    std::string fake(const std::string& command) const;
 
     /** Gives it until its reply contains the text. */
     [[nodiscard]] bool awaitSim(const std::string& command, const std::string& text) const;

@@ -35,7 +35,7 @@ def tell(log, *options):
     return rows
 
 
-# A host with its simulated modem, and the ledger of what was done to it.
+# A host with its fake modem, and the ledger of what was done to it.
 class Session:
     def __init__(self, folder):
         self.env = {**os.environ, "OX_RUNTIME_DIR": folder}
@@ -50,8 +50,8 @@ class Session:
         self.methods = {row["method"]: ["hex:00" if "vec" in argument["type"] else "0"
                                         for argument in row["arguments"]] for row in rows}
 
-    def sim(self, *lines):
-        replies = modemctl("sim", stdin="\n".join(lines).encode(), env=self.env).stdout
+    def fake(self, *lines):
+        replies = modemctl("fake", stdin="\n".join(lines).encode(), env=self.env).stdout
         return "\n".join(sum((json.loads(row)["reply"] for row in replies.splitlines()), []))
 
     def call(self, method, timeout=60):
@@ -63,37 +63,37 @@ class Session:
 
     def lose(self, services, *lines):
         self.lost += services
-        self.sim(*lines)
+        self.fake(*lines)
         time.sleep(0.3)  # a modem that starts anew is back after a tenth of a second
 
 
 def run_with_faults(session, dice):
-    session.sim(*["power-save 1"] * 2500)  # beyond what the host keeps of its log
+    session.fake(*["power-save 1"] * 2500)  # beyond what the host keeps of its log
     for method in session.methods:
         session.call(method)
     session.lose(7)  # by rebootModem
-    functions = re.findall(rf"^modem_(?!{NOT_PROVOKED})\w+", session.sim("calls"), re.M)
+    functions = re.findall(rf"^modem_(?!{NOT_PROVOKED})\w+", session.fake("calls"), re.M)
     methods = sorted(set(session.methods) - {"getActiveMbnInfo", "rebootModem"})
     for _ in range(12):
-        session.sim(*(dice.choice(KNOBS).format(name) for name in dice.sample(functions, 12)))
+        session.fake(*(dice.choice(KNOBS).format(name) for name in dice.sample(functions, 12)))
         service = dice.choice("wds dms nas at sar pdc vs".split())
         session.lose(1, f"disconnect {service}")
         with concurrent.futures.ThreadPoolExecutor(4) as side_by_side:
             list(side_by_side.map(session.call, dice.choices(methods, k=8)))
-        session.sim(f"connect {service}")
-    session.sim("clear")
+        session.fake(f"connect {service}")
+    session.fake("clear")
     with subprocess.Popen([os.environ["MODEMCTL"], "watch", "--confirm-log", "--count", "1"],
                           stderr=subprocess.PIPE, env=session.env) as watch:
         try:
             watch.stderr.readline()
-            session.sim("at +LOG 11 2 1 tc7")
+            session.fake("at +LOG 11 2 1 tc7")
             watch.wait(60)
         finally:
             watch.kill()
-    assert modemctl("sim", "fail", "malloc", env=session.env).returncode == 1
-    session.sim("at +LOG 11 1 9 more", "fail modem_pdc_get_activate_config_info")
+    assert modemctl("fake", "fail", "malloc", env=session.env).returncode == 1
+    session.fake("at +LOG 11 1 9 more", "fail modem_pdc_get_activate_config_info")
     session.call("getActiveMbnInfo", 0.5)
-    session.sim("silence modem_get_build_id", "fail modem_api_bind_nas_subscription 1 3")
+    session.fake("silence modem_get_build_id", "fail modem_api_bind_nas_subscription 1 3")
     session.call("getBuildId", 0.5)
     session.lose(7, "restart")
     session.lose(1, "disconnect pdc")

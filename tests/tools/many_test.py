@@ -70,7 +70,7 @@ class ManyTest(unittest.TestCase):
                              r"them after \d{1,3} ms; .* may have been missed")
 
     def test_every_call_has_its_answer_and_every_watch_all_until_the_holder_is_killed(self):
-        serials = self.many(1000, lambda: self.start(MODEMCTL, "sim").communicate(
+        serials = self.many(1000, lambda: self.start(MODEMCTL, "fake").communicate(
             "".join(f"rrc 1 {state} 0 0\n" for state in range(EVENTS))))
         for lines, _ in self.watches:
             self.until(lambda: len(lines) >= CALLS + EVENTS, "all")

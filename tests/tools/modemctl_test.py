@@ -73,7 +73,7 @@ class ModemctlTest(unittest.TestCase):
                 "status", "debug", "at AT")),
             *((words, "no space left on device") for words in ("--help >", "list >", "man >")),
             *((words, "; ./run.sh serve 1 starts it") for words in (
-                "--instance 1 sim x", "--instance 1 at AT", "--instance 1 debug",
+                "--instance 1 fake x", "--instance 1 at AT", "--instance 1 debug",
                 "--instance 1 call rebootModem")),
         ]
         for words, line in rows:
@@ -214,12 +214,12 @@ class ModemctlTest(unittest.TestCase):
                 self.assertEqual((result[0], len(service.requests)), (code, requests))
                 self.assertIn(told, result[2])
 
-    def test_simulated_modem_that_does_not_reply_or_accept(self):
+    def test_fake_modem_that_does_not_reply_or_accept(self):
         with socket.socket(socket.AF_UNIX) as port:
-            port.bind(os.path.join(self.folder, "modem-sim.0"))
+            port.bind(os.path.join(self.folder, "fake-modem.0"))
             port.listen(0)  # has room for one
-            self.assertEqual(self.run_it("sim", "state", "--timeout=0.2")[0], 4)
-            self.assertEqual(self.run_it("sim", "state", "--timeout=1")[0], 3)
+            self.assertEqual(self.run_it("fake", "state", "--timeout=0.2")[0], 4)
+            self.assertEqual(self.run_it("fake", "state", "--timeout=1")[0], 3)
 
     def test_list_completion_and_manual_name_every_request(self):
         listed = self.run_it("list")[1].splitlines()
@@ -227,8 +227,8 @@ class ModemctlTest(unittest.TestCase):
         script = self.run_it("completion", "bash")[1]
         for words, completed in (("call --serial 7 setSar", "setSarState"), ("compl", "completion"),
                                  ("watch --conf", "--confirm-log"), ("call setSarState ''", ""),
-                                 ("sim disco", "disconnect"), ("sim connect pd", "pdc"),
-                                 ("sim fail modem_set_sar", "modem_set_sar_dsi"),
+                                 ("fake disco", "disconnect"), ("fake connect pd", "pdc"),
+                                 ("fake fail modem_set_sar", "modem_set_sar_dsi"),
                                  ("log @a", r"@a\ file")):
             run = script + (f"COMP_WORDS=(modemctl {words}) COMP_CWORD={len(words.split(' '))};"
                             '_modemctl; echo "${COMPREPLY[@]}"')

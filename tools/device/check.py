@@ -22,7 +22,7 @@ PACKAGE_ROOT = "interfaces/vendor/lyr/modem"
 HASHES = f"{PACKAGE_ROOT}/current.txt"
 STAND_INS = "tools/device/stand-ins"
 PLATFORM_HEADERS = "/usr/include/android"
-SOURCE_FOLDERS = ["clients", "params", "plugin", "proxies", "service"]
+SOURCE_FOLDERS = ["plugin"]
 GUIDE = "docs/integration.md"
 LIBRARY = "libox-modem.so"
 STANDARD_NAMES = {"[abi:cxx11]": "", "std::__cxx11::basic_string<char, std::char_traits<char>, "
@@ -98,8 +98,8 @@ def sources(root, only=None):
     with tempfile.TemporaryDirectory() as out:
         for package in (PACKAGE, "android.hidl.base@1.0", "android.hidl.manager@1.0"):
             hidl_gen(root, "c++-headers", package, "-o", out)
-        includes = [".", out, f"{STAND_INS}/include", "platform/libhidlbase/include",
-                    "platform/lib-framework/include", "platform/libmodemapi_vendor/include"]
+        includes = ["plugin", out, f"{STAND_INS}/include", "desk/libhidlbase/include",
+                    "desk/lib-framework/include", "desk/libmodemapi_vendor/include"]
         command = ["clang++", "-fsyntax-only", "-std=" + bp_list(root, "Android.bp", "cpp_std")[0],
                    "-stdlib=libc++", "-fno-rtti", "-fno-exceptions", *bp_list(root, "Android.bp", "cflags"),
                    *bp_list(root, "Android.bp", "cppflags"), *(f"-I{path}" for path in includes),
@@ -168,7 +168,7 @@ def symbols(root):
 
 def symbol_table(root):
     """What the sources include of the device, and what the library of the plain build takes."""
-    files = [path for folder in SOURCE_FOLDERS for path in (root / folder).glob("*.*")]
+    files = [path for folder in SOURCE_FOLDERS for path in (root / folder).rglob("*.*") if path.is_file()]
     headers = set(re.findall(r"^#include <(.*/.*\.h|modem_api\.h)>$", "\n".join(
         path.read_text(encoding="utf-8") for path in files), re.M))
     build = root / "build/dev/lib"

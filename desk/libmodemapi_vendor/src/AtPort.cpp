@@ -1,0 +1,169 @@
+#include "AtPort.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <strings.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+
+#include "modem_api.h"
+#include "runtime/ErrorOutput.h"
+
+namespace fake {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void check(bool success, const std::string& what) {
+    if (!success) {
+        throw std::system_error(errno, std::generic_category(), what);
+    }
+}
+
+/**
+ * Turns off echo, line editing and signal keys at the terminal's end of the pseudo-terminal: echo
+ * and editing are done by the modem, in AtLine. This end stays open until the process ends;
+ * otherwise the modem's end would read errors whenever no terminal program has the port open.
+ */
+void makeRaw(const std::string& path) {
+    const int slave = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    termios settings{};
+    check(slave >= 0 && tcgetattr(slave, &settings) == 0, path);
+    cfmakeraw(&settings);
+    check(tcsetattr(slave, TCSANOW, &settings) == 0, path);
+}
+
+/** Makes `link` point to `target`, and removes it when the process exits. */
+void makeLink(const std::string& link, const std::string& target) {
+    static const auto& made = *new auto(std::tuple(link, target, getpid()));
+    if (fs::is_symlink(link)) {
+        fs::remove(link);
+    }
+    fs::create_symlink(target, link);
+    std::atexit([] {
+        const auto& [ownLink, ownTarget, owner] = made;
+        std::error_code ignored;
+        if (owner == getpid() && fs::read_symlink(ownLink, ignored) == ownTarget) {
+            fs::remove(ownLink, ignored);
+        }
+    });
+}
+
+}  // namespace
+
+std::string AtPort::open(const std::string& link, Hand hand, Timeout timeout) {
+    mHand = std::move(hand);
+    mTimeout = std::move(timeout);
+    // Non-blocking: output that no terminal reads is lost, as on a cable with nobody at its end.
+    mMaster = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    char path[64];
+    check(mMaster >= 0 && grantpt(mMaster) == 0 && unlockpt(mMaster) == 0 &&
+                  ptsname_r(mMaster, path, sizeof(path)) == 0,
+          "AT port");
+    makeRaw(path);
+    std::thread([this] { serve(); }).detach();
+    makeLink(link, path);
+    std::lock_guard lock(mMutex);
+    mPath = path;
+    return path;
+}
+
+void AtPort::serve() {
+    pollfd input{mMaster, POLLIN, 0};
+    while (poll(&input, 1, -1) > 0 || errno == EINTR) {
+        char byte = 0;
+        if (read(mMaster, &byte, 1) != 1) {
+            continue;
+        }
+        std::string echo;
+        const auto line = mLine.feed(byte, echo);
+        show(echo);
+        const AtRequest request = parseAtLine(line.value_or(""));
+        if (request.kind != AtRequest::NOTHING) {
+            show(isDone(request) ? "\r\nOK\r\n" : "\r\nERROR\r\n");
+        }
+    }
+}
+
+bool AtPort::isDone(const AtRequest& request) {
+    if (request.kind == AtRequest::ECHO_ON || request.kind == AtRequest::ECHO_OFF) {
+        mLine.setEcho(request.kind == AtRequest::ECHO_ON);
+    }
+    return request.kind == AtRequest::EXTENDED ? hold(request) : request.kind != AtRequest::ERROR;
+}
+
+bool AtPort::hold(const AtRequest& request) {
+    const auto timeout = mTimeout();
+    std::unique_lock lock(mMutex);
+    if (mRegistered.empty() || strcasecmp(request.name.c_str(), mRegistered.c_str()) != 0) {
+        return false;
+    }
+    mTyped = ++mLastHandle;
+    mSuccess = false;
+    AtCommand command{mTyped,
+                      MODEM_ATLOG_OP_CODE,
+                      request.name,
+                      static_cast<uint16_t>(request.tokens.size()),
+                      {request.tokens.begin(), request.tokens.end()}};
+    lock.unlock();
+    mHand(std::move(command));
+    lock.lock();
+    mEnded.wait_for(lock, timeout, [this] { return mTyped == 0; });
+    mTyped = 0;
+    return mSuccess;
+}
+
+void AtPort::registerName(const std::string& name) {
+    std::lock_guard lock(mMutex);
+    mRegistered = name;
+}
+
+void AtPort::forget() {
+    std::lock_guard lock(mMutex);
+    mRegistered.clear();
+    mTyped = 0;
+    mPosted = 0;
+    mEnded.notify_all();
+}
+
+uint64_t AtPort::post() {
+    std::lock_guard lock(mMutex);
+    return mPosted = ++mLastHandle;
+}
+
+bool AtPort::finish(uint64_t handle, bool success) {
+    std::lock_guard lock(mMutex);
+    if (handle == 0 || (handle != mTyped && handle != mPosted)) {
+        return false;
+    }
+    if (handle == mTyped) {
+        mSuccess = success;
+        mEnded.notify_all();
+    }
+    (handle == mTyped ? mTyped : mPosted) = 0;
+    return true;
+}
+
+void AtPort::show(const std::string& text) const {
+    if (write(mMaster, text.data(), text.size()) < 0 && errno != EAGAIN) {
+        runtime::ErrorOutput::get().print("fake modem: AT port: %s", strerror(errno));
+    }
+}
+
+std::vector<std::pair<std::string, std::string>> AtPort::describe() const {
+    std::lock_guard lock(mMutex);
+    return {{"at.port", mPath},
+            {"at.registered", mRegistered},
+            {"at.open", std::to_string(mTyped)},
+            {"at.posted", std::to_string(mPosted)}};
+}
+
+}  // namespace fake

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Scheduler.h"
+#include "Text.h"
+
+namespace fake {
+
+/** How one function of the modem API is made to misbehave, and how often it was called. */
+struct Knobs {
+    uint64_t calls = 0;
+    int failCode = 0;
+    uint64_t failAfter = 0;  ///< calls that still succeed before the failing ones
+    uint64_t failTimes = 0;  ///< calls that fail
+    /** Bounds of a random time: how long a synchronous call lasts, or an answer waits. */
+    std::optional<std::pair<Milliseconds, Milliseconds>> delay;
+    bool silent = false;               ///< the answer never comes
+    std::map<size_t, Bytes> patches;   ///< written over the answer, by offset
+    std::optional<size_t> recordSize;  ///< the answer is cut or extended to it
+};
+
+/** The knobs of all functions, by the functions' C names. Callable from any thread. */
+class KnobBoard {
+public:
+    /** Starts a call: counts it, blocks for its delay if `blocks`, gives its failure code or 0. */
+    int enter(std::string_view function, bool blocks);
+
+    /** How long the answer of `function` waits; `ordinary` unless a knob says otherwise. */
+    Milliseconds answerDelay(std::string_view function, Milliseconds ordinary);
+
+    /** The record as the knobs have it: patched, then cut or extended with zeros. */
+    Bytes shape(std::string_view function, const void* record, size_t size);
+
+    /** Throws std::invalid_argument when the modem API has no such function. */
+    template <class Change>
+    void edit(const std::string& function, Change&& change) {
+        checkFunction(function);
+        std::lock_guard lock(mMutex);
+        change(entry(function));
+    }
+
+    /** All knobs off and all counts zero. */
+    void clear();
+
+    std::map<std::string, Knobs, std::less<>> all() const;
+
+private:
+    static void checkFunction(const std::string& function);
+    Knobs& entry(std::string_view function);
+    Milliseconds draw(const Knobs& knobs);
+
+    mutable std::mutex mMutex;
+    std::map<std::string, Knobs, std::less<>> mKnobs;
+    std::mt19937 mRandom;
+};
+
+}  // namespace fake

@@ -1,0 +1,291 @@
+#include "Modem.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+
+#include "Commands.h"
+#include "TextPort.h"
+#include "runtime/ErrorOutput.h"
+#include "runtime/RuntimeDir.h"
+
+namespace fake {
+
+namespace {
+
+/** Events that the vendor service reports, to the subscription it is bound to. */
+constexpr modem_api_event_type INDICATIONS[] = {
+        MODEM_API_EVENT_RRC_STATE, MODEM_API_EVENT_NR_RADIO_INFO, MODEM_API_EVENT_POWER_SAVE_MODE};
+
+bool isIndication(modem_api_event_type event) {
+    return std::count(std::begin(INDICATIONS), std::end(INDICATIONS), event) != 0;
+}
+
+}  // namespace
+
+Modem& Modem::get() {
+    static Modem& modem = *new Modem;
+    return modem;
+}
+
+void Modem::startPorts() {
+    std::call_once(mPortsOnce, [this] {
+        try {
+            const std::string instance = runtime::instance();
+            const std::string port = runtime::fakeModemPort(instance);
+            serveTextPort(port, runCommand);
+            const std::string link = runtime::atPort(instance);
+            const std::string terminal = mAtPort.open(
+                    link, [this](AtCommand command) { raiseAtCommand(std::move(command)); },
+                    [this] { return timeOf("at-timeout-ms"); });
+            runtime::ErrorOutput::get().print("fake modem: text port %s, AT port %s (%s)",
+                                              port.c_str(), link.c_str(), terminal.c_str());
+        } catch (const std::exception& error) {
+            runtime::ErrorOutput::get().print("fake modem goes on without a port: %s",
+                                              error.what());
+        }
+    });
+}
+
+int Modem::admit(const char* function, Needs needs, bool isAnsweredLater) {
+    if (const int code = mKnobs.enter(function, !isAnsweredLater); code != 0) {
+        return code;
+    }
+    if (isAnsweredLater && !(mAnswers.takesMore() && mEvents.takesMore())) {
+        return MODEM_API_RESULT_FAILURE;
+    }
+    std::lock_guard lock(mMutex);
+    return isReady(needs) ? MODEM_API_RESULT_SUCCESS : MODEM_API_RESULT_FAILURE;
+}
+
+bool Modem::isReady(Needs needs) const {
+    if (needs.service == 0) {
+        return true;
+    }
+    const auto found = mConnections.find(needs.service);
+    return found != mConnections.end() && found->second.isUp &&
+           (!needs.bound || found->second.bound >= 0);
+}
+
+Milliseconds Modem::timeOf(const char* name) {
+    return with([&](const Memory& memory) { return memory.time(name); });
+}
+
+void Modem::answer(const char* function, const modem_async_response& response, void* cookie,
+                   modem_api_async_callback callback) {
+    mAnswers.owe(mKnobs.answerDelay(function, timeOf("latency-ms")),
+                 [callback, cookie, result = response.result,
+                  bytes = mKnobs.shape(function, &response, sizeof(response))] {
+                     callback(bytes.empty() ? nullptr : bytes.data(), bytes.size(), cookie, result);
+                 });
+}
+
+void Modem::answerByEvent(const char* function, modem_api_event_type event, const void* record,
+                          size_t size) {
+    mEvents.owe(mKnobs.answerDelay(function, timeOf("latency-ms")),
+                [this, event, bytes = mKnobs.shape(function, record, size)] {
+                    deliver(event, bytes, false);
+                });
+}
+
+void Modem::setEventCallback(modem_api_event_callback callback) {
+    std::lock_guard lock(mMutex);
+    mEventCallback = callback;
+}
+
+void Modem::subscribe(modem_api_event_type event) {
+    std::lock_guard lock(mMutex);
+    mSubscribed.insert(event);
+}
+
+void Modem::registerIndications() {
+    std::lock_guard lock(mMutex);
+    mIndications = true;
+}
+
+bool Modem::isWanted(modem_api_event_type event) {
+    return receiver(event, false) != nullptr;
+}
+
+modem_api_event_callback Modem::receiver(modem_api_event_type event, bool always) {
+    std::lock_guard lock(mMutex);
+    const bool isPossible =
+            event == MODEM_API_EVENT_AT_COMMAND ? isReady({MODEM_API_QMI_SERVICE_AT, false})
+            : isIndication(event) ? mIndications && isReady({MODEM_API_QMI_SERVICE_VS, true})
+                                  : true;
+    return always || (isPossible && mSubscribed.count(event) != 0) ? mEventCallback : nullptr;
+}
+
+void Modem::raise(modem_api_event_type event, Bytes data, bool always) {
+    mEvents.post(timeOf("latency-ms"),
+                 [this, event, data = std::move(data), always] { deliver(event, data, always); });
+}
+
+void Modem::deliver(modem_api_event_type event, Bytes data, bool always) {
+    if (const auto callback = receiver(event, always)) {
+        callback(event, data.empty() ? nullptr : data.data(), data.size());
+    }
+}
+
+void Modem::raiseAtCommand(AtCommand command) {
+    mEvents.post(timeOf("latency-ms"),
+                 [this, command = std::move(command)] { deliverAtCommand(command); });
+}
+
+void Modem::deliverAtCommand(const AtCommand& command) {
+    const auto callback = receiver(MODEM_API_EVENT_AT_COMMAND, false);
+    if (callback == nullptr) {
+        mAtPort.finish(command.handle, false);
+        return;
+    }
+    modem_atlog_cmd_type record{};
+    record.handle = command.handle;
+    record.op_code = command.opCode;
+    record.token_count = command.tokenCount;
+    // A full name is not terminated.
+    memcpy(record.name, command.name.data(), std::min(command.name.size(), sizeof(record.name)));
+    // The receiver frees as many as the count says.
+    const size_t count = std::min(
+            {command.tokens.size(), size_t{command.tokenCount}, size_t{MODEM_ATLOG_TOKENS_MAX}});
+    for (size_t i = 0; i < count; ++i) {
+        record.tokens[i] = command.tokens[i] ? strdup(command.tokens[i]->c_str()) : nullptr;
+    }
+    callback(MODEM_API_EVENT_AT_COMMAND, &record, sizeof(record));
+}
+
+void Modem::setRadioReport(bool on) {
+    std::unique_lock lock(mMutex);
+    mRadioReport = on;
+    const uint64_t run = ++mRadioRun;
+    lock.unlock();
+    mEvents.post(timeOf("latency-ms"), [this, run] { reportRadio(run); });
+}
+
+void Modem::reportRadio(uint64_t run) {
+    std::unique_lock lock(mMutex);
+    if (run != mRadioRun || !mRadioReport) {
+        return;
+    }
+    const Bytes data = toBytes(mMemory.radio);
+    const Milliseconds interval = mMemory.time("radio-interval-ms");
+    lock.unlock();
+    deliver(MODEM_API_EVENT_NR_RADIO_INFO, data, false);
+    mEvents.post(interval, [this, run] { reportRadio(run); });
+}
+
+bool Modem::open(modem_api_qmi_service_type service) {
+    if (std::none_of(std::begin(SERVICES), std::end(SERVICES),
+                     [&](const ServiceName& known) { return known.service == service; })) {
+        return false;
+    }
+    std::unique_lock lock(mMutex);
+    mConnections[service].isOpen = true;
+    const uint64_t life = mLife;
+    const bool isRestarting = mRestarting;
+    lock.unlock();
+    if (!isRestarting) {  // else it connects with the others when the modem is back
+        mEvents.post(timeOf("latency-ms"), [this, service, life] { comeUp(service, life); });
+    }
+    return true;
+}
+
+void Modem::comeUp(modem_api_qmi_service_type service, std::optional<uint64_t> life) {
+    std::unique_lock lock(mMutex);
+    Connection& connection = mConnections[service];
+    if (life && (*life != mLife || !connection.isOpen)) {
+        return;
+    }
+    connection.isUp = true;
+    lock.unlock();
+    deliver(MODEM_API_EVENT_SERVICE_CONNECTED, toBytes(service), false);
+}
+
+bool Modem::release(modem_api_qmi_service_type service) {
+    goDown(service);
+    std::lock_guard lock(mMutex);
+    return std::exchange(mConnections[service].isOpen, false);
+}
+
+int Modem::bind(modem_api_qmi_service_type service, int32_t instance) {
+    if (instance < 0 || instance > 1) {
+        return MODEM_API_RESULT_INVALID_PARAM;
+    }
+    std::lock_guard lock(mMutex);
+    if (!isReady({service, false})) {
+        return MODEM_API_RESULT_FAILURE;
+    }
+    mConnections[service].bound = instance;
+    return MODEM_API_RESULT_SUCCESS;
+}
+
+void Modem::connect(modem_api_qmi_service_type service) {
+    mEvents.post(timeOf("latency-ms"), [this, service] { comeUp(service, {}); });
+}
+
+void Modem::disconnect(modem_api_qmi_service_type service) {
+    goDown(service);
+    raise(MODEM_API_EVENT_SERVICE_DISCONNECTED, toBytes(service));
+}
+
+void Modem::goDown(modem_api_qmi_service_type service) {
+    {
+        std::lock_guard lock(mMutex);
+        Connection& connection = mConnections[service];
+        connection.isUp = false;
+        connection.bound = -1;
+        if (service == MODEM_API_QMI_SERVICE_PDC) {
+            mMemory.dropUnfinished();
+        }
+        if (service == MODEM_API_QMI_SERVICE_VS) {
+            mIndications = false;
+            for (const modem_api_event_type event : INDICATIONS) {
+                mSubscribed.erase(event);
+            }
+        }
+    }
+    if (service == MODEM_API_QMI_SERVICE_AT) {
+        mAtPort.forget();
+    }
+}
+
+void Modem::restart(std::optional<Milliseconds> pause) {
+    std::unique_lock lock(mMutex);
+    const uint64_t life = ++mLife;
+    mRestarting = true;
+    const Milliseconds back = pause.value_or(mMemory.time("restart-ms"));
+    std::vector<modem_api_qmi_service_type> up;
+    for (const auto& [service, connection] : mConnections) {
+        if (connection.isUp) {
+            up.push_back(service);
+        }
+    }
+    lock.unlock();
+    for (const modem_api_qmi_service_type service : up) {
+        disconnect(service);
+    }
+    mEvents.post(timeOf("latency-ms") + back, [this, life] {
+        {
+            std::lock_guard lock(mMutex);
+            if (life != mLife) {
+                return;
+            }
+            mRestarting = false;
+        }
+        for (const modem_api_qmi_service_type service : openServices()) {
+            comeUp(service, life);
+        }
+    });
+}
+
+std::vector<modem_api_qmi_service_type> Modem::openServices() {
+    std::lock_guard lock(mMutex);
+    std::vector<modem_api_qmi_service_type> services;
+    for (const auto& [service, connection] : mConnections) {
+        if (connection.isOpen) {
+            services.push_back(service);
+        }
+    }
+    return services;
+}
+
+}  // namespace fake

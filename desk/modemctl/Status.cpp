@@ -1,0 +1,174 @@
+#include "Status.h"
+
+#include <fcntl.h>
+#include <hidl/Transport.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "Api.h"
+#include "Relay.h"
+#include "runtime/RuntimeDir.h"
+#include "runtime/UnixSocket.h"
+
+namespace status {
+
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::ordered_json;
+
+/** A service that does not answer is given up after this. */
+constexpr auto PATIENCE = 2s;
+
+std::string pathOf(int instance) {
+    return hal::servicePath(api::REQUESTS.descriptor, relay::name(instance));
+}
+
+/** What comes until the writer closes the pipe, or until the time is over. */
+std::string readAll(int pipe) {
+    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
+    std::string text;
+    std::array<char, 4096> part{};
+    while (std::chrono::steady_clock::now() < deadline) {
+        pollfd readable{pipe, POLLIN, 0};
+        if (poll(&readable, 1, 100) != 1) {
+            continue;
+        }
+        const ssize_t count = read(pipe, part.data(), part.size());
+        if (count <= 0) {
+            break;
+        }
+        text.append(part.data(), static_cast<size_t>(count));
+    }
+    return text;
+}
+
+/** What `debug` of the service writes. @throws Failure when there is no service */
+std::string debug(int instance, const std::vector<std::string>& options) {
+    std::string reason;
+    const auto connection = hal::Connection::connect(pathOf(instance), &reason);
+    int ends[2];
+    if (connection == nullptr) {
+        throw Failure(NO_SERVICE, "no service: " + reason + howToStart(instance));
+    }
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    }
+    const runtime::UniqueFd out(ends[0]);
+    runtime::UniqueFd in(ends[1]);
+    hal::Parcel arguments;
+    arguments.attach(in.get());
+    arguments.write(uint32_t(1));
+    arguments.write(static_cast<uint32_t>(options.size()));
+    for (const std::string& option : options) {
+        arguments.writeString(option);
+    }
+    const auto sent = connection->transact(hal::SERVICE_TARGET, hal::DEBUG_CODE, arguments);
+    close(in.release());
+    const std::string text = sent.isOk() ? readAll(out.get()) : "";
+    connection->close("debug read");
+    if (text.empty()) {
+        throw Failure(NO_ANSWER, "the service does not tell its state");
+    }
+    return text;
+}
+
+int processOf(int instance) {
+    try {
+        const auto socket = runtime::connectTo(pathOf(instance), 1s);
+        return runtime::ownUsersProcess(socket.get());
+    } catch (const std::system_error&) {
+        return 0;
+    }
+}
+
+ordered_json portOf(const std::string& path) {
+    std::error_code error;
+    const bool there = std::filesystem::symlink_status(path, error).type() !=
+                       std::filesystem::file_type::not_found;
+    return there ? ordered_json(path) : ordered_json(nullptr);
+}
+
+ordered_json read(int instance) {
+    const std::string number = std::to_string(instance);
+    ordered_json state{{"instance", instance}, {"process", nullptr}};
+    if (const int process = processOf(instance); process != 0) {
+        state["process"] = process;
+        const int relay = relay::holder(instance);
+        state["relay"] = relay != 0 ? ordered_json(relay) : ordered_json(nullptr);
+        state["textPort"] = portOf(runtime::fakeModemPort(number));
+        state["atPort"] = portOf(runtime::atPort(number));
+        try {
+            state["service"] = ordered_json::parse(debug(instance, {"json"}), nullptr, false);
+        } catch (const Failure& failure) {
+            state["trouble"] = failure.what();
+        }
+    }
+    return state;
+}
+
+std::string holderOf(const ordered_json& state) {
+    if (state["relay"].is_number()) {
+        return "modemctl, process " + state["relay"].dump();
+    }
+    const ordered_json service = state.value("service", ordered_json::object());
+    const bool held = service.is_object() && service.contains("callbacks") &&
+                      service["callbacks"].value("events", false);
+    return held ? "another program, or one that has gone" : "nobody";
+}
+
+void printText(const ordered_json& state) {
+    std::cout << "instance " << state["instance"];
+    if (state["process"].is_null()) {
+        std::cout << "  not served" << howToStart(state["instance"]) << '\n';
+        return;
+    }
+    const auto text = [](const ordered_json& path) {
+        return path.is_string() ? path.get<std::string>() : "none";
+    };
+    std::cout << "  process " << state["process"] << "\n  callbacks  " << holderOf(state)
+              << "\n  text port  " << text(state["textPort"]) << "\n  AT port    "
+              << text(state["atPort"]) << '\n';
+    if (state.contains("trouble")) {
+        std::cout << "  " << state["trouble"].get<std::string>() << '\n';
+        return;
+    }
+    for (const ordered_json& client : state["service"].value("clients", ordered_json::array())) {
+        std::cout << "  " << client["name"].get<std::string>() << ": "
+                  << (!client.value("present", false)     ? "absent"
+                      : !client.value("connected", false) ? "not connected"
+                                                          : "connected")
+                  << (!client.contains("bound")     ? ""
+                      : client["bound"].get<bool>() ? ", bound"
+                                                    : ", not bound")
+                  << '\n';
+    }
+}
+
+}  // namespace
+
+ExitCode print(bool json) {
+    for (const int instance : {0, 1}) {
+        const ordered_json state = read(instance);
+        if (json) {
+            std::cout << state.dump() << '\n';
+        } else {
+            printText(state);
+        }
+    }
+    std::cout << std::flush;
+    return ANSWERED;
+}
+
+ExitCode printDebug(int instance, std::vector<std::string> options) {
+    std::cout << debug(instance, options) << std::flush;
+    return ANSWERED;
+}
+
+}  // namespace status

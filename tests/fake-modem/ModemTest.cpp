@@ -1,0 +1,208 @@
+#include <framework/Message.h>
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "desk/libmodemapi_vendor/src/AtLine.h"
+#include "desk/libmodemapi_vendor/src/Commands.h"
+#include "desk/libmodemapi_vendor/src/Modem.h"
+#include "desk/runtime/Caller.h"
+
+using fake::AtRequest;
+using runtime::Caller;
+
+namespace {
+
+std::string run(const std::string& line) {
+    const std::string reply = fake::runCommand(line);
+    EXPECT_THAT(reply, testing::EndsWith("ok\n")) << line;
+    return reply;
+}
+
+void connect(const std::string& service) {
+    run("connect " + service);
+    while (run("state service." + service).find(" up") == std::string::npos) {
+        std::this_thread::yield();
+    }
+}
+
+/** The modem with the services that the tests need, and its knobs off. */
+struct ModemTest : testing::Test {
+    ModemTest() {
+        run("clear");
+        connect("pdc");
+        connect("vs");
+    }
+};
+
+}  // namespace
+
+TEST_F(ModemTest, RefusesMoreThanItCanKeepWaiting) {
+    static std::atomic<int> answered;
+    const auto ask = [] {
+        return modem_get_build_id(nullptr, [](auto...) { ++answered; }) == 0 ? 1 : 0;
+    };
+    const auto askOften = [&ask](std::shared_ptr<Caller> caller) {
+        const Caller::Scope scope(std::move(caller));
+        int accepted = 0;
+        for (size_t i = 0; i < 2 * fake::WAITING_MAX; ++i) {
+            accepted += ask();
+        }
+        return accepted;
+    };
+    const auto caller = std::make_shared<Caller>();
+    run("delay modem_get_build_id 2000");
+    EXPECT_EQ(askOften(caller), fake::WAITING_SHARE);
+    EXPECT_EQ(askOften(nullptr), fake::WAITING_MAX - fake::WAITING_SHARE);
+    while (caller->count(Caller::ANSWERS) != 0 || answered < static_cast<int>(fake::WAITING_MAX)) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ask(), 1);
+}
+
+/** A queue whose handler stands still, and one that goes on. */
+TEST(CallerTest, WaitsForItselfAndLeavesRoomForOthers) {
+    struct Holder : Handler {
+        std::mutex gate;
+        int handle(std::shared_ptr<Message>) override {
+            std::lock_guard lock(gate);
+            return 0;
+        }
+    };
+    const auto stuck = std::make_shared<Holder>();
+    const auto free = std::make_shared<Holder>();
+    const auto fill = [](const auto& holder) {
+        int taken = 0;
+        while (Message::obtain(1, holder, nullptr, nullptr)->dispatch() == 0) {
+            ++taken;
+        }
+        return taken;
+    };
+    const auto caller = std::make_shared<Caller>();
+    std::unique_lock gate(stuck->gate);
+    {
+        const Caller::Scope scope(caller);
+        EXPECT_NEAR(fill(stuck), 768, 1) << "one is already on its way";
+        EXPECT_EQ(fill(free), 0) << "of all queues together";
+    }
+    EXPECT_NEAR(fill(stuck), 256, 1) << "room that others still have";
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    for (int i = 0; i < 100; ++i) {
+        caller->waitUntil(Caller::MESSAGES, 64, std::chrono::milliseconds(20));
+    }
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(20));
+    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1000)) << "waits in vain once";
+    gate.unlock();
+    while (caller->count(Caller::MESSAGES) > 700) {
+        std::this_thread::yield();
+    }
+    caller->waitUntil(Caller::MESSAGES, 64, std::chrono::minutes(1));
+    EXPECT_LE(caller->count(Caller::MESSAGES), 32U) << "waits for those that go on";
+}
+
+TEST_F(ModemTest, ConfigurationsAreWhatTheLoadsOfThemSent) {
+    struct Row {
+        int32_t total;
+        std::vector<std::string> chunks;  // "!": the modem refuses one; "-": the service drops out
+        const char* content;              // "": it is not complete
+    };
+    const Row rows[] = {
+            {8, {"aaa", "bbb", "cc"}, "aaabbbcc"},
+            {9, {"aaa", "aaa", "aaa"}, "aaaaaaaaa"},
+            {6, {"aaa"}, ""},
+            {5, {"aaa", "bbb"}, ""},
+            {6, {"aaa", "!", "aaa", "bbb"}, "aaabbb"},
+            {6, {"aaa", "-", "aaa", "bbb"}, "aaabbb"},
+            {6, {"aaa", "aaa", "bbb"}, "aaabbb"},
+            {8, {"aaa", "bbb", "aaa", "bbb", "cc"}, "aaabbbcc"},
+            {9, {"aaa", "bbb", "aaa", "bbb", "ccc"}, "aaabbbccc"},
+            {6, {"aaa", "bbb", "ccc", "ddd"}, "cccddd"},
+            {INT32_MAX, {"aaa"}, ""},
+    };
+    for (const Row& row : rows) {
+        modem_pdc_delete_all_mbns();
+        for (const std::string& chunk : row.chunks) {
+            if (chunk == "!") {
+                run("fail modem_pdc_load_configuration 1 1");
+            } else if (chunk == "-") {
+                run("disconnect pdc");
+                connect("pdc");
+                continue;
+            }
+            modem_pdc_load_configuration("x", reinterpret_cast<const uint8_t*>(chunk.data()),
+                                         static_cast<int32_t>(chunk.size()), row.total);
+        }
+        std::string content;
+        fake::Modem::get().with([&](fake::Memory& memory) {
+            const fake::Configuration& loaded = memory.configurations["x"];
+            content.assign(loaded.data.begin(), loaded.data.end());
+            content.resize(loaded.isComplete() ? content.size() : 0);
+        });
+        EXPECT_EQ(content, row.content) << testing::PrintToString(row.chunks);
+    }
+}
+
+TEST_F(ModemTest, StoresGiveBackWhatFits) {
+    uint8_t bytes[513] = {};
+    size_t length = 2;
+    EXPECT_EQ(modem_write_nv_for_subid(-1, 5, bytes, 3), 0);
+    EXPECT_NE(modem_write_nv_for_subid(0, 5, bytes, 513), 0);
+    EXPECT_NE(modem_read_nv_for_subid(-1, 5, 9, bytes, &length), 0);
+    length = 512;
+    EXPECT_NE(modem_read_nv_for_subid(0, 5, 9, bytes, &length), 0);
+    EXPECT_EQ(modem_read_nv_for_subid(-1, 5, 9, bytes, &length), 0);
+    EXPECT_EQ(length, 3U);
+}
+
+TEST_F(ModemTest, WrongCommandsSayWhatAndWhere) {
+    const std::pair<std::string, const char*> rows[] = {
+            {"sing", "error: no command 'sing'; 'help' lists them"},
+            {"rrc 1 2 x 4", "error: rrc: argument 3 'x' is not a number from -2147483648"},
+            {"state nosuch", "error: state: argument 1 'nosuch' begins no key"},
+            {"connect foo", "'foo' is no service: wds, dms, nas, at, sar, pdc, vs, vms, all, or"},
+            {"set latency-ms 1 2", "error: set: argument 3 '2' is one too many"},
+            {"event 15 0g", "error: event: argument 2 '0g' is not pairs of hexadecimal digits"},
+            {"event 2 " + std::string(2 * sizeof(modem_atlog_cmd_type), '1'), "use 'at'"},
+            {"fail malloc", "error: the modem API has no function 'malloc'"},
+            {"patch modem_get_build_id token 1", "argument 2 'token' is neither an offset nor"},
+            {"set build-id \"a\x01", "error: a quote is not closed"},
+            {"  calls   modem_get_build_id\r", "0\nok\n"},
+    };
+    for (const auto& [line, reply] : rows) {
+        EXPECT_THAT(fake::runCommand(line), testing::HasSubstr(reply)) << line;
+    }
+}
+
+TEST(AtLine, EditsLinesAndTellsRequestsApart) {
+    fake::AtLine line;
+    std::string shown;
+    std::vector<std::string> lines;
+    for (const char c : std::string("\x7f"
+                                    "AX\bT\r\nATE\nB\r")) {
+        if (auto ended = line.feed(c, shown)) {
+            lines.push_back(*ended);
+        }
+    }
+    EXPECT_EQ(shown, "AX\b \bT\rATE\nB\r");
+    EXPECT_THAT(lines, testing::ElementsAre("AT", "ATE", "B"));
+    const std::pair<std::string, AtRequest> rows[] = {
+            {"", {AtRequest::NOTHING}},
+            {"at+log = 1 ,,\"my, \" ", {AtRequest::EXTENDED, "+log", {"1", "", "my, "}}},
+            {"AT+LOG=", {AtRequest::EXTENDED, "+LOG"}},
+            {"AT+LOG=?", {AtRequest::ERROR}},
+            {"AT+LOG=1,\"open", {AtRequest::ERROR}},
+            {"AT+LOG=1" + std::string(60, ','), {AtRequest::ERROR}},
+            {"AT" + std::string(fake::AtLine::LENGTH_MAX, ' '), {AtRequest::ERROR}},
+    };
+    for (const auto& [text, request] : rows) {
+        const AtRequest parsed = fake::parseAtLine(text);
+        EXPECT_EQ(std::tie(parsed.kind, parsed.name, parsed.tokens),
+                  std::tie(request.kind, request.name, request.tokens))
+                << text;
+    }
+}

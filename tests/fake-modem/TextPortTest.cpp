@@ -1,0 +1,46 @@
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <thread>
+
+#include "desk/libmodemapi_vendor/src/TextPort.h"
+#include "desk/runtime/UnixSocket.h"
+
+using namespace std::chrono_literals;
+
+/** The limits in the docs; two peers are slow, one with its line and one with the reply. */
+TEST(TextPort, EndsConnectionsThatPassItsLimits) {
+    const std::string path = testing::TempDir() + "text-port." + std::to_string(getpid());
+    const auto reply = [](const std::string& line) { return line + std::string(1 << 22, '.'); };
+    fake::serveTextPort(path, reply);
+    std::vector<runtime::UniqueFd> peers;
+    const auto say = [&](size_t peer, const std::string& text) {
+        (void)!send(peers[peer].get(), text.data(), text.size(), MSG_NOSIGNAL);
+    };
+    const auto hear = [&](size_t peer, size_t size) {
+        std::string text(size, '\0');
+        text.resize(std::max<ssize_t>(0, recv(peers[peer].get(), text.data(), size, MSG_WAITALL)));
+        return text;
+    };
+    while (peers.size() < 17) {
+        peers.push_back(runtime::connectTo(path, 60s));
+    }
+    say(16, "x");
+    EXPECT_THAT(hear(16, 99), testing::StartsWith("error: too many connections"));
+    say(15, std::string(65537, 'x'));
+    EXPECT_EQ(hear(15, 99), "error: line above 65536 bytes\n");
+    say(1, std::string(65536, 'x') + '\n');
+    const auto start = std::chrono::steady_clock::now();
+    for (const auto time : {4s, 7s}) {
+        for (; std::chrono::steady_clock::now() < start + time; std::this_thread::sleep_for(50ms)) {
+            say(0, "x");
+            hear(1, 16384);
+        }
+        for (const size_t slow : {0, 1}) {
+            pollfd peer{peers[slow].get(), 0, 0};
+            ASSERT_EQ(poll(&peer, 1, 0), time > 5s ? 1 : 0) << slow;
+        }
+    }
+    EXPECT_EQ(hear(0, 99), "error: line not completed in time\n");
+}

@@ -1,0 +1,719 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <numeric>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <vendor/lyr/modem/1.0/transport.h>
+
+#include "desk/runtime/Burst.h"
+#include "desk/runtime/Caller.h"
+
+using android::sp;
+using android::hardware::hidl_handle;
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
+using android::hardware::Return;
+using android::hardware::Void;
+using hal::Connection;
+using hal::Parcel;
+using namespace std::chrono_literals;
+using namespace vendor::lyr::modem::V1_0;
+
+namespace {
+
+constexpr auto TIMEOUT = 20s;
+
+/** Values in the order in which threads bring them. */
+class Events {
+public:
+    void add(int value) {
+        std::lock_guard lock(mLock);
+        mValues.push_back(value);
+        mChanged.notify_all();
+    }
+
+    /** The values, as soon as there are so many; fewer when they do not come in time. */
+    std::vector<int> wait(size_t count) {
+        std::unique_lock lock(mLock);
+        mChanged.wait_for(lock, TIMEOUT, [&] { return mValues.size() >= count; });
+        return mValues;
+    }
+
+private:
+    std::mutex mLock;
+    std::condition_variable mChanged;
+    std::vector<int> mValues;
+};
+
+/** Takes the modes of powerSaveModeInd. */
+class Indication : public IModemIndication {
+public:
+    Return<void> modemRRCStateInd(uint32_t, int32_t, int32_t, int32_t, int32_t) override {
+        return Void();
+    }
+    Return<void> modemRadioInfoReportInd(uint32_t, const RadioInfo&) override { return Void(); }
+    Return<void> powerSaveModeInd(uint32_t, int32_t mode) override {
+        if (onMode) {
+            onMode(mode);
+        }
+        modes.add(mode);
+        return Void();
+    }
+    Return<void> atLogControlInfoInd(uint32_t, uint8_t, uint8_t, const hidl_string&) override {
+        return Void();
+    }
+
+    Return<void> debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) override {
+        const bool written = write(fd->data[0], options[1].c_str(), options[1].size()) > 0;
+        EXPECT_TRUE(written);
+        return Void();
+    }
+
+    Events modes;
+    std::function<void(int)> onMode;
+};
+
+/** As much of IModem as these tests call: setCallback, and requests that come back as modes. */
+class Modem : public hal::Stub {
+public:
+    bool onTransact(uint32_t code, Parcel& args, Parcel&) override {
+        return code == 1    ? setCallback(args)
+               : code == 2  ? echo(args)
+               : code == 16 ? drop(args)
+                            : code == hal::DEBUG_CODE;
+    }
+
+    sp<IModemIndication> indication() {
+        std::lock_guard lock(mLock);
+        return mIndication;
+    }
+
+    /** That of the last setCallback. */
+    std::shared_ptr<Connection> client() {
+        std::lock_guard lock(mLock);
+        return mClient;
+    }
+
+    std::function<void(IModemIndication*)> onSetCallback;
+
+private:
+    bool setCallback(Parcel& args) {
+        sp<IModemResponse> response;
+        sp<IModemIndication> indication;
+        if (!decode(args, response) || !decode(args, indication) || !args.atEnd()) {
+            return false;
+        }
+        const sp<IModemIndication> installed = indication;
+        {
+            std::lock_guard lock(mLock);
+            std::swap(mIndication, indication);
+            mClient = args.connection()->shared_from_this();
+        }
+        if (onSetCallback) {
+            onSetCallback(installed.get());
+        }
+        return true;
+    }
+
+    bool echo(Parcel& args) {  // switchNRNetworkMode
+        int32_t serial = 0;
+        int32_t mode = 0;
+        if (!args.read(&serial) || !args.read(&mode) || !args.atEnd()) {
+            return false;
+        }
+        if (const sp<IModemIndication> callback = indication(); callback != nullptr) {
+            (void)callback->powerSaveModeInd(0, mode);
+        }
+        return true;
+    }
+
+    static bool drop(Parcel& args) {  // activateMbnByName
+        int32_t serial = 0;
+        hidl_string name;
+        return args.read(&serial) && decode(args, name) && args.atEnd();
+    }
+
+    std::mutex mLock;
+    sp<IModemIndication> mIndication;
+    std::shared_ptr<Connection> mClient;
+};
+
+/** Entries of a folder of this process's: threads or open files. */
+ptrdiff_t countOf(const char* folder) {
+    const std::filesystem::directory_iterator entries(std::string("/proc/self/") + folder);
+    return std::distance(begin(entries), end(entries));
+}
+
+std::string failureOf(const Return<void>& status) {
+    EXPECT_FALSE(status.isOk());
+    return status.description();
+}
+
+template <class Condition>
+bool await(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + TIMEOUT;
+    bool met = condition();
+    for (; !met && std::chrono::steady_clock::now() < end; met = condition()) {
+        std::this_thread::yield();
+    }
+    return met;
+}
+
+std::vector<uint8_t> bytesOf(const std::vector<uint32_t>& words, const std::string& rest = "") {
+    const auto* begin = reinterpret_cast<const uint8_t*>(words.data());
+    std::vector<uint8_t> bytes(begin, begin + words.size() * sizeof(uint32_t));
+    bytes.insert(bytes.end(), rest.begin(), rest.end());
+    return bytes;
+}
+
+class TransportTest : public testing::Test {
+protected:
+    TransportTest() {
+        char folder[] = "/tmp/hidl-test-XXXXXX";
+        mFolder = mkdtemp(folder);
+        std::filesystem::remove(mFolder);  // made when missing
+        setenv("OX_RUNTIME_DIR", mFolder.c_str(), 1);
+    }
+    ~TransportTest() override { std::filesystem::remove_all(mFolder); }
+
+    android::status_t publish() { return hal::publish(IModem::descriptor, "instance0", modem); }
+
+    static std::string path() { return hal::servicePath(IModem::descriptor, "instance0"); }
+
+    static std::pair<std::shared_ptr<Connection>, int> connectionAndPeer() {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        return {std::make_shared<Connection>(ends[0]), ends[1]};
+    }
+
+    /** A client that keeps no rule; reads give up in time. */
+    static int connectRaw(const char* descriptor = IModem::descriptor) {
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{AF_UNIX, {}};
+        hal::servicePath(descriptor, "instance0")
+                .copy(address.sun_path, sizeof(address.sun_path) - 1);
+        EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        const timeval limit{10, 0};
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+        return fd;
+    }
+
+    /** False when the connection was cut. */
+    static bool sendRaw(int fd, const std::vector<uint8_t>& bytes, size_t descriptors = 0) {
+        iovec content{const_cast<uint8_t*>(bytes.data()), bytes.size()};
+        alignas(cmsghdr) uint8_t control[CMSG_SPACE(8 * sizeof(int))] = {};
+        msghdr message{nullptr, 0, &content, 1, nullptr, 0, 0};
+        if (descriptors != 0) {
+            message.msg_control = control;
+            message.msg_controllen = CMSG_SPACE(descriptors * sizeof(int));
+            const cmsghdr header{CMSG_LEN(descriptors * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+            memcpy(control, &header, sizeof(header));
+            const std::vector<int> files(descriptors, fd);
+            memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), files.data(), descriptors * sizeof(int));
+        }
+        return sendmsg(fd, &message, MSG_NOSIGNAL) == ssize_t(bytes.size());
+    }
+
+    /** One that installs a callback, and has read the reply. */
+    static int connectRawWithCallback() {
+        const int fd = connectRaw();
+        const std::vector<uint8_t> call = bytesOf({20, 1, 1, 1, 0, 2});
+        EXPECT_EQ(write(fd, call.data(), call.size()), ssize_t(call.size()));
+        char reply[16];
+        EXPECT_EQ(recv(fd, reply, sizeof(reply), MSG_WAITALL), ssize_t(sizeof(reply)));
+        return fd;
+    }
+
+    const sp<Modem> modem = new Modem;  ///< served by threads that outlive the test
+    std::string mFolder;
+};
+
+/** A client with its callback installed. */
+struct Client {
+    Client() : modem(IModem::getService("instance0")), indication(new Indication) {
+        EXPECT_TRUE(modem->setCallback(nullptr, indication).isOk());
+    }
+
+    /** A call and its answer, as that of one who is served. */
+    bool isServed(int mode) {
+        const size_t before = indication->modes.wait(0).size();
+        EXPECT_TRUE(modem->switchNRNetworkMode(1, mode).isOk());
+        const std::vector<int> modes = indication->modes.wait(before + 1);
+        return modes.size() == before + 1 && modes.back() == mode;
+    }
+
+    sp<IModem> modem;
+    sp<Indication> indication;
+};
+
+struct Breach {
+    const char* name;
+    std::vector<uint8_t> bytes;
+    size_t descriptors = 0;
+};
+
+/** Served by generated code: 3 is powerSaveModeInd(type, mode), 4 takes a string, and there is
+ * no 5. */
+TEST_F(TransportTest, peerThatBreaksTheRulesLosesItsConnectionAlone) {
+    const Breach breaches[] = {
+            {"garbage", bytesOf({}, "GET / HTTP/1.1\r\nHost: modem\r\n\r\n")},
+            {"huge length", bytesOf({UINT32_MAX, 1, 3, 0})},
+            {"one byte too long", bytesOf({hal::MAX_MESSAGE_SIZE - 3, 1, 3, 0})},
+            {"length below the header", bytesOf({11, 1, 3, 0, 0, 0})},
+            {"unknown target", bytesOf({20, 2, 3, 0, 0, 2})},
+            {"code 0", bytesOf({20, 1, 0, 0, 0, 2})},
+            {"code out of range", bytesOf({20, 1, 5, 0, 0, 2})},
+            {"too few arguments", bytesOf({16, 1, 3, 0, 0})},
+            {"trailing bytes", bytesOf({24, 1, 3, 0, 0, 2, 3})},
+            {"string longer than the message", bytesOf({22, 1, 4, 0, 0}, {1, 2, 5, 0, 0, 0})},
+            {"unknown control code", bytesOf({12, 0, 3, 0})},
+            {"release of what it does not have", bytesOf({16, 0, 2, 0, 7})},
+            {"reply that nobody waits for", bytesOf({12, 0, 1, 1})},
+            {"refusal by a client", bytesOf({16, 0, 3, 0, 0})},
+            {"descriptor that no call takes", bytesOf({32, 1, 1, 0, 0, 0, 0, 0, 0}), 1},
+            {"too many descriptors", bytesOf({32, 1, 1, 0, 0, 0, 0, 0, 0}), 5},
+            {"handle without its descriptor", bytesOf({20, 1, hal::DEBUG_CODE, 1, 1, 0})},
+            {"half a message", bytesOf({20, 1, 3, 0, 0})},
+            {"half a header", bytesOf({20, 1})},
+    };
+    const sp<Indication> served = new Indication;
+    ASSERT_EQ(served->registerAsService("instance0"), android::OK);
+    const sp<IModemIndication> good = IModemIndication::getService("instance0");
+    EXPECT_TRUE(good->powerSaveModeInd(0, 7).isOk());
+    size_t calls = served->modes.wait(1).size();
+    const ptrdiff_t files = countOf("fd");
+    for (const Breach& breach : breaches) {
+        ++calls;
+        const bool half = strncmp(breach.name, "half", 4) == 0;
+        hal::setStallLimit(half ? 100ms : 60s);
+        const int fd = connectRaw(IModemIndication::descriptor);
+        ASSERT_TRUE(sendRaw(fd, breach.bytes, breach.descriptors));
+        char byte = 0;
+        EXPECT_LE(recv(fd, &byte, 1, 0), 0) << breach.name;
+        EXPECT_NE(errno, EAGAIN) << breach.name << ": still connected";
+        close(fd);
+        EXPECT_TRUE(good->powerSaveModeInd(0, 7).isOk()) << breach.name;
+        EXPECT_EQ(served->modes.wait(calls), std::vector<int>(calls, 7)) << breach.name;
+    }
+    // The first line that the transport writes opens two, the breaches brought five.
+    EXPECT_TRUE(await([&] { return countOf("fd") <= files + 2; })) << "descriptors stay open";
+}
+
+/** It asks and asks and reads a byte now and then; or none while the service has much to tell. */
+TEST_F(TransportTest, peerThatDoesNotTakeIsCutWithoutThreadsAndOthersAreServed) {
+    ASSERT_EQ(publish(), android::OK);
+    const Client good;
+    for (const bool takesBytes : {false, true}) {
+        hal::setStallLimit(takesBytes ? 200ms : 60s);
+        const int fd = connectRawWithCallback();
+        const std::shared_ptr<Connection> connection = modem->client();
+        const ptrdiff_t threads = countOf("task");
+        const sp<IModemIndication> told = modem->indication();
+        for (uint32_t id = 3; connection->isOpen(); ++id) {  // each makes it release the one before
+            const std::vector<uint8_t> call = bytesOf({20, 1, 1, id, 0, id});
+            const bool isSent = send(fd, call.data(), call.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0;
+            if (char byte = 0; takesBytes && !isSent) {
+                recv(fd, &byte, 1, 0);
+                poll(nullptr, 0, 5);
+            } else if (!takesBytes) {
+                (void)told->atLogControlInfoInd(0, 0, 0, std::string(1000, 'x')).isOk();
+            }
+            if (id % 1000 == 0) {
+                ASSERT_LE(countOf("task"), threads + 1) << "more than a writer";
+                EXPECT_TRUE(good.modem->debug({}, {}).isOk());
+            }
+        }
+        const std::string reason = connection->cutReason();
+        EXPECT_EQ(reason, takesBytes ? "peer has not taken a message within 200 ms"
+                                     : "peer has left more than 4194304 bytes untaken");
+        EXPECT_NE(failureOf(modem->indication()->powerSaveModeInd(0, 1)).find(reason),
+                  std::string::npos);
+        close(fd);
+    }
+    EXPECT_TRUE(Client().isServed(1));
+}
+
+/** The service is busy with a call. Its client's own threads wait then, instead of being cut. */
+TEST_F(TransportTest, whatComesWhileACallIsServedWaitsAsFarAsThereIsRoom) {
+    std::atomic<bool> isBusy{true};
+    modem->onSetCallback = [&](IModemIndication* callback) {
+        while (isBusy) {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE(callback == nullptr || !callback->debug({}, {}).isOk());
+    };
+    ASSERT_EQ(publish(), android::OK);
+    const sp<IModem> service = IModem::getService("instance0");
+    std::thread caller([&] { EXPECT_TRUE(service->setCallback(nullptr, nullptr).isOk()); });
+    ASSERT_TRUE(await([&] { return modem->client() != nullptr; }));
+    std::atomic<int> sent{0};
+    std::thread sender([&] {
+        for (; sent < 8; ++sent) {
+            EXPECT_TRUE(service->activateMbnByName(1, std::string(1000000, 'x')).isOk());
+        }
+    });
+    EXPECT_TRUE(await([&] { return sent == 3; }));
+    std::this_thread::sleep_for(50ms);
+    EXPECT_LE(sent, 4) << "of a megabyte: what the socket takes, two, and one more";
+    isBusy = false;
+    sender.join();
+    caller.join();
+
+    const int fd = connectRaw();  // sends calls instead of the reply to `debug`
+    sendRaw(fd, bytesOf({20, 1, 1, 1, 0, 2}));
+    for (int i = 0; i < 6; ++i) {
+        sendRaw(fd, bytesOf({1000012, 1, 16, 0}, std::string(1000000, 'x')));
+    }
+    ASSERT_TRUE(await([&] { return !modem->client()->isOpen(); }));
+    EXPECT_EQ(modem->client()->cutReason(), "too many calls instead of a reply");
+    close(fd);
+}
+
+TEST_F(TransportTest, ofAllPeersTheOneThatLeavesMostIsCut) {
+    hal::setStallLimit(100s);
+    const auto caller = std::make_shared<runtime::Caller>();
+    const runtime::Caller::Scope scope(caller);
+    std::vector<std::pair<std::shared_ptr<Connection>, int>> peers(5);
+    Events cut;
+    for (size_t i = 0; i < peers.size(); ++i) {
+        peers[i] = connectionAndPeer();
+        peers[i].first->start();
+        peers[i].first->onClosed([&cut, i] { cut.add(static_cast<int>(i)); });
+    }
+    const auto leave = [&](size_t i, size_t size) {
+        Parcel args;
+        args.writeString(std::string(size, 'x'));
+        (void)peers[i].first->transact(1, 1, args).isOk();
+    };
+    for (size_t i = 0; i < 5; ++i) {
+        leave(i, 1000000);
+    }
+    leave(4, 150000);  // the last one leaves a little more
+    for (int rounds = 0; rounds < 3; ++rounds) {
+        for (size_t i = 5; i-- > 0;) {
+            leave(i, 1000000);
+        }
+    }
+    EXPECT_EQ(cut.wait(1), std::vector<int>{4});
+    for (const auto& [connection, fd] : peers) {
+        connection->close("test over");
+        close(fd);
+    }
+    EXPECT_EQ(cut.wait(peers.size()).size(), peers.size());
+    EXPECT_EQ(caller->count(runtime::Caller::BYTES), 0U);
+}
+
+TEST_F(TransportTest, thousandsUnderWayAreAllAnsweredToACallbackThatAsksOn) {
+    ASSERT_EQ(publish(), android::OK);
+    const Client client;
+    std::atomic<int> asked{0};
+    const auto ask = [&] {
+        EXPECT_TRUE(asked++ >= 9000 || client.modem->switchNRNetworkMode(1, 2).isOk());
+    };
+    client.indication->onMode = [&](int) { ask(); };
+    for (int i = 0; i < 3000; ++i) {
+        ask();
+    }
+    EXPECT_EQ(client.indication->modes.wait(9000).size(), 9000U);
+}
+
+/** Silent peers, and peers that sent a byte; a client that has called may be silent for ever. */
+TEST_F(TransportTest, placesOfPeersThatSendNoCallComeFreeAndWhoIsRefusedLearnsWhy) {
+    hal::setStallLimit(1500ms);
+    ASSERT_EQ(publish(), android::OK);
+    Client idle;
+    std::vector<int> silent;
+    while (silent.size() < hal::MAX_CLIENTS) {
+        silent.push_back(connectRaw());
+        sendRaw(silent.back(), std::vector<uint8_t>(silent.size() % 2));
+    }
+    EXPECT_NE(IModem::getService("instance0")
+                      ->setCallback(nullptr, nullptr)
+                      .description()
+                      .find("refused by the service: 64 clients are connected"),
+              std::string::npos);
+    for (const int fd : silent) {
+        char bytes[200];
+        while (recv(fd, bytes, sizeof(bytes), 0) > 0) {  // the last one's refusal
+        }
+        EXPECT_NE(errno, EAGAIN) << "still connected";
+        close(fd);
+    }
+    EXPECT_TRUE(await(
+            [] { return IModem::getService("instance0")->setCallback(nullptr, nullptr).isOk(); }));
+    EXPECT_TRUE(idle.modem->debug({}, {}).isOk());
+}
+
+TEST_F(TransportTest, threadThatCannotBeHadRefusesOneConnectionAlone) {
+    ASSERT_EQ(publish(), android::OK);
+    Client before;
+    pthread_attr_t usual;
+    pthread_attr_t huge;
+    pthread_getattr_default_np(&usual);
+    pthread_getattr_default_np(&huge);
+    pthread_attr_setstacksize(&huge, size_t{1} << 46);  // there is no room for such a stack
+    pthread_setattr_default_np(&huge);
+    const int fd = connectRaw();
+    char refusal[200] = {};
+    EXPECT_GT(recv(fd, refusal, sizeof(refusal) - 1, MSG_WAITALL), 20);
+    EXPECT_NE(std::string(refusal + 20, sizeof(refusal) - 20).find("Resource temporarily"),
+              std::string::npos);
+    close(fd);
+    std::string error;
+    EXPECT_EQ(Connection::connect(path(), &error), nullptr);
+    EXPECT_NE(error, "");
+    EXPECT_EQ(hal::publish(IModem::descriptor, "instance1", modem), -EAGAIN);
+    pthread_setattr_default_np(&usual);
+    EXPECT_EQ(hal::publish(IModem::descriptor, "instance1", modem), android::OK);
+    EXPECT_TRUE(before.isServed(1));
+    EXPECT_TRUE(Client().isServed(2));
+}
+
+/** A process sends more than a socket takes, and closes the connection in order or exits. */
+TEST_F(TransportTest, whatWasSentArrivesThoughItsSenderLeaves) {
+    for (const bool exits : {false, true}) {
+        auto [connection, fd] = connectionAndPeer();
+        const pid_t child = fork();
+        if (child == 0) {
+            connection->start();
+            connection->closeWhenUnused();
+            sp<IModemIndication> peer = hal::makeProxy<IModemIndication>(connection, 1);
+            for (int i = 0; i < 20; ++i) {
+                (void)peer->atLogControlInfoInd(0, 0, 0, std::string(100000, 'x')).isOk();
+            }
+            if (!exits) {
+                Events closed;
+                connection->onClosed([&] { closed.add(1); });
+                peer.clear();
+                closed.wait(1);
+                _exit(0);
+            }
+            exit(0);
+        }
+        connection.reset();  // the child has its own
+        size_t size = 0;
+        std::vector<char> bytes(100000);
+        for (ssize_t got; (got = recv(fd, bytes.data(), bytes.size(), 0)) > 0;) {
+            size += static_cast<size_t>(got);
+        }
+        EXPECT_EQ(size, 20U * 100026 + (exits ? 0 : 20)) << "exits: " << exits;
+        waitpid(child, nullptr, 0);
+        close(fd);
+    }
+}
+
+/** Nothing goes out twice, or in another order, however a burst ends. */
+TEST_F(TransportTest, whatABurstKeepsBackGoesOutThoughItsThreadStops) {
+    ASSERT_EQ(publish(), android::OK);
+    const Client client;
+    const sp<IModemIndication> told = modem->indication();
+    auto tell = [&, sent = 0](int count) mutable {
+        for (; count > 0; --count) {
+            EXPECT_TRUE(told->powerSaveModeInd(0, ++sent).isOk());
+        }
+    };
+    runtime::Burst::goOn(true);
+    tell(3);  // the writer sends them, as this thread waits
+    ASSERT_EQ(client.indication->modes.wait(3).size(), 3U);
+    tell(1000);  // more than is held back
+    runtime::Burst::goOn(false);
+    tell(1);  // with what is held
+    runtime::Burst::goOn(true);
+    tell(5);
+    runtime::Burst::end();
+    std::thread([&] {
+        runtime::Burst::goOn(true);
+        tell(5);  // and the thread has gone
+    }).join();
+    std::vector<int> all(1014);
+    std::iota(all.begin(), all.end(), 1);
+    EXPECT_EQ(client.indication->modes.wait(1014), all);
+}
+
+TEST_F(TransportTest, debugTakesADescriptorFromProcessToProcess) {
+    const sp<Indication> served = new Indication;
+    ASSERT_EQ(served->registerAsService("instance0"), android::OK);
+    const ptrdiff_t files = countOf("fd");
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    native_handle_t* handle = native_handle_create(1, 0);
+    handle->data[0] = ends[1];
+    const sp<IModemIndication> client = IModemIndication::getService("instance0");
+    EXPECT_TRUE(client->powerSaveModeInd(0, 1).isOk());
+    EXPECT_EQ(served->modes.wait(1).size(), 1U);
+    close(STDIN_FILENO);  // so that the descriptor that comes is 0
+    EXPECT_TRUE(client->debug(handle, {"json", "the state"}).isOk());
+    native_handle_close(handle);
+    native_handle_delete(handle);
+    char text[20] = {};
+    EXPECT_EQ(read(ends[0], text, sizeof(text)), 9);
+    EXPECT_STREQ(text, "the state");
+    EXPECT_EQ(read(ends[0], text, 1), 0) << "the service still holds the other end";
+    close(ends[0]);
+    EXPECT_TRUE(await([&] { return countOf("fd") <= files + 2; })) << "a connection's two ends";
+}
+
+TEST_F(TransportTest, callsFromInsideACallbackKeepTheOrder) {
+    modem->onSetCallback = [](IModemIndication* callback) {
+        for (int mode = 1; mode <= 3; ++mode) {
+            (void)callback->powerSaveModeInd(0, mode);
+        }
+    };
+    ASSERT_EQ(publish(), android::OK);
+    const sp<IModem> service = IModem::getService("instance0");
+    const sp<Indication> indication = new Indication;
+    indication->onMode = [service, self = indication.get(), calls = 0](int) mutable {
+        if (++calls < 4) {  // answered while 2 and 3 wait, which brings 1 to 3 behind them
+            EXPECT_TRUE(service->setCallback(nullptr, self).isOk());
+        }
+    };
+    EXPECT_TRUE(service->setCallback(nullptr, indication).isOk());
+    EXPECT_EQ(indication->modes.wait(12), (std::vector<int>{1, 2, 3, 1, 2, 3, 1, 2, 3, 1, 2, 3}));
+}
+
+TEST_F(TransportTest, whatAClientLeavesBehindIsLetGo) {
+    ASSERT_EQ(publish(), android::OK);
+    Client client;
+    for (int i = 0; i < 1000; ++i) {  // each in place of the one before
+        ASSERT_TRUE(client.modem->setCallback(nullptr, client.indication).isOk());
+    }
+    EXPECT_TRUE(client.isServed(1));
+    EXPECT_EQ(client.indication->getStrongCount(), 2) << "one stub, the last, holds it";
+    Events closed;
+    modem->client()->onClosed([&] { closed.add(1); });
+    client.modem.clear();  // the callback is still installed and keeps the connection
+    EXPECT_TRUE(modem->indication()->powerSaveModeInd(0, 2).isOk());
+    EXPECT_EQ(client.indication->modes.wait(2).back(), 2);
+    Client next;  // takes its place, and then nothing is left
+    EXPECT_EQ(closed.wait(1).size(), 1U);
+    EXPECT_EQ(client.indication->getStrongCount(), 1);
+    EXPECT_TRUE(next.isServed(3));
+}
+
+TEST_F(TransportTest, waitForAReplyEndsWithTheConnection) {
+    const auto [connection, fd] = connectionAndPeer();
+    connection->start();
+    std::thread peer([raw = fd] {
+        char call[16];
+        EXPECT_EQ(recv(raw, call, sizeof(call), MSG_WAITALL), ssize_t(sizeof(call)));
+        close(raw);
+    });
+    Events closed;
+    connection->onClosed([&] { closed.add(1); });
+    const sp<Modem> early = new Modem;
+    const sp<Modem> late = new Modem;
+    connection->exportObject(early);
+    Parcel args;
+    Parcel reply;
+    const Return<void> status = connection->transact(hal::SERVICE_TARGET, 1, args, &reply);
+    EXPECT_FALSE(status.isOk());
+    EXPECT_TRUE(status.isDeadObject()) << status.description();
+    EXPECT_FALSE(connection->isOpen());
+    EXPECT_EQ(closed.wait(1).size(), 1U);
+    connection->exportObject(late);
+    EXPECT_EQ(early->getStrongCount() + late->getStrongCount(), 2) << "held by what is over";
+    peer.join();
+    const auto [unread, end] = connectionAndPeer();
+    close(end);
+    EXPECT_NE(failureOf(unread->transact(1, 1, args)).find("peer gone"), std::string::npos);
+}
+
+TEST_F(TransportTest, limitsHold) {
+    const auto held = std::make_shared<std::vector<sp<IModemIndication>>>();
+    modem->onSetCallback = [held](IModemIndication* callback) { held->emplace_back(callback); };
+    ASSERT_EQ(publish(), android::OK);
+    Client client;  // its callback is the first one held
+    const std::string longest(hal::MAX_MESSAGE_SIZE - 24, 'x');
+    EXPECT_NE(failureOf(client.modem->activateMbnByName(1, longest + 'x'))
+                      .find("FAILED_TRANSACTION: dropped, its receiver gets nothing: a message of "
+                            "1048577 bytes is longer than the transport's limit of 1048576"),
+              std::string::npos);
+    EXPECT_TRUE(client.modem->activateMbnByName(1, longest).isOk());
+    EXPECT_TRUE(client.isServed(1)) << "the longest message was taken, the longer one not sent";
+    size_t proxies = 1;
+    while (client.modem->setCallback(nullptr, client.indication).isOk()) {
+        ++proxies;
+    }
+    EXPECT_EQ(proxies, hal::MAX_PROXIES);
+}
+
+TEST_F(TransportTest, registrationNeedsAFreeNameAndASafeFolder) {
+    const auto serve = [](const std::string& name) {
+        return hal::publish(IModem::descriptor, name, new Modem);
+    };
+    EXPECT_EQ(IModem::getService("instance0"), nullptr);
+    EXPECT_EQ(serve(""), -EINVAL);
+    EXPECT_EQ(serve("a/b"), -EINVAL);
+    EXPECT_EQ(serve(std::string(100, 'x')), -ENAMETOOLONG);
+    ASSERT_EQ(serve("instance0"), android::OK);
+    EXPECT_EQ(serve("instance0"), android::ALREADY_EXISTS);
+    const std::vector<hal::Registration> all = hal::registrations();
+    const hal::Registration& refused = all.back();
+    EXPECT_EQ(refused.name, "instance0");
+    EXPECT_EQ(refused.status, android::ALREADY_EXISTS);
+    EXPECT_EQ(refused.holder, getpid()) << refused.reason;
+    EXPECT_EQ(all[all.size() - 2].status, android::OK);
+    EXPECT_EQ(serve("instance1"), android::OK);
+    struct stat info {};
+    ASSERT_EQ(stat((mFolder + "/" + IModem::descriptor).c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0700U);
+    chmod(mFolder.c_str(), 0755);
+    EXPECT_EQ(serve("instance2"), -EACCES);
+    EXPECT_EQ(IModem::getService("instance1"), nullptr);
+}
+
+/** Processes that all want the name at once; each reports its status and waits for its end. */
+TEST_F(TransportTest, ofManyProcessesOneServesAndItsSocketIsReplacedAfterwards) {
+    int reports[2];
+    int wishes[2];
+    ASSERT_EQ(pipe(reports) + pipe(wishes), 0);
+    std::vector<pid_t> children(4);
+    for (pid_t& child : children) {
+        child = fork();
+        if (child == 0) {
+            const android::status_t status = publish();
+            char wish = 0;
+            const bool told = write(reports[1], &status, sizeof(status)) == sizeof(status) &&
+                              read(wishes[0], &wish, 1) == 1;
+            exit(told ? 0 : 1);
+        }
+    }
+    int served = 0;
+    for (size_t i = 0; i < children.size(); ++i) {
+        android::status_t status = 1;
+        ASSERT_EQ(read(reports[0], &status, sizeof(status)), ssize_t(sizeof(status)));
+        EXPECT_TRUE(status == android::OK || status == android::ALREADY_EXISTS) << status;
+        served += status == android::OK;
+    }
+    EXPECT_EQ(served, 1);
+    EXPECT_TRUE(Client().isServed(1));
+    for (const pid_t child : children) {
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
+    EXPECT_TRUE(std::filesystem::exists(path())) << "nothing stale to replace";
+    EXPECT_EQ(IModem::getService("instance0"), nullptr);
+    EXPECT_EQ(publish(), android::OK);
+    EXPECT_TRUE(Client().isServed(2));
+    for (const int fd : {reports[0], reports[1], wishes[0], wishes[1]}) {
+        close(fd);
+    }
+}
+
+}  // namespace
