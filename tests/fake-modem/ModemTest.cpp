@@ -1,19 +1,13 @@
-#include <framework/Message.h>
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <chrono>
-#include <memory>
-#include <mutex>
 #include <thread>
 
 #include "desk/libmodemapi_vendor/src/AtLine.h"
 #include "desk/libmodemapi_vendor/src/Commands.h"
 #include "desk/libmodemapi_vendor/src/Modem.h"
-#include "desk/runtime/Caller.h"
 
 using fake::AtRequest;
-using runtime::Caller;
 
 namespace {
 
@@ -41,68 +35,20 @@ struct ModemTest : testing::Test {
 
 }  // namespace
 
-TEST_F(ModemTest, RefusesMoreThanItCanKeepWaiting) {
-    static std::atomic<int> answered;
-    const auto ask = [] {
-        return modem_get_build_id(nullptr, [](auto...) { ++answered; }) == 0 ? 1 : 0;
-    };
-    const auto askOften = [&ask](std::shared_ptr<Caller> caller) {
-        const Caller::Scope scope(std::move(caller));
-        int accepted = 0;
-        for (size_t i = 0; i < 2 * fake::WAITING_MAX; ++i) {
-            accepted += ask();
-        }
-        return accepted;
-    };
-    const auto caller = std::make_shared<Caller>();
-    run("delay modem_get_build_id 2000");
-    EXPECT_EQ(askOften(caller), fake::WAITING_SHARE);
-    EXPECT_EQ(askOften(nullptr), fake::WAITING_MAX - fake::WAITING_SHARE);
-    while (caller->count(Caller::ANSWERS) != 0 || answered < static_cast<int>(fake::WAITING_MAX)) {
+TEST_F(ModemTest, RefusesMoreThanItKeepsPending) {
+    static std::atomic<size_t> answered;
+    const auto ask = [] { return modem_get_build_id(nullptr, [](auto...) { ++answered; }); };
+    run("delay modem_get_build_id 5000");
+    size_t accepted = 0;
+    for (size_t i = 0; i < 2 * fake::PENDING_MAX; ++i) {
+        accepted += ask() == 0 ? 1 : 0;
+    }
+    EXPECT_GE(accepted, fake::PENDING_MAX);
+    EXPECT_LT(accepted, 2 * fake::PENDING_MAX);
+    while (answered < accepted) {
         std::this_thread::yield();
     }
-    EXPECT_EQ(ask(), 1);
-}
-
-/** A queue whose handler stands still, and one that goes on. */
-TEST(CallerTest, WaitsForItselfAndLeavesRoomForOthers) {
-    struct Holder : Handler {
-        std::mutex gate;
-        int handle(std::shared_ptr<Message>) override {
-            std::lock_guard lock(gate);
-            return 0;
-        }
-    };
-    const auto stuck = std::make_shared<Holder>();
-    const auto free = std::make_shared<Holder>();
-    const auto fill = [](const auto& holder) {
-        int taken = 0;
-        while (Message::obtain(1, holder, nullptr, nullptr)->dispatch() == 0) {
-            ++taken;
-        }
-        return taken;
-    };
-    const auto caller = std::make_shared<Caller>();
-    std::unique_lock gate(stuck->gate);
-    {
-        const Caller::Scope scope(caller);
-        EXPECT_NEAR(fill(stuck), 768, 1) << "one is already on its way";
-        EXPECT_EQ(fill(free), 0) << "of all queues together";
-    }
-    EXPECT_NEAR(fill(stuck), 256, 1) << "room that others still have";
-    using Clock = std::chrono::steady_clock;
-    const auto start = Clock::now();
-    for (int i = 0; i < 100; ++i) {
-        caller->waitUntil(Caller::MESSAGES, 64, std::chrono::milliseconds(20));
-    }
-    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(20));
-    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1000)) << "waits in vain once";
-    gate.unlock();
-    while (caller->count(Caller::MESSAGES) > 700) {
-        std::this_thread::yield();
-    }
-    caller->waitUntil(Caller::MESSAGES, 64, std::chrono::minutes(1));
-    EXPECT_LE(caller->count(Caller::MESSAGES), 32U) << "waits for those that go on";
+    EXPECT_EQ(ask(), 0);
 }
 
 TEST_F(ModemTest, ConfigurationsAreWhatTheLoadsOfThemSent) {

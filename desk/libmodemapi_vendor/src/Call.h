@@ -86,7 +86,7 @@ public:
     void checkRoomForEvents() const {
         if (!modem.takesEvents()) {
             throw std::invalid_argument(mWords[0] + ": too many events wait to be taken (" +
-                                        std::to_string(WAITING_MAX) + ")");
+                                        std::to_string(PENDING_MAX) + ")");
         }
     }
 

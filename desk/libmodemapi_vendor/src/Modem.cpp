@@ -73,19 +73,20 @@ Milliseconds Modem::timeOf(const char* name) {
 
 void Modem::answer(const char* function, const modem_async_response& response, void* cookie,
                    modem_api_async_callback callback) {
-    mAnswers.owe(mKnobs.answerDelay(function, timeOf("latency-ms")),
-                 [callback, cookie, result = response.result,
-                  bytes = mKnobs.shape(function, &response, sizeof(response))] {
-                     callback(bytes.empty() ? nullptr : bytes.data(), bytes.size(), cookie, result);
-                 });
+    mAnswers.post(mKnobs.answerDelay(function, timeOf("latency-ms")),
+                  [callback, cookie, result = response.result,
+                   bytes = mKnobs.shape(function, &response, sizeof(response))] {
+                      callback(bytes.empty() ? nullptr : bytes.data(), bytes.size(), cookie,
+                               result);
+                  });
 }
 
 void Modem::answerByEvent(const char* function, modem_api_event_type event, const void* record,
                           size_t size) {
-    mEvents.owe(mKnobs.answerDelay(function, timeOf("latency-ms")),
-                [this, event, bytes = mKnobs.shape(function, record, size)] {
-                    deliver(event, bytes, false);
-                });
+    mEvents.post(mKnobs.answerDelay(function, timeOf("latency-ms")),
+                 [this, event, bytes = mKnobs.shape(function, record, size)] {
+                     deliver(event, bytes, false);
+                 });
 }
 
 void Modem::setEventCallback(modem_api_event_callback callback) {
