@@ -2,6 +2,7 @@
 #include <hidl/Transport.h>
 #include <signal.h>
 #include <unistd.h>
+#include <vendor/lyr/modem/1.0/table.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
@@ -10,10 +11,12 @@
 #include <string>
 #include <vector>
 
+#include "Sharing.h"
 #include "desk/runtime/RuntimeDir.h"
 
 namespace {
 
+using vendor::lyr::modem::V1_0::IModem_table;
 using OnLoad = int (*)(int argc, char** argv);
 
 /** The plug-in of the same build, or of the same installation. */
@@ -100,6 +103,11 @@ void serve(const std::string& plugin, const std::string& instance,
     setenv("OX_LOG_FILE", runtime::logFile(instance).c_str(), 1);
     load(plugin, arguments);
     const std::string names = servedNames(instance);
+    for (const hal::Registration& registration : hal::registrations()) {
+        if (registration.descriptor == IModem_table.descriptor) {
+            sharing::share(registration);
+        }
+    }
     std::cout << "ready: " << plugin << " serves " << names << std::endl;
     int signal = 0;
     sigwait(&stop, &signal);

@@ -11,9 +11,9 @@
 #include "Api.h"
 #include "LogCommand.h"
 #include "Printer.h"
-#include "Relay.h"
 #include "Session.h"
 #include "Values.h"
+#include "host/SharingProtocol.h"
 
 namespace {
 
@@ -22,13 +22,6 @@ using nlohmann::ordered_json;
 
 /** After so long without an answer, a note on a terminal says that the call still waits. */
 constexpr std::chrono::milliseconds PATIENCE(2000);
-
-/** Whether a request only reads: then it does no harm to make it twice. */
-bool onlyAsks(const hal::Method& request) {
-    const std::string name = request.name;
-    const auto starts = [&name](const char* with) { return name.rfind(with, 0) == 0; };
-    return starts("get") || starts("is") || starts("read") || starts("verify");
-}
 
 class Call {
 public:
@@ -44,10 +37,12 @@ public:
     }
 
     ExitCode run() {
-        Session session(mOptions.instance, relay::NONE);
         const Clock::time_point start = Clock::now();
-        const Clock::time_point deadline = start + mOptions.patience();
-        Clock::time_point noteAt = isatty(STDERR_FILENO) != 0 ? start + PATIENCE : deadline;
+        const auto wait = std::chrono::duration<double>(mOptions.wait);
+        const auto patience = start + std::chrono::duration_cast<Clock::duration>(wait);
+        Session session(mOptions.instance, sharing::NONE, patience);
+        const Clock::time_point deadline = patience + mOptions.patience();
+        Clock::time_point noteAt = isatty(STDERR_FILENO) != 0 ? patience + PATIENCE : deadline;
         while (true) {
             const std::optional<Arrival> arrival = session.next(std::min(noteAt, deadline));
             if (arrival && isAnswer(*arrival)) {
@@ -59,8 +54,7 @@ public:
                 note(mName + ": waiting for the answer");
                 noteAt = deadline;
             } else {
-                throw Failure(NO_ANSWER, mName + ": " + noAnswer(session) +
-                                                 indented(why(isatty(STDERR_FILENO) != 0)));
+                fail();
             }
         }
     }
@@ -82,7 +76,10 @@ private:
     void proceed(Session& session, const Arrival& arrival) {
         switch (arrival.kind) {
             case Arrival::READY:
-                ask(session);
+                if (!mAccepted) {  // otherwise the callbacks were taken back
+                    mDisturbance.clear();
+                    session.ask(mRequest, mOptions.serial, mArguments);
+                }
                 break;
             case Arrival::ACCEPTED:
                 mAccepted = true;
@@ -93,35 +90,21 @@ private:
             case Arrival::NOTE:
                 mDisturbance = arrival.text;
                 break;
+            case Arrival::LOST:
+                throw Failure(NO_SERVICE, mName + ": the service has gone" +
+                                                  (arrival.text.empty() ? "" : ": ") +
+                                                  arrival.text +
+                                                  indented(why(isatty(STDERR_FILENO) != 0)));
             default:
                 break;
         }
     }
 
-    /**
-     * Makes the request, or, when the relay that had it has gone, makes it again if it only reads.
-     * One that changes something may have been carried out: only its answer is waited for.
-     */
-    void ask(Session& session) {
-        // A relay accepts a request before it passes it on: without that, nobody carried it out.
-        if (!mAccepted || onlyAsks(mRequest)) {
-            mAccepted = false;
-            session.ask(mRequest, mOptions.serial, mArguments);
-            return;
-        }
-        session.await(mRequest, mSerial);
-        mDisturbance =
-                "the process that passed it on has gone, and the answer may be lost with "
-                "it; the modem may have done it or not";
-        note(mName + ": " + mDisturbance + "; still waiting");
-    }
-
-    std::string noAnswer(const Session& session) const {
-        std::string text = "no answer in " + CLI::detail::to_string(mOptions.timeout) + " s";
-        for (const std::string& reason : {session.trouble(), mDisturbance}) {
-            text += (reason.empty() ? "" : "; ") + reason;
-        }
-        return text;
+    [[noreturn]] void fail() const {
+        throw Failure(NO_ANSWER, mName + ": no answer in " +
+                                         CLI::detail::to_string(mOptions.timeout) + " s" +
+                                         (mDisturbance.empty() ? "" : "; ") + mDisturbance +
+                                         indented(why(isatty(STDERR_FILENO) != 0)));
     }
 
     ExitCode print(const hal::Method& method, ordered_json arguments) const {
@@ -203,7 +186,7 @@ private:
     const std::string mName;
     hal::Parcel mArguments;
     int32_t mSerial;
-    bool mAccepted = false;    ///< the relay has the request, or had it
+    bool mAccepted = false;    ///< the host has the request
     std::string mDisturbance;  ///< a likely reason when no answer comes
 };
 

@@ -15,6 +15,8 @@ struct Options {
     double timeout = 10;  ///< seconds
     int instance = 0;
     std::optional<int32_t> serial;  ///< without: one that is free
+    double wait = 0;                ///< seconds for the service to come
+    bool follow = false;
     bool why = false;
     std::string out;  ///< file for the bytes of an answer, "" for none
     bool all = false;

@@ -1,9 +1,5 @@
 #include "Session.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/file.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
@@ -12,9 +8,8 @@
 
 #include "Api.h"
 #include "Failure.h"
-#include "Relay.h"
 #include "Values.h"
-#include "runtime/RuntimeDir.h"
+#include "host/SharingProtocol.h"
 #include "runtime/UnixSocket.h"
 
 using namespace std::chrono_literals;
@@ -22,24 +17,10 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto ATTEMPT_WAIT = 20ms;
-constexpr auto START_ATTEMPT_WAIT = 500us;
-
-/** Whoever holds the start lock has so long to start the relay; then others start one as well. */
-constexpr auto START_WAIT = 500ms;
-
-/** A relay that was started listens by then, also on a busy machine. */
-constexpr auto LISTEN_WAIT = 2s;
-
-/** The lock for starting the relay, held until that listens; -1 when another process has it. */
-runtime::UniqueFd tryStartLock(int instance) {
-    const std::string path = runtime::directory() + "/modemctl." + std::to_string(instance);
-    runtime::UniqueFd lock(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    return flock(lock.get(), LOCK_EX | LOCK_NB) == 0 ? std::move(lock) : runtime::UniqueFd();
-}
 
 }  // namespace
 
-/** Arrivals in their order. A full one holds up the relay, which cuts those that do not read. */
+/** Arrivals in their order. A full one holds up the host, which cuts those that do not read. */
 class Session::Inbox {
 public:
     static constexpr size_t ROOM = 4096;  ///< arrivals
@@ -75,7 +56,7 @@ public:
         return mClosed && mArrivals.empty();
     }
 
-    /** Ends the wait for room, since nobody takes any more, and waits until the relay closed. */
+    /** Ends the wait for room, since nobody takes any more, and waits for the end. */
     void leave(std::chrono::milliseconds patience) {
         std::unique_lock<std::mutex> guard(mLock);
         mOver = true;
@@ -92,28 +73,26 @@ private:
     bool mOver = false;
 };
 
-/** What the relay calls. */
+/** What the host calls. */
 class Session::Member : public hal::Stub {
 public:
     explicit Member(std::shared_ptr<Inbox> inbox) : mInbox(std::move(inbox)) {}
 
     bool onTransact(uint32_t code, hal::Parcel& args, hal::Parcel&) override {
-        const uint32_t group = code & relay::GROUP;
-        const bool known =
-                group == 0 ? takeWord(code, args) : takeCall(group, code & ~relay::GROUP, args);
-        return known;
+        const uint32_t group = code & sharing::GROUP;
+        return group == 0 ? takeWord(code, args) : takeCall(group, code & ~sharing::GROUP, args);
     }
 
 private:
     bool takeWord(uint32_t code, hal::Parcel& args) {
         constexpr Arrival::Kind KINDS[] = {Arrival::READY, Arrival::ACCEPTED, Arrival::REFUSED,
-                                           Arrival::NOTE, Arrival::GONE};
-        if (code < relay::READY || code > relay::GONE) {
+                                           Arrival::NOTE};
+        if (code < sharing::READY || code > sharing::NOTE) {
             return false;
         }
-        Arrival arrival{KINDS[code - relay::READY], nullptr, {}, 0, {}};
-        const bool number = code <= relay::ACCEPTED;
-        if (!(number ? args.read(&arrival.serial) : args.readString(&arrival.text))) {
+        Arrival arrival{KINDS[code - sharing::READY], nullptr, {}, 0, {}};
+        if ((code == sharing::ACCEPTED && !args.read(&arrival.serial)) ||
+            (code > sharing::ACCEPTED && !args.readString(&arrival.text))) {
             return false;
         }
         mInbox->put(std::move(arrival));
@@ -121,9 +100,9 @@ private:
     }
 
     bool takeCall(uint32_t group, uint32_t code, hal::Parcel& args) {
-        const bool answer = group == relay::ANSWER;
+        const bool answer = group == sharing::ANSWER;
         const hal::Interface& table = answer ? api::ANSWERS : api::EVENTS;
-        if ((!answer && group != relay::EVENT) || code < 1 || code > table.methodCount) {
+        if ((!answer && group != sharing::EVENT) || code < 1 || code > table.methodCount) {
             return false;
         }
         Arrival arrival{
@@ -138,113 +117,98 @@ private:
     const std::shared_ptr<Inbox> mInbox;
 };
 
-Session::Session(int instance, uint32_t interest)
-    : mInstance(instance),
-      mInterest(interest),
-      mNextAttempt(Clock::now()),
-      mAloneSince(Clock::now()) {
-    signal(SIGCHLD, SIG_IGN);  // a relay that this process started leaves no zombie
+Session::Session(int instance, uint32_t interest, Clock::time_point patience)
+    : mInstance(instance), mInterest(interest), mPatience(patience) {
 }
 
 Session::~Session() {
     if (mConnection != nullptr) {
         hal::Parcel none;
-        if (mConnection->transact(hal::SERVICE_TARGET, relay::LEAVE, none).isOk()) {
+        if (mConnection->transact(hal::SERVICE_TARGET, sharing::LEAVE, none).isOk()) {
             mInbox->leave(mReady ? 1s : 0s);
         }
         mConnection->close("session over");
     }
 }
 
-void Session::connect() {
-    const std::string path = hal::servicePath(relay::descriptor(), relay::name(mInstance));
-    auto connection = hal::Connection::connect(path, nullptr);
-    if (connection == nullptr) {
-        const runtime::UniqueFd lock = tryStartLock(mInstance);
-        if (lock.get() >= 0 || Clock::now() - mAloneSince > START_WAIT) {
-            // Another one may have started it meanwhile, and let go of the lock.
-            connection = hal::Connection::connect(path, nullptr);
-            if (connection == nullptr) {
-                relay::start(mInstance);
-            }
-            const auto deadline = Clock::now() + LISTEN_WAIT;
-            while (connection == nullptr && Clock::now() < deadline) {
-                std::this_thread::sleep_for(START_ATTEMPT_WAIT);
-                connection = hal::Connection::connect(path, nullptr);
-            }
-            mAloneSince = Clock::now();
-        }
-    }
-    if (connection != nullptr) {
+std::optional<Arrival> Session::connect(Clock::time_point deadline) {
+    const std::string path = sharingPath(mInstance);
+    if (const auto connection = hal::Connection::connect(path, nullptr)) {
         join(connection);
-    } else {
-        mNextAttempt = Clock::now() + ATTEMPT_WAIT;
+        return std::nullopt;
     }
+    const Trouble trouble = troubleAt(path);
+    const std::string text = mWasReady ? "the service has gone" : "no service: " + trouble.reason;
+    if (!trouble.isAbsence || Clock::now() >= mPatience) {
+        throw Failure(NO_SERVICE, text + howToStart(mInstance));
+    }
+    if (!std::exchange(mNoted, true)) {
+        return Arrival{Arrival::NOTE, nullptr, {}, 0, text + "; waiting for it"};
+    }
+    std::this_thread::sleep_until(std::min(deadline, Clock::now() + ATTEMPT_WAIT));
+    return std::nullopt;
 }
 
 void Session::join(const std::shared_ptr<hal::Connection>& connection) {
     mConnection = connection;
     mInbox = std::make_shared<Inbox>();
-    mReady = false;
     connection->onClosed([inbox = mInbox] { inbox->close(); });
     hal::Parcel arguments(connection.get());
     arguments.write(mInterest);
     arguments.write(connection->exportObject(new Member(mInbox)));
-    send(relay::JOIN, arguments);
+    // A failure means that the host has gone, which `next` finds out.
+    (void)connection->transact(hal::SERVICE_TARGET, sharing::JOIN, arguments).isOk();
 }
 
-void Session::send(uint32_t code, hal::Parcel& arguments) {
-    // A failure means that the relay has gone, which `next` finds out.
-    (void)mConnection->transact(hal::SERVICE_TARGET, code, arguments).isOk();
+/** After the end of a connection: what there is to say about it. */
+std::optional<Arrival> Session::ended() {
+    const std::string reason = mConnection->endReason();
+    mConnection = nullptr;
+    if (std::exchange(mReady, false)) {
+        mNoted = false;
+        return Arrival{Arrival::LOST, nullptr, {}, 0, reason};
+    }
+    std::this_thread::sleep_for(ATTEMPT_WAIT);
+    const bool refused = reason.rfind("refused", 0) == 0;
+    return refused && !std::exchange(mNoted, true)
+                   ? std::optional(Arrival{Arrival::NOTE, nullptr, {}, 0, reason + "; waiting"})
+                   : std::nullopt;
 }
 
 void Session::ask(const hal::Method& request, std::optional<int32_t> serial,
                   hal::Parcel& arguments) {
     hal::Parcel copy;
     copy.writeBytes(arguments.data(), arguments.size());
-    send((serial ? relay::ASK_WITH_SERIAL : relay::ASK) + request.code, copy);
-}
-
-void Session::await(const hal::Method& request, int32_t serial) {
-    hal::Parcel arguments;
-    arguments.write(serial);
-    send(relay::AWAIT + request.code, arguments);
-}
-
-std::string Session::trouble() const {
-    if (mConnection == nullptr || mReady) {
-        return mTrouble;
-    }
-    return "process " + std::to_string(relay::holder(mInstance)) +
-           ", which holds the callbacks for all modemctl, or the service does not respond";
+    const uint32_t code = (serial ? sharing::ASK_WITH_SERIAL : sharing::ASK) + request.code;
+    (void)mConnection->transact(hal::SERVICE_TARGET, code, copy).isOk();
 }
 
 std::optional<Arrival> Session::next(Clock::time_point deadline) {
+    std::optional<Arrival> arrival;
     do {
-        if (mConnection == nullptr && Clock::now() >= mNextAttempt) {
-            connect();
-        }
         if (mConnection == nullptr) {
-            std::this_thread::sleep_until(std::min(deadline, mNextAttempt));
-            continue;
-        }
-        std::optional<Arrival> arrival = mInbox->take(deadline);
-        if (arrival && arrival->kind == Arrival::GONE) {
-            throw Failure(NO_SERVICE, arrival->text);
-        }
-        if (arrival) {
+            arrival = connect(deadline);
+        } else if ((arrival = mInbox->take(deadline))) {
             mReady |= arrival->kind == Arrival::READY;
-            return arrival;
+            mWasReady |= mReady;
+        } else if (mInbox->isOver()) {
+            arrival = ended();
         }
-        if (mInbox->isOver()) {
-            mTrouble = mConnection->endReason();
-            mConnection = nullptr;
-            mNextAttempt = Clock::now() + (mReady ? 0ms : ATTEMPT_WAIT);
-            mAloneSince = Clock::now();
-            if (std::exchange(mReady, false)) {
-                return Arrival{Arrival::LOST, nullptr, {}, 0, mTrouble};
-            }
-        }
-    } while (Clock::now() < deadline);
-    return std::nullopt;
+    } while (!arrival && Clock::now() < deadline);
+    return arrival;
+}
+
+std::string sharingPath(int instance) {
+    return hal::servicePath(sharing::DESCRIPTOR, sharing::name(instance));
+}
+
+Trouble troubleAt(const std::string& path) {
+    try {
+        runtime::connectTo(path, 1s);
+        return {path + ": it does not respond", false};
+    } catch (const std::system_error& error) {
+        const std::error_code code = error.code();
+        return {error.what(), code == std::errc::no_such_file_or_directory ||
+                                      code == std::errc::connection_refused};
+    }
 }

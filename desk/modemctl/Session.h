@@ -13,12 +13,11 @@ struct Arrival {
     enum Kind {
         READY,     ///< requests can be made, and events come; once more after each LOST
         ACCEPTED,  ///< a request was made, under `serial`
-        REFUSED,   ///< a request was not made, `text` tells why
+        REFUSED,   ///< a request was not made, `text` says why
+        NOTE,      ///< `text` for whoever watches
         ANSWER,    ///< a call of IModemResponse
         EVENT,     ///< a call of IModemIndication
-        NOTE,      ///< `text` for whoever watches
-        LOST,      ///< the relay has gone, `text` tells how; READY follows, or `next` throws
-        GONE,      ///< never seen outside: `next` throws
+        LOST,      ///< the connection ended, `text` says how; READY follows, or `next` throws
     };
 
     Kind kind;
@@ -29,51 +28,62 @@ struct Arrival {
 };
 
 /**
- * A member of an instance's relay, which holds the callbacks for all modemctl; see Relay.h. It
- * starts the relay when there is none, and another one when that goes. Used by one thread.
+ * A member of an instance's host, which holds the callbacks for all modemctl; see
+ * host/SharingProtocol.h. Used by one thread.
  */
 class Session {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /** @param interest bits of relay::Interest */
-    Session(int instance, uint32_t interest);
+    /**
+     * @param interest bits of sharing::Interest
+     * @param patience until then a host that is not there is waited for
+     */
+    Session(int instance, uint32_t interest, Clock::time_point patience);
 
-    /** Leaves the relay, and waits until it has seen that, at most a second. */
+    /** Leaves, and waits until the callbacks are free, at most a second. */
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /** Makes a request with the serial that stands in its arguments; without `serial` the relay
+    /** Makes a request with the serial that stands in its arguments; without `serial` the host
      * chooses one. */
     void ask(const hal::Method& request, std::optional<int32_t> serial, hal::Parcel& arguments);
 
-    /** The answer to a request made before LOST shall come here when it still comes. */
-    void await(const hal::Method& request, int32_t serial);
-
     /**
-     * The next arrival, none until the deadline; throws Failure with NO_SERVICE when there is no
-     * service or it has gone.
+     * The next arrival, none until the deadline. Joins the host when it has to; throws Failure with
+     * NO_SERVICE when there is none, or none that can be used.
      */
     std::optional<Arrival> next(Clock::time_point deadline);
-
-    /** Why no request can be made so far, or the last relay went; empty when all is well. */
-    std::string trouble() const;
 
 private:
     class Inbox;
     class Member;
 
-    void connect();
+    std::optional<Arrival> connect(Clock::time_point deadline);
     void join(const std::shared_ptr<hal::Connection>& connection);
-    void send(uint32_t code, hal::Parcel& arguments);
+    std::optional<Arrival> ended();
 
     const int mInstance;
     const uint32_t mInterest;
+    const Clock::time_point mPatience;
     std::shared_ptr<Inbox> mInbox;  ///< of this connection; shared with its reader thread
     std::shared_ptr<hal::Connection> mConnection;
     bool mReady = false;
-    Clock::time_point mNextAttempt;
-    Clock::time_point mAloneSince;  ///< no relay has been there since then
-    std::string mTrouble;
+    bool mWasReady = false;
+    bool mNoted = false;  ///< that it waits
 };
+
+/**
+ * Socket of the host's object for modemctl.
+ *
+ * @throws std::system_error when there is no usable runtime folder
+ */
+std::string sharingPath(int instance);
+
+/** Why nobody can be reached at a socket, and whether it is just that nobody is there. */
+struct Trouble {
+    std::string reason;
+    bool isAbsence;
+};
+Trouble troubleAt(const std::string& path);

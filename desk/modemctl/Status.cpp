@@ -10,9 +10,11 @@
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "Api.h"
-#include "Relay.h"
+#include "Session.h"
+#include "host/SharingProtocol.h"
 #include "runtime/RuntimeDir.h"
 #include "runtime/UnixSocket.h"
 
@@ -27,7 +29,7 @@ using nlohmann::ordered_json;
 constexpr auto PATIENCE = 2s;
 
 std::string pathOf(int instance) {
-    return hal::servicePath(api::REQUESTS.descriptor, relay::name(instance));
+    return hal::servicePath(api::REQUESTS.descriptor, sharing::name(instance));
 }
 
 /** What comes until the writer closes the pipe, or until the time is over. */
@@ -79,13 +81,28 @@ std::string debug(int instance, const std::vector<std::string>& options) {
     return text;
 }
 
-int processOf(int instance) {
+/** The process that serves a socket; 0 when it cannot be reached. */
+int processOf(const std::string& path) {
     try {
-        const auto socket = runtime::connectTo(pathOf(instance), 1s);
+        const auto socket = runtime::connectTo(path, 1s);
         return runtime::ownUsersProcess(socket.get());
     } catch (const std::system_error&) {
         return 0;
     }
+}
+
+/** Whether the host holds the callbacks for modemctl processes. */
+bool isHeldForMembers(int instance) {
+    const auto connection = hal::Connection::connect(sharingPath(instance), nullptr);
+    hal::Parcel none;
+    hal::Parcel reply;
+    uint32_t holds = 0;
+    if (connection != nullptr) {
+        const auto sent = connection->transact(hal::SERVICE_TARGET, sharing::HOLDS, none, &reply);
+        connection->close("asked");
+        return sent.isOk() && reply.read(&holds) && holds != 0;
+    }
+    return false;
 }
 
 ordered_json portOf(const std::string& path) {
@@ -98,10 +115,10 @@ ordered_json portOf(const std::string& path) {
 ordered_json read(int instance) {
     const std::string number = std::to_string(instance);
     ordered_json state{{"instance", instance}, {"process", nullptr}};
-    if (const int process = processOf(instance); process != 0) {
+    const std::string path = pathOf(instance);
+    if (const int process = processOf(path); process != 0) {
         state["process"] = process;
-        const int relay = relay::holder(instance);
-        state["relay"] = relay != 0 ? ordered_json(relay) : ordered_json(nullptr);
+        state["shared"] = isHeldForMembers(instance);
         state["textPort"] = portOf(runtime::fakeModemPort(number));
         state["atPort"] = portOf(runtime::atPort(number));
         try {
@@ -109,13 +126,15 @@ ordered_json read(int instance) {
         } catch (const Failure& failure) {
             state["trouble"] = failure.what();
         }
+    } else if (const Trouble trouble = troubleAt(path); !trouble.isAbsence) {
+        state["trouble"] = trouble.reason;
     }
     return state;
 }
 
 std::string holderOf(const ordered_json& state) {
-    if (state["relay"].is_number()) {
-        return "modemctl, process " + state["relay"].dump();
+    if (state["shared"]) {
+        return "the host, for modemctl";
     }
     const ordered_json service = state.value("service", ordered_json::object());
     const bool held = service.is_object() && service.contains("callbacks") &&
@@ -126,7 +145,9 @@ std::string holderOf(const ordered_json& state) {
 void printText(const ordered_json& state) {
     std::cout << "instance " << state["instance"];
     if (state["process"].is_null()) {
-        std::cout << "  not served" << howToStart(state["instance"]) << '\n';
+        std::cout << (state.contains("trouble") ? "  " + state["trouble"].get<std::string>()
+                                                : "  not served" + howToStart(state["instance"]))
+                  << '\n';
         return;
     }
     const auto text = [](const ordered_json& path) {
@@ -140,22 +161,27 @@ void printText(const ordered_json& state) {
         return;
     }
     for (const ordered_json& client : state["service"].value("clients", ordered_json::array())) {
+        const bool connected = client.value("present", false) && client.value("connected", false);
         std::cout << "  " << client["name"].get<std::string>() << ": "
-                  << (!client.value("present", false)     ? "absent"
-                      : !client.value("connected", false) ? "not connected"
-                                                          : "connected")
-                  << (!client.contains("bound")     ? ""
-                      : client["bound"].get<bool>() ? ", bound"
-                                                    : ", not bound")
+                  << (!client.value("present", false) ? "absent"
+                      : connected                     ? "connected"
+                                                      : "not connected")
+                  << (!connected || !client.contains("bound") ? ""
+                      : client["bound"].get<bool>()           ? ", bound"
+                                                              : ", not bound")
                   << '\n';
     }
 }
 
 }  // namespace
 
-ExitCode print(bool json) {
+ExitCode print(bool json, int asked) {
+    ExitCode result = ANSWERED;
     for (const int instance : {0, 1}) {
         const ordered_json state = read(instance);
+        if (instance == asked && !state.contains("service")) {
+            result = NO_SERVICE;
+        }
         if (json) {
             std::cout << state.dump() << '\n';
         } else {
@@ -163,6 +189,19 @@ ExitCode print(bool json) {
         }
     }
     std::cout << std::flush;
+    return result;
+}
+
+ExitCode wait(int instance, double seconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    const std::string path = sharingPath(instance);  // there when the service answers
+    while (processOf(path) == 0) {
+        const Trouble trouble = troubleAt(path);
+        if (!trouble.isAbsence || std::chrono::steady_clock::now() > deadline) {
+            throw Failure(NO_SERVICE, "no service: " + trouble.reason + howToStart(instance));
+        }
+        std::this_thread::sleep_for(20ms);
+    }
     return ANSWERED;
 }
 

@@ -9,7 +9,10 @@
 namespace status {
 
 /** Both instances: process, holder of the callbacks, ports, services connected and bound. */
-ExitCode print(bool json);
+ExitCode print(bool json, int instance);
+
+/** Waits until an instance is served; throws Failure with NO_SERVICE after that time. */
+ExitCode wait(int instance, double seconds);
 
 /** An instance's own words about its state. @throws Failure when there is no service */
 ExitCode printDebug(int instance, std::vector<std::string> options);

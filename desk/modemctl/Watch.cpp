@@ -7,9 +7,9 @@
 
 #include "Api.h"
 #include "Printer.h"
-#include "Relay.h"
 #include "Session.h"
 #include "Values.h"
+#include "host/SharingProtocol.h"
 
 namespace {
 
@@ -29,7 +29,8 @@ public:
             signal(stop, [](int) { _exit(ANSWERED); });
         }
         Session session(mOptions.instance,
-                        relay::EVENTS | (mOptions.all ? relay::ALL_ANSWERS : relay::NONE));
+                        sharing::EVENTS | (mOptions.all ? sharing::ALL_ANSWERS : sharing::NONE),
+                        mOptions.follow ? Clock::time_point::max() : Clock::time_point::min());
         while (mEvents < mOptions.count || mUnconfirmed > 0) {
             if (const auto arrival = session.next(Clock::time_point::max())) {
                 take(session, *arrival);
@@ -42,7 +43,7 @@ private:
     void take(Session& session, const Arrival& arrival) {
         switch (arrival.kind) {
             case Arrival::READY:
-                announce(arrival);
+                announce();
                 break;
             case Arrival::ACCEPTED:
                 print(api::request("sendLogControlResp"), {{"serial", arrival.serial}});
@@ -64,7 +65,6 @@ private:
                 }
                 break;
             case Arrival::LOST:
-                mLostAt = Clock::now();
                 mLoss = arrival.text;
                 mUnconfirmed = 0;
                 break;
@@ -74,23 +74,14 @@ private:
     }
 
     /** Notes the first time that it watches, and later that it does so again after a gap. */
-    void announce(const Arrival& ready) {
-        if (mRelay == 0) {
+    void announce() {
+        if (!std::exchange(mWatching, true)) {
             note("watching instance " + std::to_string(mOptions.instance) + ", Ctrl-C ends it");
-        } else if (mLostAt) {
-            const auto gap =
-                    std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - *mLostAt);
-            const std::string former = "process " + std::to_string(mRelay);
-            note((ready.serial == mRelay
-                          ? "cut off by " + former + ", which holds the callbacks (" + mLoss +
-                                    "), and back"
-                          : former + ", which held the callbacks, has gone; process " +
-                                    std::to_string(ready.serial) + " holds them") +
-                 " after " + std::to_string(gap.count()) +
-                 " ms; events and answers may have been missed");
-            mLostAt.reset();
+        } else if (mLoss) {
+            note("watching again, after the connection ended (" + *mLoss +
+                 "); events and answers may have been missed");
+            mLoss.reset();
         }
-        mRelay = ready.serial;
     }
 
     void confirm(Session& session) {
@@ -106,9 +97,8 @@ private:
     }
 
     const Options& mOptions;
-    int32_t mRelay = 0;  ///< process id of the relay; 0 before the first READY
-    std::optional<Clock::time_point> mLostAt;
-    std::string mLoss;
+    bool mWatching = false;
+    std::optional<std::string> mLoss;  ///< how the last connection ended
     uint64_t mEvents = 0;
     uint64_t mUnconfirmed = 0;
 };

@@ -16,7 +16,7 @@
 #include "LogCommand.h"
 #include "Options.h"
 #include "Printer.h"
-#include "Relay.h"
+#include "Session.h"
 #include "Status.h"
 #include "Watch.h"
 
@@ -49,10 +49,6 @@ public:
         addLog();
         addFakeModem();
         addStatus();
-        // Started by modemctl itself, see Relay.h; not shown in the help, as nobody types it.
-        add("relay", "", 0, [this](const Words&) -> ExitCode {
-            relay::run(mOptions.instance);
-        }).group("");
     }
 
     ExitCode run(int argc, char** argv) {
@@ -120,6 +116,8 @@ private:
         CLI::App& call = add("call", "METHOD [ARG...]: makes a request and prints its answer", ANY,
                              [this](const Words& words) { return runCall(mOptions, words); });
         call.add_option("--serial", mOptions.serial, "Serial of the request (one that is free)");
+        call.add_option("--wait", mOptions.wait, "Seconds to wait for the service to come (0)")
+                ->check(CLI::Range(0.0, 86400.0));
         call.add_flag("--why", mOptions.why, "What the host's log has about what went wrong");
         call.add_option("--out", mOptions.out, "File that takes the bytes of the answer");
     }
@@ -128,6 +126,8 @@ private:
         CLI::App& watch = add("watch", "Prints events as they come, until Ctrl-C", 0,
                               [this](const Words&) { return runWatch(mOptions); });
         watch.add_flag("-a,--all", mOptions.all, "All answers, too, whoever asked");
+        watch.add_flag("-f,--follow", mOptions.follow,
+                       "Stay when the service goes, and wait for it");
         watch.add_flag("-t,--time", mOptions.stamps, "The time in front of each line");
         watch.add_flag("--confirm-log", mOptions.confirmLog,
                        "Confirm each AT+LOG command, as the log's owner does");
@@ -155,7 +155,15 @@ private:
 
     void addStatus() {
         add("status", "What serves each instance, its services, ports and callbacks", 0,
-            [this](const Words&) { return status::print(mOptions.json); });
+            [this](const Words&) { return status::print(mOptions.json, mOptions.instance); });
+        add("wait", "[SECONDS]: waits until the service is there, at most 60 s", 1,
+            [this](const Words& words) {
+                double seconds = 60;
+                if (!words.empty() && !CLI::detail::lexical_cast(words[0], seconds)) {
+                    throw Failure(WRONG_USAGE, "wait: " + words[0] + " is no number of seconds");
+                }
+                return status::wait(mOptions.instance, seconds);
+            });
         add("debug", "What the service tells about its state", 0, [this](const Words&) {
             return status::printDebug(mOptions.instance, mOptions.json ? Words{"json"} : Words());
         });

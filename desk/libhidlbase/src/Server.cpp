@@ -2,6 +2,7 @@
 #include <hidl/Transport.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -17,8 +18,6 @@ namespace hal {
 
 namespace {
 
-std::atomic<int> sClients{0};
-
 /** Never destroyed: a thread may publish to the very end of the process. */
 struct Registry {
     std::mutex lock;
@@ -31,9 +30,9 @@ Registry& registry() {
 }
 
 /** A place among the clients that are served; throws std::system_error when none is free. */
-std::shared_ptr<void> takeSlot() {
-    const std::shared_ptr<void> slot(nullptr, [](void*) { --sClients; });
-    if (++sClients > MAX_CLIENTS) {
+std::shared_ptr<void> takeSlot(const std::shared_ptr<std::atomic<int>>& clients) {
+    const std::shared_ptr<void> slot(nullptr, [clients](void*) { --*clients; });
+    if (++*clients > MAX_CLIENTS) {
         throw std::system_error(EBUSY, std::generic_category(),
                                 std::to_string(MAX_CLIENTS) +
                                         " clients are connected, which is the most that can be");
@@ -42,9 +41,10 @@ std::shared_ptr<void> takeSlot() {
 }
 
 /** Throws std::system_error when the client cannot be served. */
-void serveClient(runtime::UniqueFd& client, const std::string& name, const sp<Stub>& object) {
+void serveClient(runtime::UniqueFd& client, const std::string& name, const sp<Stub>& object,
+                 const std::shared_ptr<std::atomic<int>>& clients) {
     const pid_t pid = runtime::ownUsersProcess(client.get());
-    const auto slot = takeSlot();
+    const auto slot = takeSlot(clients);
     // The connection has the descriptor of its own, so that a refusal can still be told here.
     runtime::UniqueFd own(fcntl(client.get(), F_DUPFD_CLOEXEC, 0));
     if (own.get() < 0) {
@@ -73,8 +73,9 @@ void serve(const std::string& descriptor, const std::string& name, const sp<Stub
     }
     runtime::serveAt(
             path, MAX_CLIENTS,
-            [object, text = descriptor + "/" + name](runtime::UniqueFd& client) {
-                serveClient(client, text, object);
+            [object, text = descriptor + "/" + name,
+             clients = std::make_shared<std::atomic<int>>(0)](runtime::UniqueFd& client) {
+                serveClient(client, text, object, clients);
             },
             Connection::refuse);
 }
@@ -86,7 +87,7 @@ std::string servicePath(const std::string& descriptor, const std::string& name) 
 }
 
 status_t publish(const std::string& descriptor, const std::string& name, const sp<Stub>& object) {
-    Registration registration{descriptor, name, android::OK, "", getpid()};
+    Registration registration{descriptor, name, android::OK, "", getpid(), object};
     try {
         serve(descriptor, name, object);
     } catch (const std::system_error& error) {

@@ -69,7 +69,7 @@ constexpr size_t MAX_PROXIES = 256;
 /** Descriptors that a message may carry; a peer that sends more is cut. */
 constexpr size_t MAX_DESCRIPTORS = 4;
 
-/** Clients served at a time by one process; one more is told so and not served. */
+/** Clients served at a time under one name; one more is told so and not served. */
 constexpr int MAX_CLIENTS = 64;
 
 /**
@@ -273,6 +273,7 @@ struct Registration {
     android::status_t status;  ///< what `publish` returned
     std::string reason;        ///< empty when it succeeded
     pid_t holder;              ///< the process that serves the name; 0 unknown
+    android::sp<Stub> object;  ///< what was to be published
 };
 
 /** Every registration of this process so far, refused ones too, in their order. Any thread. */

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+/**
+ * Between ox-modem-host and the modemctl processes that share the service's callbacks. The host
+ * publishes an object beside the service; each member exports one of its own to it. Arguments stand
+ * as the service's interface has them, so that the longest message of the service fits.
+ */
+namespace sharing {
+
+/** What a member wants beside answers to its own requests; bits. */
+enum Interest : uint32_t { NONE = 0, EVENTS = 1, ALL_ANSWERS = 2 };
+
+/** From member to host. A group is added to the code of a method of IModem. */
+enum ToHost : uint32_t {
+    JOIN = 1,       ///< u32 Interest, u32 the member's object
+    LEAVE = 2,      ///< the host closes the connection when the callbacks are free
+    HOLDS = 3,      ///< two-way; u32: 1 when the callbacks are installed for members, otherwise 0
+    ASK = 0x10000,  ///< a request; the host chooses the serial
+    ASK_WITH_SERIAL = 0x20000,  ///< a request as it is
+};
+
+/** From host to member. A group is added to the code of a method of the callbacks. */
+enum ToMember : uint32_t {
+    READY = 1,     ///< requests can be made
+    ACCEPTED = 2,  ///< i32 serial; the answers to ASK come in the order of the requests
+    REFUSED = 3,   ///< string: why a request was not made
+    NOTE = 4,      ///< string: something to show to whoever watches
+    ANSWER = 0x10000,
+    EVENT = 0x20000,
+};
+
+constexpr uint32_t GROUP = 0xffff0000;
+
+/** Requests in flight of one member; one more is refused. */
+constexpr size_t MAX_IN_FLIGHT = 64;
+
+/** Bytes of these requests; a request that would exceed them is refused unless it is alone. */
+constexpr size_t MAX_IN_FLIGHT_BYTES = 1 << 20;
+
+/** The published object; its name is that of the service. */
+constexpr char DESCRIPTOR[] = "modemctl@1.0::Sharing";
+
+inline std::string name(int instance) {
+    return "instance" + std::to_string(instance);
+}
+
+}  // namespace sharing
