@@ -44,6 +44,10 @@ uint32_t answerTo(const hal::Method& request) {
     return 0;
 }
 
+struct Text : Parcel {
+    explicit Text(const std::string& text) { writeString(text); }
+};
+
 /**
  * The published object. Its calls come on a thread per member and on one of the service; none of
  * them waits for a peer, since the transport queues what a peer does not take, and cuts it at its
@@ -72,27 +76,19 @@ private:
         uint32_t interest;
         uint32_t object;
         size_t requests = 0;  ///< in flight
-        size_t bytes = 0;     ///< of these
-    };
-
-    struct Request {
-        Member* member;
-        size_t bytes;
     };
 
     bool join(Connection* connection, Parcel& args);
     void leave(const Connection* connection);
     bool ask(Connection* connection, uint32_t group, const hal::Method& request, Parcel& args);
-    std::string admit(Member& member, Key request, size_t bytes);
-    int32_t freeSerial(uint32_t answer);
+    bool admit(Member& member, Key request);
 
     void install(Guard& guard);
-    void release(Guard& guard);
+    void dropService();
     void closeLeft(Guard& guard);
 
     static void tell(const Member& member, uint32_t code, const Parcel& args);
-    static void tell(const Member& member, uint32_t code, const std::string& text);
-    void tellAll(uint32_t code, const std::string& text);
+    void tellAll(uint32_t code, const Parcel& args);
 
     const std::string mPath;
     const android::sp<hal::Stub> mObject;  ///< the service itself
@@ -100,13 +96,13 @@ private:
     std::mutex mLock;  ///< guards what follows
     std::condition_variable mChanged;
     std::map<const Connection*, Member> mMembers;
-    std::map<Key, Request> mInFlight;
-    std::vector<std::shared_ptr<Connection>> mLeft;  ///< of former members, to be closed
+    std::map<Key, Member*> mInFlight;
+    std::vector<std::shared_ptr<Connection>> mLeft;  ///< to be closed
     std::random_device mRandom;
     int32_t mNextSerial = std::uniform_int_distribution<>(1000, 899999)(mRandom);
     std::shared_ptr<Connection> mService;  ///< which the callbacks come over
     uint64_t mInstallation = 0;            ///< number of the latest one
-    bool mInstalled = false;
+    Holder mHolder = NOBODY;
     Clock::time_point mInstallAt;
 };
 
@@ -141,26 +137,21 @@ private:
 };
 
 bool Sharing::onTransact(uint32_t code, Parcel& args, Parcel& reply) {
-    const uint32_t method = code & ~GROUP;
-    switch (code & GROUP) {
-        case 0:
-            break;
-        case ASK:
-        case ASK_WITH_SERIAL:
-            return method >= 1 && method <= IModem_table.methodCount &&
-                   ask(args.connection(), code & GROUP, IModem_table.methods[method - 1], args);
-        default:
-            return false;
-    }
     if (code == LEAVE) {
         leave(args.connection());
-    } else if (code == HOLDS) {
-        const std::lock_guard<std::mutex> guard(mLock);
-        reply.write(uint32_t(mInstalled ? 1 : 0));
-    } else {
-        return code == JOIN && join(args.connection(), args);
+        return true;
     }
-    return true;
+    if (code == HOLDS) {
+        const std::lock_guard<std::mutex> guard(mLock);
+        reply.write(static_cast<uint32_t>(mHolder));
+        return true;
+    }
+    if (code == JOIN) {
+        return join(args.connection(), args);
+    }
+    const uint32_t method = code & ~GROUP;
+    return method >= 1 && method <= IModem_table.methodCount &&
+           ask(args.connection(), code & GROUP, IModem_table.methods[method - 1], args);
 }
 
 bool Sharing::join(Connection* connection, Parcel& args) {
@@ -174,7 +165,7 @@ bool Sharing::join(Connection* connection, Parcel& args) {
         if (!added) {
             return false;
         }
-        if (mInstalled) {
+        if (mHolder == MEMBERS) {
             tell(place->second, READY, Parcel());
         }
         mChanged.notify_all();
@@ -190,8 +181,7 @@ void Sharing::leave(const Connection* connection) {
         return;
     }
     for (auto request = mInFlight.begin(); request != mInFlight.end();) {
-        request = request->second.member == &left->second ? mInFlight.erase(request)
-                                                          : std::next(request);
+        request = request->second == &left->second ? mInFlight.erase(request) : std::next(request);
     }
     mLeft.push_back(std::move(left->second.connection));
     mMembers.erase(left);
@@ -202,30 +192,24 @@ void Sharing::leave(const Connection* connection) {
 bool Sharing::ask(Connection* connection, uint32_t group, const hal::Method& request,
                   Parcel& args) {
     const uint32_t answer = answerTo(request);
+    std::string bytes(reinterpret_cast<const char*>(args.data()), args.size());
     int32_t serial = 0;
-    if (answer == 0 || args.size() < sizeof(serial)) {
+    if (answer == 0 || (group != ASK && group != ASK_WITH_SERIAL) || !args.read(&serial)) {
         return false;
     }
-    std::string bytes(reinterpret_cast<const char*>(args.data()), args.size());
-    memcpy(&serial, bytes.data(), sizeof(serial));
     {
         Guard guard(mLock);
         const auto member = mMembers.find(connection);
         if (member == mMembers.end()) {
             return false;
         }
-        const bool held = mChanged.wait_for(guard, CALLBACKS_WAIT, [this] { return mInstalled; });
-        serial = group == ASK ? freeSerial(answer) : serial;
-        const std::string refusal =
-                held ? admit(member->second, {answer, serial}, bytes.size())
-                     : "the callbacks cannot be taken back from another program";
-        if (!refusal.empty()) {
-            tell(member->second, REFUSED, refusal);
+        mChanged.wait_for(guard, CALLBACKS_WAIT, [this] { return mHolder == MEMBERS; });
+        while (group == ASK && (serial == 0 || mInFlight.count({answer, serial}) != 0)) {
+            serial = mNextSerial = mNextSerial % 999999 + 1;
+        }
+        if (!admit(member->second, {answer, serial})) {
             return true;
         }
-        Parcel accepted;
-        accepted.write(serial);
-        tell(member->second, ACCEPTED, accepted);
     }
     memcpy(bytes.data(), &serial, sizeof(serial));
     Parcel arguments(connection, reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
@@ -233,27 +217,23 @@ bool Sharing::ask(Connection* connection, uint32_t group, const hal::Method& req
     return mObject->onTransact(request.code, arguments, reply);
 }
 
-/** Enters a request; otherwise returns why not. */
-std::string Sharing::admit(Member& member, Key request, size_t bytes) {
-    if (member.requests >= MAX_IN_FLIGHT ||
-        (member.requests > 0 && member.bytes + bytes > MAX_IN_FLIGHT_BYTES)) {
-        return std::to_string(member.requests) + " requests with " + std::to_string(member.bytes) +
-               " bytes are in flight";
+/** Enters a request and tells the member so, or why not. */
+bool Sharing::admit(Member& member, Key request) {
+    if (member.requests >= MAX_IN_FLIGHT) {
+        tell(member, REFUSED, Text(std::to_string(MAX_IN_FLIGHT) + " requests are in flight"));
+        return false;
     }
-    if (!mInFlight.insert({request, {&member, bytes}}).second) {
-        return "serial " + std::to_string(request.second) +
-               " is in flight in another call of this method";
+    if (!mInFlight.insert({request, &member}).second) {
+        tell(member, REFUSED,
+             Text("serial " + std::to_string(request.second) +
+                  " is in flight in another call of this method"));
+        return false;
     }
     ++member.requests;
-    member.bytes += bytes;
-    return "";
-}
-
-int32_t Sharing::freeSerial(uint32_t answer) {
-    do {
-        mNextSerial = mNextSerial % 999999 + 1;
-    } while (mInFlight.count({answer, mNextSerial}) != 0);
-    return mNextSerial;
+    Parcel accepted;
+    accepted.write(request.second);
+    tell(member, ACCEPTED, accepted);
+    return true;
 }
 
 void Sharing::answer(uint32_t code, const Parcel& args) {
@@ -264,9 +244,8 @@ void Sharing::answer(uint32_t code, const Parcel& args) {
     const std::lock_guard<std::mutex> guard(mLock);
     Member* owner = nullptr;
     if (const auto request = mInFlight.find({code, serial}); request != mInFlight.end()) {
-        owner = request->second.member;
+        owner = request->second;
         --owner->requests;
-        owner->bytes -= request->second.bytes;
         mInFlight.erase(request);
     }
     for (const auto& [connection, member] : mMembers) {
@@ -291,25 +270,35 @@ void Sharing::displaced(uint64_t installation) {
         return;
     }
     ++mInstallation;
-    mInstalled = false;
+    mHolder = ANOTHER;
     mInstallAt = Clock::now() + TAKE_BACK_WAIT;
     const bool cut = mService != nullptr && !mService->isOpen();
-    tellAll(NOTE,
-            (cut ? "the service cut the connection of the callbacks (" + mService->endReason() + ")"
-                 : "another program took the callbacks") +
-                    std::string("; they are taken back, events and answers may have been "
-                                "missed"));
+    tellAll(NOTE, Text((cut ? "the service cut the connection of the callbacks"
+                            : "another program took the callbacks") +
+                       std::string("; they are taken back, events and answers may have been "
+                                   "missed")));
+    dropService();
     mChanged.notify_all();
+}
+
+/** Leaves the connection of the callbacks to `closeLeft`, in front of the members. */
+void Sharing::dropService() {
+    if (mService != nullptr) {
+        mLeft.insert(mLeft.begin(), std::exchange(mService, nullptr));
+    }
 }
 
 void Sharing::hold() {
     Guard guard(mLock);
     while (true) {
         if (mMembers.empty() && mService != nullptr) {
-            release(guard);
+            ++mInstallation;
+            mHolder = NOBODY;
+            mInstallAt = Clock::now();
+            dropService();
         } else if (!mLeft.empty()) {
             closeLeft(guard);  // the last one ends when the callbacks are free
-        } else if (mMembers.empty() || mInstalled) {
+        } else if (mMembers.empty() || mHolder == MEMBERS) {
             mChanged.wait(guard);
         } else if (Clock::now() < mInstallAt) {
             mChanged.wait_until(guard, mInstallAt);
@@ -322,12 +311,7 @@ void Sharing::hold() {
 /** On a connection of its own, which ends with the installation. */
 void Sharing::install(Guard& guard) {
     const uint64_t number = ++mInstallation;
-    std::shared_ptr<Connection> former = std::exchange(mService, nullptr);
     guard.unlock();
-    if (former != nullptr) {
-        former->close("the callbacks are installed anew");
-        former = nullptr;
-    }
     std::string trouble;
     const auto service = Connection::connect(mPath, &trouble);
     if (service != nullptr) {
@@ -342,31 +326,20 @@ void Sharing::install(Guard& guard) {
     }
     guard.lock();
     mService = service;
-    if (number != mInstallation) {
-        return;  // another program took the callbacks meanwhile
+    if (number != mInstallation) {  // another program took the callbacks meanwhile
+        dropService();
+        return;
     }
-    mInstalled = trouble.empty();
-    if (mInstalled) {
-        for (const auto& [connection, member] : mMembers) {
-            tell(member, READY, Parcel());
-        }
+    if (trouble.empty()) {
+        mHolder = MEMBERS;
+        tellAll(READY, Parcel());
     } else {
         ++mInstallation;
         mInstallAt = Clock::now() + TAKE_BACK_WAIT;
-        tellAll(NOTE, "the callbacks cannot be installed: " + trouble);
+        dropService();
+        tellAll(NOTE, Text("the callbacks cannot be installed: " + trouble));
     }
     mChanged.notify_all();
-}
-
-void Sharing::release(Guard& guard) {
-    ++mInstallation;
-    mInstalled = false;
-    mInstallAt = Clock::now();
-    std::shared_ptr<Connection> service = std::exchange(mService, nullptr);
-    guard.unlock();
-    service->close("no modemctl is left");
-    service = nullptr;
-    guard.lock();
 }
 
 /** Without the lock, which the ends of connections take. */
@@ -387,15 +360,9 @@ void Sharing::tell(const Member& member, uint32_t code, const Parcel& args) {
     (void)member.connection->transact(member.object, code, copy).isOk();
 }
 
-void Sharing::tell(const Member& member, uint32_t code, const std::string& text) {
-    Parcel args;
-    args.writeString(text);
-    tell(member, code, args);
-}
-
-void Sharing::tellAll(uint32_t code, const std::string& text) {
+void Sharing::tellAll(uint32_t code, const Parcel& args) {
     for (const auto& [connection, member] : mMembers) {
-        tell(member, code, text);
+        tell(member, code, args);
     }
 }
 

@@ -16,12 +16,15 @@ enum Interest : uint32_t { NONE = 0, EVENTS = 1, ALL_ANSWERS = 2 };
 
 /** From member to host. A group is added to the code of a method of IModem. */
 enum ToHost : uint32_t {
-    JOIN = 1,       ///< u32 Interest, u32 the member's object
-    LEAVE = 2,      ///< the host closes the connection when the callbacks are free
-    HOLDS = 3,      ///< two-way; u32: 1 when the callbacks are installed for members, otherwise 0
-    ASK = 0x10000,  ///< a request; the host chooses the serial
+    JOIN = 1,                   ///< u32 Interest, u32 the member's object
+    LEAVE = 2,                  ///< the host closes the connection when the callbacks are free
+    HOLDS = 3,                  ///< two-way; u32 Holder
+    ASK = 0x10000,              ///< a request; the host chooses the serial
     ASK_WITH_SERIAL = 0x20000,  ///< a request as it is
 };
+
+/** Who holds the callbacks, as far as the host has seen. */
+enum Holder : uint32_t { NOBODY = 0, MEMBERS = 1, ANOTHER = 2 };
 
 /** From host to member. A group is added to the code of a method of the callbacks. */
 enum ToMember : uint32_t {
@@ -36,10 +39,7 @@ enum ToMember : uint32_t {
 constexpr uint32_t GROUP = 0xffff0000;
 
 /** Requests in flight of one member; one more is refused. */
-constexpr size_t MAX_IN_FLIGHT = 64;
-
-/** Bytes of these requests; a request that would exceed them is refused unless it is alone. */
-constexpr size_t MAX_IN_FLIGHT_BYTES = 1 << 20;
+constexpr size_t MAX_IN_FLIGHT = 4;
 
 /** The published object; its name is that of the service. */
 constexpr char DESCRIPTOR[] = "modemctl@1.0::Sharing";

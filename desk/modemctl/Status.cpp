@@ -28,6 +28,10 @@ using nlohmann::ordered_json;
 /** A service that does not answer is given up after this. */
 constexpr auto PATIENCE = 2s;
 
+/** In the order of sharing::Holder. */
+constexpr const char* HOLDERS[] = {"nobody, or a program that took them since the last modemctl",
+                                   "modemctl", "another program"};
+
 std::string pathOf(int instance) {
     return hal::servicePath(api::REQUESTS.descriptor, sharing::name(instance));
 }
@@ -91,18 +95,18 @@ int processOf(const std::string& path) {
     }
 }
 
-/** Whether the host holds the callbacks for modemctl processes. */
-bool isHeldForMembers(int instance) {
+/** Who holds the callbacks, as far as the host has seen. */
+sharing::Holder holderOf(int instance) {
     const auto connection = hal::Connection::connect(sharingPath(instance), nullptr);
     hal::Parcel none;
     hal::Parcel reply;
-    uint32_t holds = 0;
+    uint32_t holder = sharing::ANOTHER;
     if (connection != nullptr) {
-        const auto sent = connection->transact(hal::SERVICE_TARGET, sharing::HOLDS, none, &reply);
+        (void)connection->transact(hal::SERVICE_TARGET, sharing::HOLDS, none, &reply).isOk();
+        (void)reply.read(&holder);
         connection->close("asked");
-        return sent.isOk() && reply.read(&holds) && holds != 0;
     }
-    return false;
+    return static_cast<sharing::Holder>(holder);
 }
 
 ordered_json portOf(const std::string& path) {
@@ -118,7 +122,7 @@ ordered_json read(int instance) {
     const std::string path = pathOf(instance);
     if (const int process = processOf(path); process != 0) {
         state["process"] = process;
-        state["shared"] = isHeldForMembers(instance);
+        state["callbacks"] = HOLDERS[holderOf(instance) % std::size(HOLDERS)];
         state["textPort"] = portOf(runtime::fakeModemPort(number));
         state["atPort"] = portOf(runtime::atPort(number));
         try {
@@ -132,16 +136,6 @@ ordered_json read(int instance) {
     return state;
 }
 
-std::string holderOf(const ordered_json& state) {
-    if (state["shared"]) {
-        return "the host, for modemctl";
-    }
-    const ordered_json service = state.value("service", ordered_json::object());
-    const bool held = service.is_object() && service.contains("callbacks") &&
-                      service["callbacks"].value("events", false);
-    return held ? "another program, or one that has gone" : "nobody";
-}
-
 void printText(const ordered_json& state) {
     std::cout << "instance " << state["instance"];
     if (state["process"].is_null()) {
@@ -153,9 +147,9 @@ void printText(const ordered_json& state) {
     const auto text = [](const ordered_json& path) {
         return path.is_string() ? path.get<std::string>() : "none";
     };
-    std::cout << "  process " << state["process"] << "\n  callbacks  " << holderOf(state)
-              << "\n  text port  " << text(state["textPort"]) << "\n  AT port    "
-              << text(state["atPort"]) << '\n';
+    std::cout << "  process " << state["process"] << "\n  callbacks  "
+              << state["callbacks"].get<std::string>() << "\n  text port  "
+              << text(state["textPort"]) << "\n  AT port    " << text(state["atPort"]) << '\n';
     if (state.contains("trouble")) {
         std::cout << "  " << state["trouble"].get<std::string>() << '\n';
         return;

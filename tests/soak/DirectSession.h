@@ -24,8 +24,8 @@ struct Arrival {
 };
 
 /**
- * A client of one instance, connected to the service itself and not to modemctl's relay. Any thread
- * may send; one thread does the rest.
+ * A client of one instance, connected to the service itself and not through the host's sharing. Any
+ * thread may send; one thread does the rest.
  */
 class DirectSession {
 public:

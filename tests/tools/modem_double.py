@@ -1,6 +1,7 @@
-"""The service as a test scripts it, on the socket of a folder."""
+"""The host as a test scripts it, towards modemctl: on the socket of a folder."""
 
 import collections
+import contextlib
 import os
 import pathlib
 import re
@@ -32,59 +33,61 @@ def info(serial, error=0):
 
 
 class Client:
-    """One connection: its callbacks, and what it was seen to do."""
+    """One modemctl."""
 
     def __init__(self, connection):
         self.connection = connection
-        self.callbacks = ()
-        self.installed = 0
+        self.object = 0
 
-    def send(self, target, code, payload, call=0):
-        self.connection.sendall(struct.pack("<4I", 12 + len(payload), target, code, call) + payload)
+    def send(self, code, payload):
+        header = struct.pack("<4I", 12 + len(payload), self.object, code, 0)
+        self.connection.sendall(header + payload)
 
     def answer(self, name, payload):
-        self.send(self.callbacks[0], ANSWERS.index(name), payload)
+        self.send(0x10000 + ANSWERS.index(name), payload)
 
     def event(self, name, payload):
-        self.send(self.callbacks[1], EVENTS.index(name), payload)
-
-    def displace(self):
-        """Lets the callbacks go, as the service does when another client installs its own."""
-        for callback in self.callbacks:
-            self.send(0, 2, struct.pack("<I", callback))
+        self.send(0x20000 + EVENTS.index(name), payload)
 
     def leave(self):
-        self.connection.shutdown(socket.SHUT_RDWR)
+        with contextlib.suppress(OSError):  # it has left
+            self.connection.shutdown(socket.SHUT_RDWR)
 
 
 class Service(socketserver.ThreadingUnixStreamServer):
-    """Calls on_install(client) and on_request(client, request); keeps the requests."""
+    """Calls on_join(client) and on_request(client, request); keeps the requests."""
     daemon_threads = True
 
-    def __init__(self, folder, on_request=lambda *_: None, on_install=lambda _: None, replies=True):
-        self.on_request, self.on_install, self.replies = on_request, on_install, replies
-        self.requests = []
-        path = pathlib.Path(folder, "vendor.lyr.modem@1.0::IModem", "instance0")
-        path.parent.mkdir(mode=0o700)
+    def __init__(self, folder, on_request=lambda *_: None, on_join=lambda _: None, replies=True):
+        self.on_request, self.on_join, self.replies = on_request, on_join, replies
+        self.requests, self.clients = [], []
+        path = pathlib.Path(folder, "modemctl@1.0::Sharing", "instance0")
+        path.parent.mkdir(mode=0o700, exist_ok=True)
+        path.unlink(missing_ok=True)
         super().__init__(str(path), None)
         threading.Thread(target=self.serve_forever, args=(0.01,), daemon=True).start()
 
     def close(self):
         self.shutdown()
         self.socket.close()
+        for client in self.clients:
+            client.leave()
 
     def finish_request(self, connection, _):
         client, stream = Client(connection), connection.makefile("rb")
+        self.clients.append(client)
         while header := stream.read(16):
-            size, _, code, call = struct.unpack("<4I", header)
+            size, _, code, _ = struct.unpack("<4I", header)
             payload = stream.read(size - 12)
-            if REQUESTS[code] == "setCallback":
-                client.callbacks = struct.unpack("<2I", payload)
-                client.installed += 1
+            if code == 1:
+                _, client.object = struct.unpack("<2I", payload)
                 if self.replies:
-                    client.send(0, 1, b"", call)
-                    self.on_install(client)
+                    client.send(1, b"")
+                    self.on_join(client)
+            elif code == 2:
+                client.leave()
             else:
-                request = Request(REQUESTS[code], *struct.unpack("<i", payload[:4]), payload[4:])
-                self.requests.append(request)
-                self.on_request(client, request)
+                serial, = struct.unpack("<i", payload[:4])
+                client.send(2, payload[:4])
+                self.requests.append(Request(REQUESTS[code & 0xffff], serial, payload[4:]))
+                self.on_request(client, self.requests[-1])

@@ -142,24 +142,6 @@ class ModemctlTest(unittest.TestCase):
                                  f"\x1b[31merror=1\x1b[0m data=hex:{shown}\n")
             os.close(terminal)
 
-    def test_a_call_whose_callbacks_are_displaced_installs_them_again(self):
-        def on_install(client):
-            if client.installed == 2:
-                client.answer("rebootModemResponse", info(7))
-        service = self.service(always(("displace",)), on_install)
-        self.assertEqual(self.run_it("call", "--serial=7", "rebootModem")[0], 0)
-        self.assertEqual(len(service.requests), 1)
-
-    def test_the_next_call_finds_the_relay_which_has_no_callbacks_between_them(self):
-        clients, relays = [], set()
-        self.service(always(("answer", "rebootModemResponse", info(7))), clients.append)
-        for _ in range(2):
-            self.assertEqual(self.run_it("call", "--serial=7", "rebootModem")[0], 0)
-            self.assertRaises(OSError, clients[-1].displace)
-            lock = pathlib.Path(self.folder, "modemctl@1.0::Relay", "instance0.lock")
-            relays.add(lock.read_text())
-        self.assertEqual((len(clients), len(relays)), (2, 1))
-
     def test_no_service_and_no_answer(self):
         rows = [
             ("goes when called", dict(on_request=always(("leave",))), 3, "gone"),
@@ -176,15 +158,15 @@ class ModemctlTest(unittest.TestCase):
                 self.assertIn(line, result[2])
 
     def test_watch_prints_events_and_the_answers_of_others(self):
-        def on_install(client):
+        def on_join(client):
             client.event("modemRRCStateInd", pack("<I4i", 0, 1, -2, 0, 3))
             client.answer("rebootModemResponse", info(9))
             client.event("powerSaveModeInd", pack("<Ii", 0, 1))
-        self.service(on_install=on_install)
+        self.service(on_join=on_join)
         self.assertEqual(self.run_it("watch", "--all", "--count=2")[:2], (
             0, "modemRRCStateInd lteValid=1 rrcState=-2 wcdmaValid=0 wcdmaRrcState=3\n"
                "rebootModemResponse serial=9 error=0\npowerSaveModeInd mode=1\n"))
-        self.service(on_install=on_install)
+        self.service(on_join=on_join)
         row = json.loads(self.run_it("watch", "-t", "--count=1", "--json")[1])
         self.assertRegex(row["time"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d$")
 
@@ -196,23 +178,39 @@ class ModemctlTest(unittest.TestCase):
             watch.send_signal(stop)
             watch.communicate(timeout=60)
             self.assertEqual(watch.returncode, 0)
-        self.service(on_install=lambda client: client.leave())
+        service = self.service(on_join=lambda client: (service.socket.close(), client.leave()))
         self.assertEqual(self.run_it("watch")[0], 3)
 
-    def test_a_request_lost_with_the_relay_is_made_again_only_when_it_changes_nothing(self):
-        def kill_once(client, request):
-            if len(service.requests) == 1:
-                lock = pathlib.Path(self.folder, "modemctl@1.0::Relay", "instance0.lock")
-                os.kill(int(lock.read_text()), signal.SIGKILL)
-            else:
-                client.answer(request.name + "Response", info(request.serial) + pack("<i", 2))
-        for words, requests, code, told in (("30 getOperatingMode", 2, 0, ""),
-                                            ("4 setSarState 1", 1, 4, "may have done it or not")):
-            with self.subTest(words):
-                service = self.service(kill_once)
-                result = self.run_it("call", "--timeout", *words.split())
-                self.assertEqual((result[0], len(service.requests)), (code, requests))
-                self.assertIn(told, result[2])
+    def test_a_service_that_comes_and_goes(self):
+        waiting = [self.start(*words) for words in (
+            ("wait", "30"), ("call", "--wait=30", "--serial=7", "rebootModem"),
+            ("watch", "--follow", "--count=2"))]
+        self.assertEqual(self.run_it("wait", "0.1")[0], 3)
+        self.assertIn("waiting for it", waiting[2].stderr.readline())
+
+        def on_join(client):
+            client.event("powerSaveModeInd", pack("<Ii", 0, 1))
+        service = Service(self.folder, always(("answer", "rebootModemResponse", info(7)),
+                                              ("leave",)), on_join)
+        self.assertEqual([client.wait(30) for client in waiting[:2]], [0, 0])
+        self.assertIn("watching", waiting[2].stderr.readline())
+        service.close()
+        self.addCleanup(Service(self.folder, on_join=on_join).close)
+        watched, noted = waiting[2].communicate(timeout=30)
+        self.assertEqual(watched, 2 * "powerSaveModeInd mode=1\n")
+
+    def test_a_folder_that_cannot_be_used_is_named_at_once(self):
+        os.chmod(self.folder, 0o755)
+        for folder, reason in ((self.folder, "not a folder of this user's alone"),
+                               (self.folder + "/none/none", "No such file"),
+                               ("/tmp/" + 100 * "x", "File name too long")):
+            for command in ("call --wait=9 rebootModem", "watch --follow", "wait", "status", "debug"):
+                with self.subTest((folder, command)):
+                    done = subprocess.run([MODEMCTL, *command.split()], capture_output=True,
+                                          text=True, timeout=5,
+                                          env={**os.environ, "OX_RUNTIME_DIR": folder})
+                    self.assertEqual(done.returncode, 3)
+                    self.assertIn(reason, done.stdout + done.stderr)
 
     def test_fake_modem_that_does_not_reply_or_accept(self):
         with socket.socket(socket.AF_UNIX) as port:
