@@ -19,9 +19,9 @@ const QmiService AtQmiClient::SERVICE{MODEM_API_QMI_SERVICE_AT, "AT", RTTI_TYPE}
 
 namespace {
 
-constexpr const char* REPORT = "reportAtLogControlInfo";  // what the report thread runs, in the log
-constexpr size_t STORED_NAME_MAX = 34;  // characters of the stored name in a re-announced one
-constexpr size_t INDEX_ROOM = 6;        // of "_" and up to five characters of the index
+constexpr const char* REPORT = "reportAtLogControlInfo";  // name of the report in the log
+constexpr size_t REPORTED_NAME_SIZE = 40;                 // of the name in a report, with its NUL
+constexpr size_t INDEX_ROOM = 6;  // of "_" and up to five characters of the index
 
 enum : uint8_t { LOG_MODE_STOP = 0, LOG_MODE_START = 1 };
 enum : uint8_t { TEST_SUCCESS = 0, TEST_FAILURE = 1, TEST_UNRECOGNISED = 2, TEST_NONE = 3 };
@@ -57,11 +57,15 @@ void freeTokens(const void* data, size_t len) {
     }
 }
 
-std::string property(const char* key, const char* defaultValue) {
-    char value[PROPERTY_VALUE_MAX] = {};
-    property_get(key, value, defaultValue);
-    return value;
-}
+/** A property's value, or the default. */
+struct PropertyValue {
+    PropertyValue(const char* key, const char* defaultValue) {
+        property_get(key, text, defaultValue);
+    }
+    size_t length() const { return strlen(text); }
+
+    char text[PROPERTY_VALUE_MAX] = {};
+};
 
 int setFirstIndex(const char* func) {
     if (property_set(AtQmiClient::AT_LOG_TCINDEX_PROPERTY, "1") != 0) {
@@ -140,35 +144,29 @@ void AtQmiClient::startReportThread() {
 
 void AtQmiClient::runReport(const std::weak_ptr<AtQmiClient>& client,
                             std::chrono::milliseconds delay) {
-    try {
-        std::string tcName;
-        if (!findLogToReport(tcName)) {
-            return;
-        }
-        std::this_thread::sleep_for(delay);
-        if (const auto self = client.lock()) {
-            self->reportAtLogControlInfo(tcName);
-        }
-    } catch (const std::bad_alloc&) {
-        LOG_E("%s: no memory to report AT log control info", REPORT);
-    }
-}
-
-bool AtQmiClient::findLogToReport(std::string& tcName) {
     bool on = false;
-    if (readLogStatus("retrieveAtLogStatus", STORED_NAME_MAX, on, tcName) != ERRNO_SUCCESS) {
-        return false;
+    char name[REPORTED_NAME_SIZE] = {};
+    if (retrieveAtLogStatus(&on, name, sizeof(name)) != ERRNO_SUCCESS) {
+        return;
     }
     if (!on) {
         LOG_I("%s: no need to report AT log contorl info at 1st time connected to AT QMI service",
               REPORT);
+        return;
     }
-    return on;
+    std::this_thread::sleep_for(delay);
+    if (const auto self = client.lock()) {
+        self->reportAtLogControlInfo(name);
+    }
 }
 
-void AtQmiClient::reportAtLogControlInfo(const std::string& tcName) {
+void AtQmiClient::reportAtLogControlInfo(const char* tcName) {
     LOG_I("%s: report AT log control info at 1st time connected to AT QMI service", __func__);
-    mIndicationProxy->indicateAtLogControlInfo(LOG_MODE_START, TEST_NONE, tcName);
+    try {
+        mIndicationProxy->indicateAtLogControlInfo(LOG_MODE_START, TEST_NONE, tcName);
+    } catch (const std::bad_alloc&) {
+        LOG_E("%s: no memory to report AT log control info", __func__);
+    }
 }
 
 int AtQmiClient::retrieveAtLogStatus(bool* on, char* name, size_t size) {
@@ -176,34 +174,28 @@ int AtQmiClient::retrieveAtLogStatus(bool* on, char* name, size_t size) {
         LOG_E("%s: invalid param input", __func__);
         return ERRNO_INVALID_PARAM;
     }
-    std::string whole;
-    const int result = readLogStatus(__func__, size - INDEX_ROOM, *on, whole);
-    if (*on) {
-        snprintf(name, size, "%s", whole.c_str());
-    }
-    return result;
-}
-
-int AtQmiClient::readLogStatus(const char* func, size_t storedMax, bool& on, std::string& name) {
-    on = property(AT_LOG_STATUS_PROPERTY, "0")[0] == '1';
-    LOG_I("%s: log on = %s", func, on ? "true" : "false");
-    if (!on) {
+    const PropertyValue status(AT_LOG_STATUS_PROPERTY, "0");
+    *on = status.text[0] == '1';
+    LOG_I("%s: log on = %s", __func__, *on ? "true" : "false");
+    if (!*on) {
         return ERRNO_SUCCESS;
     }
-    name = property(AT_LOG_TCNAME_PROPERTY, "");
-    if (name.size() >= storedMax) {
-        LOG_W("%s: tcName too long, should be truncated", func);
-        name.resize(storedMax);
+    const PropertyValue stored(AT_LOG_TCNAME_PROPERTY, "");
+    const size_t storedMax = size - INDEX_ROOM;
+    if (stored.length() >= storedMax) {
+        LOG_W("%s: tcName too long, should be truncated", __func__);
     }
-    name += '_';
-    const std::string index = property(AT_LOG_TCINDEX_PROPERTY, "");
-    if (index.size() >= INDEX_ROOM) {
-        LOG_E("%s: tcIndex string too long, should not append to tcName", func);
+    const PropertyValue index(AT_LOG_TCINDEX_PROPERTY, "");
+    const bool appended = index.length() < INDEX_ROOM;
+    snprintf(name, size, "%.*s_%s", static_cast<int>(storedMax), stored.text,
+             appended ? index.text : "");
+    if (!appended) {
+        LOG_E("%s: tcIndex string too long, should not append to tcName", __func__);
         return ERRNO_FAILED;
     }
-    name += index;
-    const std::string next = std::to_string(atoi(index.c_str()) + 1);
-    return property_set(AT_LOG_TCINDEX_PROPERTY, next.c_str()) == 0 ? ERRNO_SUCCESS : ERRNO_FAILED;
+    char next[PROPERTY_VALUE_MAX];
+    snprintf(next, sizeof(next), "%d", atoi(index.text) + 1);
+    return property_set(AT_LOG_TCINDEX_PROPERTY, next) == 0 ? ERRNO_SUCCESS : ERRNO_FAILED;
 }
 
 int AtQmiClient::saveAtLogStatus(bool start, const char* tcName) {

@@ -83,11 +83,7 @@ private:
     /** The report thread: waits and announces a log that was left running. */
     static void runReport(const std::weak_ptr<AtQmiClient>& client,
                           std::chrono::milliseconds delay);
-    static bool findLogToReport(std::string& tcName);
-    void reportAtLogControlInfo(const std::string& tcName);
-
-    /** `retrieveAtLogStatus` with a name of any length, whose stored part is cut to `storedMax`. */
-    static int readLogStatus(const char* func, size_t storedMax, bool& on, std::string& name);
+    void reportAtLogControlInfo(const char* tcName);
 
     Errno parseAtCommand(const modem_atlog_cmd_type& command);
     /** Tells the upper layer what the parsed command asks for; 0 when its callback took it. */

@@ -22,14 +22,11 @@ bool readRegular(const InputFile& file, std::string& text) {
     return count == 0;
 }
 
-/** Removes the first line from `list` and returns it without its end, "\n" or "\r\n". */
+/** Removes the first line from `list` and returns it without its newline. A "\r" stays. */
 std::string_view takeLine(std::string_view& list) {
     const size_t end = list.find('\n');
-    std::string_view line = list.substr(0, end);
+    const std::string_view line = list.substr(0, end);
     list.remove_prefix(end == std::string_view::npos ? list.size() : end + 1);
-    if (!line.empty() && line.back() == '\r') {
-        line.remove_suffix(1);
-    }
     return line;
 }
 

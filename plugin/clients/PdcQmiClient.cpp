@@ -114,7 +114,7 @@ int PdcQmiClient::handleGetMetaMbnInfoMessage(const MessagePtr& msg) {
         return ERRNO_INVALID_PARAM;
     }
     if (checkConnected(__func__) == ERRNO_SUCCESS) {
-        const ConfigId id = configIdOf(request->configId);
+        const ConfigId id = configIdOf(request->data);
         LOG_I("%s: data length = %d", __func__, request->length);
         if (modem_pdc_get_config_info(id.data(), request->length, request->serial) == 0) {
             LOG_I("%s: successfully sent request", __func__);
@@ -156,7 +156,7 @@ int PdcQmiClient::handleSelectMbnMessage(const MessagePtr& msg) {
             __func__, SELECTED, msg,
             [](const SelectedMbnParam& request) {
                 return modem_pdc_set_selected_config_info(request.type,
-                                                          configIdOf(request.configId).data());
+                                                          configIdOf(request.data).data());
             },
             &ModemResponseProxy::respondSelectMbn);
 }
@@ -174,7 +174,7 @@ int PdcQmiClient::handleSelectMbnExtMessage(const MessagePtr& msg) {
             [func](const SelectedMbnExtParam& request) {
                 LOG_I("%s: config length = %d", func, request.length);
                 return modem_pdc_set_selected_config_info_ext(
-                        request.type, configIdOf(request.configId).data(), request.length);
+                        request.type, configIdOf(request.data).data(), request.length);
             },
             &ModemResponseProxy::respondSelectMbnExt);
 }
@@ -199,7 +199,7 @@ int PdcQmiClient::handleLoadMbnConfigMessage(const MessagePtr& msg) {
     return serve<LoadMbnConfigParam>(
             func, {}, msg,
             [func](const LoadMbnConfigParam& request) {
-                return loadMbnConfigFile(func, request.path);
+                return loadMbnConfigFile(func, request.data);
             },
             &ModemResponseProxy::respondLoadMbnConfig);
 }

@@ -39,7 +39,7 @@ constexpr int INTERNAL_SERIAL = -1;
 /** A client's state, for a person who asks the service for it. */
 struct ClientState {
     bool connected = false;
-    std::optional<bool> bound;        ///< NAS and WDS: the subscription is bound
+    std::optional<bool> bound;        ///< NAS, VS, WDS: the subscription is bound
     std::optional<int> bindRetries;   ///< NAS and WDS: retries posted so far
     std::optional<bool> openCommand;  ///< AT: a command waits for its confirmation
     uint64_t taken = 0;               ///< requests that reached the client

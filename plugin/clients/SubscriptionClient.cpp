@@ -33,9 +33,9 @@ void SubscriptionClient::bindSubscription(int instanceId) {
               mBinding.reportsCount ? before : MAX_BIND_RETRIES);
         return;
     }
+    sendRequest(INTERNAL_SERIAL, SubscriptionMessage::BIND_SUBSCRIPTION, instanceId);
     LOG_I("%s: retry binding %s QMI subscription with instance id %d for %d times, max %d times",
           __func__, mService.name, instanceId, before + 1, MAX_BIND_RETRIES);
-    sendRequest(INTERNAL_SERIAL, SubscriptionMessage::BIND_SUBSCRIPTION, instanceId);
 }
 
 int SubscriptionClient::handleBindSubscriptionMessage(const MessagePtr& msg) {

@@ -73,13 +73,21 @@ int VsQmiClient::handle(std::shared_ptr<Message> msg) {
 
 void VsQmiClient::onConnected() {
     logConnected(__func__);
-    if (modem_api_bind_vs_subscription(mInstanceId) != 0) {
+    // There is no retry: without the bind, events stay away until the service connects again.
+    mBound = modem_api_bind_vs_subscription(mInstanceId) == 0;
+    if (!mBound) {
         LOG_E("%s: failed to bind VS QMI subscription for instance id %d", __func__, mInstanceId);
     }
     modem_api_subscribe_event(MODEM_API_EVENT_RRC_STATE);
     modem_api_subscribe_event(MODEM_API_EVENT_NR_RADIO_INFO);
     modem_api_subscribe_event(MODEM_API_EVENT_POWER_SAVE_MODE);
     modem_api_register_indications();
+}
+
+ClientState VsQmiClient::getState() const {
+    ClientState state = QmiClient::getState();
+    state.bound = mBound;
+    return state;
 }
 
 void VsQmiClient::modemApiAsyncCallback(const void* data, size_t length, void* cookie,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include "clients/QmiClient.h"
 
 /**
@@ -67,6 +68,7 @@ public:
     int handle(std::shared_ptr<Message> msg) override;
     /** Binds the subscription and asks for the events, anew with each connection. */
     void onConnected() override;
+    ClientState getState() const override;
 
     /** Finishes an asynchronous request; `data` is a `modem_async_response`. */
     static void modemApiAsyncCallback(const void* data, size_t length, void* cookie,
@@ -196,4 +198,5 @@ private:
                             FunctionRef<Errno(const modem_async_response&)> extract) const;
 
     const int mInstanceId;
+    std::atomic<bool> mBound{false};  ///< what the bind at the last connection came to
 };

@@ -13,10 +13,20 @@ const std::string& SelectedMbnParam::RTTI_TYPE = *new std::string("SelectedMbnPa
 const std::string& SelectedMbnExtParam::RTTI_TYPE = *new std::string("SelectedMbnExtParam");
 const std::string& LoadMbnConfigParam::RTTI_TYPE = *new std::string("LoadMbnConfigParam");
 
-AtCommandParam::AtCommandParam(const void* data, size_t length) : length(length) {
-    enableRtti(RTTI_TYPE);
-    if (data != nullptr && length > 0) {
-        this->data.reset(new uint8_t[length]);
-        memcpy(this->data.get(), data, length);
+namespace {
+
+std::unique_ptr<const uint8_t[]> copyOf(const void* data, size_t length) {
+    if (data == nullptr || length == 0) {
+        return nullptr;
     }
+    std::unique_ptr<uint8_t[]> copy(new uint8_t[length]);
+    memcpy(copy.get(), data, length);
+    return copy;
+}
+
+}  // namespace
+
+AtCommandParam::AtCommandParam(const void* data, size_t length)
+    : data(copyOf(data, length)), length(length) {
+    enableRtti(RTTI_TYPE);
 }

@@ -16,8 +16,8 @@ public:
     /** Copies `length` bytes; null data or no length leaves `data` empty. */
     AtCommandParam(const void* data, size_t length);
 
-    std::unique_ptr<uint8_t[]> data;
-    uint64_t length;
+    const std::unique_ptr<const uint8_t[]> data;
+    const uint64_t length;
 };
 
 class ModemPropertyParam : public SerialParam {
@@ -83,51 +83,51 @@ class GetMetaMbnInfoParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    GetMetaMbnInfoParam(int32_t serial, const std::vector<uint8_t>& configId, int32_t length)
-        : SerialParam(serial), configId(configId), length(length) {
+    GetMetaMbnInfoParam(int32_t serial, const std::vector<uint8_t>& data, int32_t length)
+        : SerialParam(serial), data(data), length(length) {
         enableRtti(RTTI_TYPE);
     }
 
-    const std::vector<uint8_t> configId;
-    const int32_t length;  ///< as the caller told it, not the vector's
+    const std::vector<uint8_t> data;  ///< the configuration's id
+    const int32_t length;             ///< as the caller told it, not the vector's
 };
 
 class SelectedMbnParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    SelectedMbnParam(int32_t serial, int32_t type, const std::vector<uint8_t>& configId)
-        : SerialParam(serial), type(type), configId(configId) {
+    SelectedMbnParam(int32_t serial, int32_t type, const std::vector<uint8_t>& data)
+        : SerialParam(serial), type(type), data(data) {
         enableRtti(RTTI_TYPE);
     }
 
     const int32_t type;
-    const std::vector<uint8_t> configId;
+    const std::vector<uint8_t> data;  ///< the configuration's id
 };
 
 class SelectedMbnExtParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    SelectedMbnExtParam(int32_t serial, int32_t type, const std::vector<uint8_t>& configId,
+    SelectedMbnExtParam(int32_t serial, int32_t type, const std::vector<uint8_t>& data,
                         int32_t length)
-        : SerialParam(serial), type(type), configId(configId), length(length) {
+        : SerialParam(serial), type(type), data(data), length(length) {
         enableRtti(RTTI_TYPE);
     }
 
     const int32_t type;
-    const std::vector<uint8_t> configId;
-    const int32_t length;  ///< as the caller told it, not the vector's
+    const std::vector<uint8_t> data;  ///< the configuration's id
+    const int32_t length;             ///< as the caller told it, not the vector's
 };
 
 class LoadMbnConfigParam : public SerialParam {
 public:
     static const std::string& RTTI_TYPE;
 
-    LoadMbnConfigParam(int32_t serial, const std::vector<uint8_t>& path)
-        : SerialParam(serial), path(path) {
+    LoadMbnConfigParam(int32_t serial, const std::vector<uint8_t>& data)
+        : SerialParam(serial), data(data) {
         enableRtti(RTTI_TYPE);
     }
 
-    const std::vector<uint8_t> path;  ///< without a terminating NUL
+    const std::vector<uint8_t> data;  ///< the path, without a terminating NUL
 };

@@ -33,9 +33,15 @@ class ModemImpl : public vendor::lyr::modem::V1_0::IModem,
                   public std::enable_shared_from_this<ModemImpl> {
 public:
     /**
-     * Makes the service object, its proxies and clients, and asks the modem for events.
+     * Makes the proxies and clients, and asks the modem for events.
      *
      * @param instanceId 0 for the full service; 1 goes without AT, PDC and SAR
+     */
+    explicit ModemImpl(int instanceId);
+
+    /**
+     * Makes the service object with one owner for both counts, HIDL's and the shared pointer's.
+     *
      * @return the shared pointer holds one strong reference of HIDL's count for itself and all its
      *         copies, so that the object lives until neither kind of owner is left
      */
@@ -160,8 +166,6 @@ public:
     android::hardware::Return<void> sendLogControlResp(int32_t serial) override;
 
 private:
-    explicit ModemImpl(int instanceId);
-
     static void processServiceEvent(bool connected, const void* data, size_t length);
 
     ServiceState getState() const;

@@ -1,15 +1,16 @@
 #include "service/ServiceState.h"
 
-#include <poll.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 
 namespace {
 
@@ -30,39 +31,58 @@ const char* trueFalse(bool value) {
     return value ? "true" : "false";
 }
 
-/** For what not every client has. */
-const char* yesNo(const std::optional<bool>& value) {
-    return value ? yesNo(*value) : "-";
+/** One value of a client's state, and how it is shown. */
+struct Column {
+    const char* title;
+    const char* key;  ///< in the JSON object, which leaves out what a client does not have
+    int width;        ///< in the table; negative for text on the left
+    bool isFlag;
+    std::optional<uint64_t> (*value)(const ClientState& state);
+};
+
+using Value = std::optional<uint64_t>;
+constexpr Column COLUMNS[] = {
+        {"connected", "connected", -9, true,
+         [](const auto& state) { return Value(state.connected); }},
+        {"bound", "bound", -5, true, [](const auto& state) { return Value(state.bound); }},
+        {"retries", "retries", 7, false,
+         [](const auto& state) { return Value(state.bindRetries); }},
+        {"open command", "openCommand", -12, true,
+         [](const auto& state) { return Value(state.openCommand); }},
+        {"taken", "taken", 9, false, [](const auto& state) { return Value(state.taken); }},
+        {"answered", "answered", 9, false, [](const auto& state) { return Value(state.answered); }},
+        {"refused", "refused", 9, false, [](const auto& state) { return Value(state.refused); }},
+};
+
+void appendCell(std::string& text, const Column& column, const char* cell) {
+    append(text, "  %*s", column.width, cell);
+    text += &column == std::end(COLUMNS) - 1 ? "\n" : "";
 }
 
 void appendRow(std::string& text, const ServiceState::Client& client) {
-    const ClientState& state = client.state;
+    append(text, "%-6s", client.name);
     if (!client.present) {
-        append(text, "%-6s  absent\n", client.name);
+        text += "  absent\n";
         return;
     }
-    const std::string retries = state.bindRetries ? std::to_string(*state.bindRetries) : "-";
-    append(text, "%-6s  %-9s  %-5s  %7s  %-12s  %9" PRIu64 "  %9" PRIu64 "  %9" PRIu64 "\n",
-           client.name, yesNo(state.connected), yesNo(state.bound), retries.c_str(),
-           yesNo(state.openCommand), state.taken, state.answered, state.refused);
+    for (const Column& column : COLUMNS) {
+        const Value value = column.value(client.state);
+        const std::string cell = !value          ? "-"
+                                 : column.isFlag ? yesNo(*value != 0)
+                                                 : std::to_string(*value);
+        appendCell(text, column, cell.c_str());
+    }
 }
 
 void appendObject(std::string& text, const ServiceState::Client& client) {
-    const ClientState& state = client.state;
     append(text, "{\"name\":\"%s\",\"present\":%s", client.name, trueFalse(client.present));
-    if (client.present) {
-        append(text, ",\"connected\":%s", trueFalse(state.connected));
-        if (state.bound) {
-            append(text, ",\"bound\":%s", trueFalse(*state.bound));
+    for (const Column& column : COLUMNS) {
+        const Value value = client.present ? column.value(client.state) : std::nullopt;
+        if (value) {
+            const std::string shown =
+                    column.isFlag ? trueFalse(*value != 0) : std::to_string(*value);
+            append(text, ",\"%s\":%s", column.key, shown.c_str());
         }
-        if (state.bindRetries) {
-            append(text, ",\"retries\":%d", *state.bindRetries);
-        }
-        if (state.openCommand) {
-            append(text, ",\"openCommand\":%s", trueFalse(*state.openCommand));
-        }
-        append(text, ",\"taken\":%" PRIu64 ",\"answered\":%" PRIu64 ",\"refused\":%" PRIu64,
-               state.taken, state.answered, state.refused);
     }
     text += '}';
 }
@@ -94,18 +114,63 @@ private:
     bool mWasPending;
 };
 
-/** One write that does not wait, to a socket or anything else; -1 with errno. */
-ssize_t writeSome(int fd, const char* data, size_t size) {
-    const ssize_t sent = send(fd, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (sent >= 0 || errno != ENOTSOCK) {
-        return sent;
+/** A descriptor that is closed at the end. */
+class OwnedFd {
+public:
+    explicit OwnedFd(int fd) : mFd(fd) {}
+    ~OwnedFd() {
+        if (mFd >= 0) {
+            close(mFd);
+        }
     }
-    pollfd room{fd, POLLOUT, 0};
-    if (poll(&room, 1, 0) == 0) {
-        errno = EAGAIN;
+    OwnedFd(const OwnedFd&) = delete;
+    OwnedFd& operator=(const OwnedFd&) = delete;
+    int get() const { return mFd; }
+
+private:
+    const int mFd;
+};
+
+/** Moves the text into a pipe by way of one of our own: a splice alone does not wait for room. */
+ssize_t writeToPipe(int fd, const char* data, size_t size) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
         return -1;
     }
-    return write(fd, data, size);
+    const OwnedFd out(ends[0]);
+    const OwnedFd in(ends[1]);
+    const ssize_t filled = write(in.get(), data, size);
+    return filled <= 0 ? filled
+                       : splice(out.get(), nullptr, fd, nullptr, static_cast<size_t>(filled),
+                                SPLICE_F_NONBLOCK);
+}
+
+/** Writes to a terminal or another device, opened anew: the flags of `fd` are the caller's. */
+ssize_t writeToDevice(int fd, const char* data, size_t size) {
+    const std::string path = "/proc/self/fd/" + std::to_string(fd);
+    const OwnedFd own(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    return own.get() < 0 ? -1 : write(own.get(), data, size);
+}
+
+/** One write that does not wait; -1 with errno. */
+ssize_t writeSome(int fd, const char* data, size_t size) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0) {
+        return -1;
+    }
+    switch (status.st_mode & S_IFMT) {
+        case S_IFSOCK:
+            return send(fd, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+        case S_IFIFO:
+            return writeToPipe(fd, data, size);
+        case S_IFCHR:
+            return writeToDevice(fd, data, size);
+        case S_IFREG:
+            return write(fd, data, size);
+        default:  // an event counter, say, whose write may wait
+            errno = EINVAL;
+            return -1;
+    }
 }
 
 }  // namespace
@@ -117,8 +182,10 @@ std::string toText(const ServiceState& state) {
            yesNo(state.indications));
     append(text, "kept events: RRC state %s, power save mode %s\n", yesNo(state.keptRrcState),
            yesNo(state.keptPowerSaveMode));
-    append(text, "%-6s  %-9s  %-5s  %7s  %-12s  %9s  %9s  %9s\n", "client", "connected", "bound",
-           "retries", "open command", "taken", "answered", "refused");
+    append(text, "%-6s", "client");
+    for (const Column& column : COLUMNS) {
+        appendCell(text, column, column.title);
+    }
     for (const ServiceState::Client& client : state.clients) {
         appendRow(text, client);
     }

@@ -42,6 +42,11 @@ TEST(Debug, TellsTheStateOrWhyItCannot) {
            "1\nNAS     yes  ");
     expect(handle, "json", R"(,"connected":true,"bound":true,"retries":0,"taken":0,)");
     expect(handle, "json", R"({"name":"AT","present":true,"connected":true,"openCommand":false,)");
+    service.modem.returns("modem_api_bind_vs_subscription", {1});
+    service.disconnect(MODEM_API_QMI_SERVICE_VS);
+    service.connect(MODEM_API_QMI_SERVICE_VS);
+    service.log.take();
+    expect(handle, "json", R"({"name":"VS","present":true,"connected":true,"bound":false,)");
     expect(nullptr, "", "E debug: no descriptor to write the state to");
     while (fcntl(ends[1], F_SETFL, O_NONBLOCK) == 0 && write(ends[1], &event, 1) == 1) {
     }

@@ -81,12 +81,12 @@ TEST(PdcList, TakesTheNamesOutOfTheLines) {
     } rows[] = {
             {"", {}},
             {p + "generic/row/mcfg_sw.mbn\n" + p + "last/mcfg_sw.mbn", {"generic/row/", "last/"}},
-            {p + "a/mcfg_sw.mbn\r\n" + p + "b\r\n" + p + "c", {"a/", "b", "c"}},
+            {p + "a/mcfg_sw.mbn\r\n" + p + "b\r\n" + p + "c", {"a/", "b\r", "c"}},
             {p + "mcfg_sw.mbn\n" + p + "xmcfg_sw.mbn\n", {"x"}},
             {p + "a/mcfg_sw.mbn b/mcfg_sw.mbn\n", {"a/"}},
             {"mcfg_sw.mbn" + p + "a/mcfg_sw.mbn\n", {}},
-            {p + "\n" + p + "\r\n" + p, {"", "", ""}},
-            {p.substr(1) + "\n" + p.substr(1) + "\r\n\n\r\nx", {}},
+            {p + "\n" + p + "\r\n" + p, {"", "\r", ""}},
+            {p.substr(1) + "\n" + p.substr(2) + "\r\n\n\r\nx", {}},
             {p + big + "mcfg_sw.mbn\n" + p + "y\n", {big, "y"}},
     };
     const LogCapture log;
