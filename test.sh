@@ -29,8 +29,7 @@ if [[ $preset == fuzz ]]; then
 fi
 if [[ $preset == device ]]; then
     build dev ox-modem
-    python3 tools/device/check.py "${@:2}"
-    exec python3 tests/device/mutations_test.py
+    exec python3 tools/device/check.py "${@:2}"
 fi
 build "$preset"
 

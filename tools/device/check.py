@@ -22,7 +22,6 @@ PACKAGE_ROOT = "interfaces/vendor/lyr/modem"
 HASHES = f"{PACKAGE_ROOT}/current.txt"
 STAND_INS = "tools/device/stand-ins"
 PLATFORM_HEADERS = "/usr/include/android"
-SOURCE_FOLDERS = ["plugin"]
 GUIDE = "docs/integration.md"
 LIBRARY = "libox-modem.so"
 STANDARD_NAMES = {"[abi:cxx11]": "", "std::__cxx11::basic_string<char, std::char_traits<char>, "
@@ -83,8 +82,7 @@ def module(root):
 
 
 def plugin_sources(root):
-    return sorted(str(path.relative_to(root)) for folder in SOURCE_FOLDERS
-                  for path in (root / folder).rglob("*.cpp"))
+    return sorted(str(path.relative_to(root)) for path in (root / "plugin").rglob("*.cpp"))
 
 
 def bp_list(root, file, name):
@@ -93,7 +91,7 @@ def bp_list(root, file, name):
     return re.findall(r'"([^"]*)"', found.group(1)) if found else []
 
 
-def sources(root, only=None):
+def sources(root):
     """The sources compile against the headers of the device's generator and of the platform."""
     with tempfile.TemporaryDirectory() as out:
         for package in (PACKAGE, "android.hidl.base@1.0", "android.hidl.manager@1.0"):
@@ -106,7 +104,7 @@ def sources(root, only=None):
                    "-isystem", PLATFORM_HEADERS]
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
             list(pool.map(lambda source: run(root, *command, source),
-                          only or bp_list(root, "Android.bp", "srcs")))
+                          bp_list(root, "Android.bp", "srcs")))
 
 
 def manifest(root):
@@ -147,7 +145,8 @@ def sepolicy(root):
     labels = {label for table in contexts.values() for label in table.values()}
     if labels - set(declared):
         raise Wrong(f"device/sepolicy: no such type: {', '.join(sorted(labels - set(declared)))}")
-    text = "".join(path.read_text(encoding="utf-8") for path in (root / "clients").glob("*.*"))
+    text = "".join(path.read_text(encoding="utf-8") for path in (root / "plugin").rglob("*.cpp"))
+    text += "".join(path.read_text(encoding="utf-8") for path in (root / "plugin").rglob("*.h"))
     for path in re.findall(r'"(/(?:data|vendor)/[^"]+)"', text) + re.findall(
             r"^service \S+ (\S+)", read(root, "device/ox-modem.rc"), re.M):
         if not any(re.fullmatch(pattern, path) for pattern in contexts["file"]):
@@ -168,7 +167,7 @@ def symbols(root):
 
 def symbol_table(root):
     """What the sources include of the device, and what the library of the plain build takes."""
-    files = [path for folder in SOURCE_FOLDERS for path in (root / folder).rglob("*.*") if path.is_file()]
+    files = [path for path in (root / "plugin").rglob("*.*") if path.is_file()]
     headers = set(re.findall(r"^#include <(.*/.*\.h|modem_api\.h)>$", "\n".join(
         path.read_text(encoding="utf-8") for path in files), re.M))
     build = root / "build/dev/lib"
