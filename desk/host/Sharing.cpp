@@ -1,18 +1,15 @@
 #include "Sharing.h"
 
+#include <hidl/Transport.h>
 #include <vendor/lyr/modem/1.0/table.h>
 
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <map>
 #include <mutex>
-#include <random>
 #include <stdexcept>
 #include <thread>
 #include <utility>
-
-#include "SharingProtocol.h"
 
 namespace sharing {
 
@@ -80,15 +77,31 @@ private:
 
     bool join(Connection* connection, Parcel& args);
     void leave(const Connection* connection);
-    bool ask(Connection* connection, uint32_t group, const hal::Method& request, Parcel& args);
+    bool ask(Connection* connection, const hal::Method& request, Parcel& args);
     bool admit(Member& member, Key request);
 
     void install(Guard& guard);
-    void dropService();
+    /** Leaves the connection of the callbacks to `closeLeft`, in front of the members. */
+    void dropService() {
+        if (mService != nullptr) {
+            mLeft.insert(mLeft.begin(), std::exchange(mService, nullptr));
+        }
+    }
+
     void closeLeft(Guard& guard);
 
-    static void tell(const Member& member, uint32_t code, const Parcel& args);
-    void tellAll(uint32_t code, const Parcel& args);
+    static void tell(const Member& member, uint32_t code, const Parcel& args) {
+        Parcel copy;
+        copy.writeBytes(args.data(), args.size());
+        // A member that has gone or was cut is seen by its closed connection.
+        (void)member.connection->transact(member.object, code, copy).isOk();
+    }
+
+    void tellAll(uint32_t code, const Parcel& args) {
+        for (const auto& [connection, member] : mMembers) {
+            tell(member, code, args);
+        }
+    }
 
     const std::string mPath;
     const android::sp<hal::Stub> mObject;  ///< the service itself
@@ -98,10 +111,8 @@ private:
     std::map<const Connection*, Member> mMembers;
     std::map<Key, Member*> mInFlight;
     std::vector<std::shared_ptr<Connection>> mLeft;  ///< to be closed
-    std::random_device mRandom;
-    int32_t mNextSerial = std::uniform_int_distribution<>(1000, 899999)(mRandom);
-    std::shared_ptr<Connection> mService;  ///< which the callbacks come over
-    uint64_t mInstallation = 0;            ///< number of the latest one
+    std::shared_ptr<Connection> mService;            ///< which the callbacks come over
+    uint64_t mInstallation = 0;                      ///< number of the latest one
     Holder mHolder = NOBODY;
     Clock::time_point mInstallAt;
 };
@@ -150,8 +161,8 @@ bool Sharing::onTransact(uint32_t code, Parcel& args, Parcel& reply) {
         return join(args.connection(), args);
     }
     const uint32_t method = code & ~GROUP;
-    return method >= 1 && method <= IModem_table.methodCount &&
-           ask(args.connection(), code & GROUP, IModem_table.methods[method - 1], args);
+    return method >= 1 && method <= IModem_table.methodCount && (code & GROUP) == ASK &&
+           ask(args.connection(), IModem_table.methods[method - 1], args);
 }
 
 bool Sharing::join(Connection* connection, Parcel& args) {
@@ -189,12 +200,11 @@ void Sharing::leave(const Connection* connection) {
 }
 
 /** On the member's thread, which the service holds up when it has too much to do. */
-bool Sharing::ask(Connection* connection, uint32_t group, const hal::Method& request,
-                  Parcel& args) {
+bool Sharing::ask(Connection* connection, const hal::Method& request, Parcel& args) {
     const uint32_t answer = answerTo(request);
-    std::string bytes(reinterpret_cast<const char*>(args.data()), args.size());
+    Parcel copy(connection, args.data(), args.size());
     int32_t serial = 0;
-    if (answer == 0 || (group != ASK && group != ASK_WITH_SERIAL) || !args.read(&serial)) {
+    if (answer == 0 || !copy.read(&serial)) {
         return false;
     }
     {
@@ -204,20 +214,15 @@ bool Sharing::ask(Connection* connection, uint32_t group, const hal::Method& req
             return false;
         }
         mChanged.wait_for(guard, CALLBACKS_WAIT, [this] { return mHolder == MEMBERS; });
-        while (group == ASK && (serial == 0 || mInFlight.count({answer, serial}) != 0)) {
-            serial = mNextSerial = mNextSerial % 999999 + 1;
-        }
         if (!admit(member->second, {answer, serial})) {
             return true;
         }
     }
-    memcpy(bytes.data(), &serial, sizeof(serial));
-    Parcel arguments(connection, reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     Parcel reply;
-    return mObject->onTransact(request.code, arguments, reply);
+    return mObject->onTransact(request.code, args, reply);
 }
 
-/** Enters a request and tells the member so, or why not. */
+/** Enters a request, or tells the member why not. */
 bool Sharing::admit(Member& member, Key request) {
     if (member.requests >= MAX_IN_FLIGHT) {
         tell(member, REFUSED, Text(std::to_string(MAX_IN_FLIGHT) + " requests are in flight"));
@@ -230,17 +235,14 @@ bool Sharing::admit(Member& member, Key request) {
         return false;
     }
     ++member.requests;
-    Parcel accepted;
-    accepted.write(request.second);
-    tell(member, ACCEPTED, accepted);
     return true;
 }
 
 void Sharing::answer(uint32_t code, const Parcel& args) {
-    int32_t serial = 0;  // behind the type, in front of the error
-    if (args.size() >= sizeof(uint32_t) + sizeof(serial)) {
-        memcpy(&serial, args.data() + sizeof(uint32_t), sizeof(serial));
-    }
+    uint32_t type = 0;
+    int32_t serial = 0;
+    Parcel copy(nullptr, args.data(), args.size());
+    (void)(copy.read(&type) && copy.read(&serial));
     const std::lock_guard<std::mutex> guard(mLock);
     Member* owner = nullptr;
     if (const auto request = mInFlight.find({code, serial}); request != mInFlight.end()) {
@@ -272,20 +274,10 @@ void Sharing::displaced(uint64_t installation) {
     ++mInstallation;
     mHolder = ANOTHER;
     mInstallAt = Clock::now() + TAKE_BACK_WAIT;
-    const bool cut = mService != nullptr && !mService->isOpen();
-    tellAll(NOTE, Text((cut ? "the service cut the connection of the callbacks"
-                            : "another program took the callbacks") +
-                       std::string("; they are taken back, events and answers may have been "
-                                   "missed")));
+    tellAll(NOTE, Text("another program took the callbacks; they are taken back, events and "
+                       "answers may have been missed"));
     dropService();
     mChanged.notify_all();
-}
-
-/** Leaves the connection of the callbacks to `closeLeft`, in front of the members. */
-void Sharing::dropService() {
-    if (mService != nullptr) {
-        mLeft.insert(mLeft.begin(), std::exchange(mService, nullptr));
-    }
 }
 
 void Sharing::hold() {
@@ -353,28 +345,20 @@ void Sharing::closeLeft(Guard& guard) {
     guard.lock();
 }
 
-void Sharing::tell(const Member& member, uint32_t code, const Parcel& args) {
-    Parcel copy;
-    copy.writeBytes(args.data(), args.size());
-    // A member that has gone or was cut is seen by its closed connection.
-    (void)member.connection->transact(member.object, code, copy).isOk();
-}
-
-void Sharing::tellAll(uint32_t code, const Parcel& args) {
-    for (const auto& [connection, member] : mMembers) {
-        tell(member, code, args);
-    }
-}
-
 }  // namespace
 
-void share(const hal::Registration& service) {
-    const android::sp<Sharing> sharing = new Sharing(service);
-    if (hal::publish(DESCRIPTOR, service.name, sharing) != android::OK) {
-        throw std::runtime_error("cannot share " + service.name +
-                                 " among modemctl: " + hal::registrations().back().reason);
+void start() {
+    for (const hal::Registration& service : hal::registrations()) {
+        if (service.descriptor != IModem_table.descriptor) {
+            continue;
+        }
+        const android::sp<Sharing> sharing = new Sharing(service);
+        if (hal::publish(DESCRIPTOR, service.name, sharing) != android::OK) {
+            throw std::runtime_error("cannot share " + service.name +
+                                     " among modemctl: " + hal::registrations().back().reason);
+        }
+        std::thread([sharing] { sharing->hold(); }).detach();
     }
-    std::thread([sharing] { sharing->hold(); }).detach();
 }
 
 }  // namespace sharing

@@ -2,7 +2,6 @@
 #include <hidl/Transport.h>
 #include <signal.h>
 #include <unistd.h>
-#include <vendor/lyr/modem/1.0/table.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
@@ -16,7 +15,6 @@
 
 namespace {
 
-using vendor::lyr::modem::V1_0::IModem_table;
 using OnLoad = int (*)(int argc, char** argv);
 
 /** The plug-in of the same build, or of the same installation. */
@@ -103,11 +101,7 @@ void serve(const std::string& plugin, const std::string& instance,
     setenv("OX_LOG_FILE", runtime::logFile(instance).c_str(), 1);
     load(plugin, arguments);
     const std::string names = servedNames(instance);
-    for (const hal::Registration& registration : hal::registrations()) {
-        if (registration.descriptor == IModem_table.descriptor) {
-            sharing::share(registration);
-        }
-    }
+    sharing::start();
     std::cout << "ready: " << plugin << " serves " << names << std::endl;
     int signal = 0;
     sigwait(&stop, &signal);

@@ -13,7 +13,7 @@
 #include "Printer.h"
 #include "Session.h"
 #include "Values.h"
-#include "host/SharingProtocol.h"
+#include "host/Sharing.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ public:
         : mOptions(options),
           mRequest(requestOf(words)),
           mName(mRequest.name),
-          mSerial(options.serial.value_or(0)) {
+          mSerial(options.serial ? *options.serial : Session::freshSerial()) {
         values::encode(mArguments, mRequest, mSerial, {words.begin() + 1, words.end()});
         if (!mOptions.out.empty() && !bytesAt(api::answerTo(mRequest))) {
             throw Failure(WRONG_USAGE, mName + ": its answer has no bytes for --out");
@@ -68,22 +68,17 @@ private:
     }
 
     bool isAnswer(const Arrival& arrival) const {
-        return arrival.kind == Arrival::ANSWER && mAccepted &&
-               arrival.method->name == mName + "Response" &&
+        return arrival.kind == Arrival::ANSWER && arrival.method->name == mName + "Response" &&
                arrival.arguments["info"]["serial"] == mSerial;
     }
 
     void proceed(Session& session, const Arrival& arrival) {
         switch (arrival.kind) {
             case Arrival::READY:
-                if (!mAccepted) {  // otherwise the callbacks were taken back
+                if (!std::exchange(mAsked, true)) {  // otherwise the callbacks were taken back
                     mDisturbance.clear();
-                    session.ask(mRequest, mOptions.serial, mArguments);
+                    session.ask(mRequest, mArguments);
                 }
-                break;
-            case Arrival::ACCEPTED:
-                mAccepted = true;
-                mSerial = arrival.serial;
                 break;
             case Arrival::REFUSED:
                 throw Failure(WRONG_USAGE, mName + ": " + arrival.text);
@@ -185,8 +180,8 @@ private:
     const hal::Method& mRequest;
     const std::string mName;
     hal::Parcel mArguments;
-    int32_t mSerial;
-    bool mAccepted = false;    ///< the host has the request
+    const int32_t mSerial;
+    bool mAsked = false;
     std::string mDisturbance;  ///< a likely reason when no answer comes
 };
 

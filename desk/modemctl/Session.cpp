@@ -4,12 +4,13 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <random>
 #include <thread>
 
 #include "Api.h"
 #include "Failure.h"
 #include "Values.h"
-#include "host/SharingProtocol.h"
+#include "host/Sharing.h"
 #include "runtime/UnixSocket.h"
 
 using namespace std::chrono_literals;
@@ -85,14 +86,12 @@ public:
 
 private:
     bool takeWord(uint32_t code, hal::Parcel& args) {
-        constexpr Arrival::Kind KINDS[] = {Arrival::READY, Arrival::ACCEPTED, Arrival::REFUSED,
-                                           Arrival::NOTE};
+        constexpr Arrival::Kind KINDS[] = {Arrival::READY, Arrival::REFUSED, Arrival::NOTE};
         if (code < sharing::READY || code > sharing::NOTE) {
             return false;
         }
-        Arrival arrival{KINDS[code - sharing::READY], nullptr, {}, 0, {}};
-        if ((code == sharing::ACCEPTED && !args.read(&arrival.serial)) ||
-            (code > sharing::ACCEPTED && !args.readString(&arrival.text))) {
+        Arrival arrival{KINDS[code - sharing::READY], nullptr, {}, {}};
+        if (code != sharing::READY && !args.readString(&arrival.text)) {
             return false;
         }
         mInbox->put(std::move(arrival));
@@ -106,7 +105,7 @@ private:
             return false;
         }
         Arrival arrival{
-                answer ? Arrival::ANSWER : Arrival::EVENT, &table.methods[code - 1], {}, 0, {}};
+                answer ? Arrival::ANSWER : Arrival::EVENT, &table.methods[code - 1], {}, {}};
         if (!values::decode(args, *arrival.method, arrival.arguments)) {
             return false;
         }
@@ -143,7 +142,7 @@ std::optional<Arrival> Session::connect(Clock::time_point deadline) {
         throw Failure(NO_SERVICE, text + howToStart(mInstance));
     }
     if (!std::exchange(mNoted, true)) {
-        return Arrival{Arrival::NOTE, nullptr, {}, 0, text + "; waiting for it"};
+        return Arrival{Arrival::NOTE, nullptr, {}, text + "; waiting for it"};
     }
     std::this_thread::sleep_until(std::min(deadline, Clock::now() + ATTEMPT_WAIT));
     return std::nullopt;
@@ -166,21 +165,24 @@ std::optional<Arrival> Session::ended() {
     mConnection = nullptr;
     if (std::exchange(mReady, false)) {
         mNoted = false;
-        return Arrival{Arrival::LOST, nullptr, {}, 0, reason};
+        return Arrival{Arrival::LOST, nullptr, {}, reason};
     }
     std::this_thread::sleep_for(ATTEMPT_WAIT);
     const bool refused = reason.rfind("refused", 0) == 0;
     return refused && !std::exchange(mNoted, true)
-                   ? std::optional(Arrival{Arrival::NOTE, nullptr, {}, 0, reason + "; waiting"})
+                   ? std::optional(Arrival{Arrival::NOTE, nullptr, {}, reason + "; waiting"})
                    : std::nullopt;
 }
 
-void Session::ask(const hal::Method& request, std::optional<int32_t> serial,
-                  hal::Parcel& arguments) {
+void Session::ask(const hal::Method& request, hal::Parcel& arguments) {
     hal::Parcel copy;
     copy.writeBytes(arguments.data(), arguments.size());
-    const uint32_t code = (serial ? sharing::ASK_WITH_SERIAL : sharing::ASK) + request.code;
-    (void)mConnection->transact(hal::SERVICE_TARGET, code, copy).isOk();
+    (void)mConnection->transact(hal::SERVICE_TARGET, sharing::ASK + request.code, copy).isOk();
+}
+
+int32_t Session::freshSerial() {
+    std::random_device random;
+    return std::uniform_int_distribution<int32_t>(1, 99999999)(random);
 }
 
 std::optional<Arrival> Session::next(Clock::time_point deadline) {
@@ -205,7 +207,7 @@ std::string sharingPath(int instance) {
 Trouble troubleAt(const std::string& path) {
     try {
         runtime::connectTo(path, 1s);
-        return {path + ": it does not respond", false};
+        return {path + ": it does not respond", true};
     } catch (const std::system_error& error) {
         const std::error_code code = error.code();
         return {error.what(), code == std::errc::no_such_file_or_directory ||

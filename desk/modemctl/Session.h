@@ -11,25 +11,23 @@
 /** What comes to a client. */
 struct Arrival {
     enum Kind {
-        READY,     ///< requests can be made, and events come; once more after each LOST
-        ACCEPTED,  ///< a request was made, under `serial`
-        REFUSED,   ///< a request was not made, `text` says why
-        NOTE,      ///< `text` for whoever watches
-        ANSWER,    ///< a call of IModemResponse
-        EVENT,     ///< a call of IModemIndication
-        LOST,      ///< the connection ended, `text` says how; READY follows, or `next` throws
+        READY,    ///< requests can be made, and events come; once more after each LOST
+        REFUSED,  ///< a request was not made, `text` says why
+        NOTE,     ///< `text` for whoever watches
+        ANSWER,   ///< a call of IModemResponse
+        EVENT,    ///< a call of IModemIndication
+        LOST,     ///< the connection ended, `text` says how; READY follows, or `next` throws
     };
 
     Kind kind;
     const hal::Method* method = nullptr;  ///< of an answer or event
     nlohmann::ordered_json arguments;     ///< of an answer or event
-    int32_t serial = 0;
     std::string text;
 };
 
 /**
  * A member of an instance's host, which holds the callbacks for all modemctl; see
- * host/SharingProtocol.h. Used by one thread.
+ * host/Sharing.h. Used by one thread.
  */
 class Session {
 public:
@@ -46,9 +44,11 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /** Makes a request with the serial that stands in its arguments; without `serial` the host
-     * chooses one. */
-    void ask(const hal::Method& request, std::optional<int32_t> serial, hal::Parcel& arguments);
+    /** Makes a request; its serial stands in its arguments. */
+    void ask(const hal::Method& request, hal::Parcel& arguments);
+
+    /** A serial that is hardly in use. */
+    static int32_t freshSerial();
 
     /**
      * The next arrival, none until the deadline. Joins the host when it has to; throws Failure with

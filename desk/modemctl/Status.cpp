@@ -14,7 +14,7 @@
 
 #include "Api.h"
 #include "Session.h"
-#include "host/SharingProtocol.h"
+#include "host/Sharing.h"
 #include "runtime/RuntimeDir.h"
 #include "runtime/UnixSocket.h"
 

@@ -9,7 +9,7 @@
 #include "Printer.h"
 #include "Session.h"
 #include "Values.h"
-#include "host/SharingProtocol.h"
+#include "host/Sharing.h"
 
 namespace {
 
@@ -44,9 +44,6 @@ private:
         switch (arrival.kind) {
             case Arrival::READY:
                 announce();
-                break;
-            case Arrival::ACCEPTED:
-                print(api::request("sendLogControlResp"), {{"serial", arrival.serial}});
                 break;
             case Arrival::REFUSED:
                 --mUnconfirmed;
@@ -87,8 +84,10 @@ private:
     void confirm(Session& session) {
         const hal::Method& request = api::request("sendLogControlResp");
         hal::Parcel arguments;
-        values::encode(arguments, request, mOptions.serial.value_or(0), {});
-        session.ask(request, mOptions.serial, arguments);
+        const int32_t serial = mOptions.serial ? *mOptions.serial : Session::freshSerial();
+        values::encode(arguments, request, serial, {});
+        print(request, {{"serial", serial}});
+        session.ask(request, arguments);
         ++mUnconfirmed;
     }
 

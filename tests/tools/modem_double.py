@@ -87,7 +87,6 @@ class Service(socketserver.ThreadingUnixStreamServer):
             elif code == 2:
                 client.leave()
             else:
-                serial, = struct.unpack("<i", payload[:4])
-                client.send(2, payload[:4])
-                self.requests.append(Request(REQUESTS[code & 0xffff], serial, payload[4:]))
+                self.requests.append(Request(REQUESTS[code & 0xffff],
+                                             *struct.unpack("<i", payload[:4]), payload[4:]))
                 self.on_request(client, self.requests[-1])
