@@ -1,10 +1,13 @@
 // Generated schedules: whatever the modem, the clients and the order of things do, every request is
 // answered once and rightly. A seed makes one run of some hundred actions, always the same.
 
+#include <unistd.h>
+
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <random>
 
@@ -13,12 +16,14 @@
 namespace {
 
 constexpr uint64_t LONG_RUN = 100000;  ///< seeds from which on every fault has to have struck
+constexpr unsigned HANGS_AFTER = 20;   ///< seconds that one seed never takes
 constexpr uint64_t STRIKES_AT_LEAST = 1000;
 
 uint64_t sSeed = 0;
 
 void tellSeed(int signal) {
-    fprintf(stderr, "seed %llu: signal %d\n", static_cast<unsigned long long>(sSeed), signal);
+    fprintf(stderr, "seed %llu: %s\n", static_cast<unsigned long long>(sSeed),
+            signal == SIGALRM ? "it hangs" : strsignal(signal));
     _Exit(1);
 }
 
@@ -55,6 +60,7 @@ int main(int argc, char** argv) {
     setenv("ANDROID_LOG_TAGS", "*:S", 1);
     signal(SIGABRT, tellSeed);
     signal(SIGSEGV, tellSeed);
+    signal(SIGALRM, tellSeed);
     const std::string folder = makeFolder();
     const auto start = std::chrono::steady_clock::now();
     const auto end = start + std::chrono::seconds(seconds);
@@ -62,6 +68,7 @@ int main(int argc, char** argv) {
     for (; failed < 10 && done < (isOne ? 1 : count) && std::chrono::steady_clock::now() < end;
          ++done) {
         sSeed = from + done;
+        alarm(HANGS_AFTER);
         try {
             runSchedule(std::mt19937_64(sSeed), isOne);
         } catch (const std::exception& error) {

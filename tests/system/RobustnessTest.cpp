@@ -16,9 +16,6 @@ using Robustness = SystemTest;
 using namespace std::chrono_literals;
 using Clock = DirectSession::Clock;
 
-constexpr size_t MAX_THREADS = 100;
-constexpr double MAX_MEMORY = 64;  ///< MB
-
 std::string bytesOf(const std::vector<uint32_t>& fields) {
     return {reinterpret_cast<const char*>(fields.data()), fields.size() * sizeof(uint32_t)};
 }
@@ -252,11 +249,13 @@ TEST_F(Robustness, AttacksHurtNobodyElse) {
         Usage most = baseline;
         std::atomic<bool> isOver{false};
         std::thread attacker(attack, std::cref(isOver));
-        for (const auto end = Clock::now() + 1s; Clock::now() < end && !HasFatalFailure();) {
-            client.round();
-            const Usage now = host.usage();
-            most = {std::max(most.threads, now.threads),
-                    std::max(most.descriptors, now.descriptors), std::max(most.memory, now.memory)};
+        try {
+            for (const auto end = Clock::now() + 1s; Clock::now() < end && !HasFatalFailure();) {
+                client.round();
+                most = most.orMore(host.usage());
+            }
+        } catch (const std::exception& error) {  // the attacker has to be joined all the same
+            ADD_FAILURE() << "the good client: " << error.what();
         }
         isOver = true;
         attacker.join();
@@ -269,7 +268,10 @@ TEST_F(Robustness, AttacksHurtNobodyElse) {
         EXPECT_LE(during, SANITIZED ? 10000 : std::max({3 * before, 3 * busy, 30.0}))
                 << "before: " << before;
         EXPECT_LT(most.threads, MAX_THREADS);
-        EXPECT_LT(most.memory, SANITIZED ? INFINITY : MAX_MEMORY);
+        EXPECT_LT(most.memory, MAX_MEMORY);
+        if (HasFailure()) {
+            return;
+        }
         client.round();  // the service lets go of the attacker's callbacks, unless it installs late
         EXPECT_TRUE(host.comesBackTo(baseline, {1, 2, 6})) << "more than a writer and callbacks";
     }

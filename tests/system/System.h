@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -12,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/soak/DirectSession.h"
+#include "tests/system/DirectSession.h"
 
 /** Nothing that is waited for takes so long, sanitized or not. */
 constexpr std::chrono::milliseconds PATIENCE(60000);
@@ -66,7 +67,17 @@ struct Usage {
     size_t threads;
     size_t descriptors;
     double memory;  ///< resident, in MB
+
+    /** The larger of each. */
+    Usage orMore(const Usage& other) const {
+        return {std::max(threads, other.threads), std::max(descriptors, other.descriptors),
+                std::max(memory, other.memory)};
+    }
 };
+
+/** What a host never takes, whatever its clients do. */
+constexpr size_t MAX_THREADS = 100;
+constexpr double MAX_MEMORY = SANITIZED ? INFINITY : 64;  ///< MB
 
 /**
  * What a host may take beyond what it took at its start: threads of seven handlers, two that answer
@@ -93,6 +104,9 @@ public:
     /** Gives the fake modem a command that has to succeed; what it printed. */
     std::string fake(const std::string& command) const;
 
+    /** Gives it a command that may fail; its reply. */
+    std::string trySim(const std::string& command) const;
+
     /** Gives it until its reply contains the text. */
     [[nodiscard]] bool awaitSim(const std::string& command, const std::string& text) const;
 
@@ -111,8 +125,6 @@ public:
     void stop();
 
 private:
-    std::string trySim(const std::string& command) const;
-
     const int mInstance;
     Usage mBaseline{};
     bool mStopped = false;
