@@ -14,13 +14,17 @@ target_include_directories(ox-modem-installed PRIVATE ${CMAKE_SOURCE_DIR}/plugin
 set_target_properties(ox-modem-installed PROPERTIES OUTPUT_NAME ox-modem
     LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/installed)
 
-foreach(document "completion bash" man)
-    string(REPLACE " " ";" arguments ${document})
-    string(REPLACE " bash" "" file ${CMAKE_BINARY_DIR}/installed/${document})
-    add_custom_command(OUTPUT ${file} COMMAND modemctl ${arguments} > ${file} DEPENDS modemctl
-                       VERBATIM)
-    list(APPEND documents ${file})
-endforeach()
+find_program(HELP2MAN help2man REQUIRED)
+set(documents ${CMAKE_BINARY_DIR}/installed/completion ${CMAKE_BINARY_DIR}/installed/modemctl.1)
+set(manual_head ${CMAKE_SOURCE_DIR}/desk/modemctl/modemctl.h2m)
+add_custom_command(
+    OUTPUT ${documents}
+    COMMAND modemctl completion bash > ${CMAKE_BINARY_DIR}/installed/completion
+    COMMAND ${HELP2MAN} --no-info --help-option=--help-all --name "client of the modem service"
+            --include ${manual_head} --output ${CMAKE_BINARY_DIR}/installed/modemctl.1
+            $<TARGET_FILE:modemctl>
+    DEPENDS modemctl ${manual_head}
+    VERBATIM)
 add_custom_target(documents ALL DEPENDS ${documents})
 
 set_target_properties(${programs} PROPERTIES INSTALL_RPATH "$ORIGIN/../${private_libraries}")
@@ -39,7 +43,7 @@ install(FILES desk/libmodemapi_vendor/device/data/vendor/modem_config/mcfg_sw/oe
         DESTINATION ${list_folder})
 install(FILES ${CMAKE_BINARY_DIR}/installed/completion RENAME modemctl
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-install(FILES ${CMAKE_BINARY_DIR}/installed/man RENAME modemctl.1
+install(FILES ${CMAKE_BINARY_DIR}/installed/modemctl.1
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES CHANGELOG.md README.md TYPE DOC)
 install(DIRECTORY docs TYPE DOC)

@@ -1,6 +1,6 @@
 # Sourced by the scripts at the top: what the machine needs, and how a preset is built.
 
-build_packages=(cmake ninja-build g++ dpkg-dev file python3 nlohmann-json3-dev libcli11-dev
+build_packages=(cmake ninja-build g++ dpkg-dev file help2man python3 nlohmann-json3-dev libcli11-dev
                 libgtest-dev libgmock-dev libbenchmark-dev)
 sanitizer_packages=(clang-14 clang libclang-rt-14-dev)
 device_packages=(clang libc++-14-dev libc++abi-14-dev hidl-gen android-libutils-dev android-libcutils-dev blueprint-tools

@@ -349,15 +349,14 @@ void Sharing::closeLeft(Guard& guard) {
 
 void start() {
     for (const hal::Registration& service : hal::registrations()) {
-        if (service.descriptor != IModem_table.descriptor) {
-            continue;
+        if (service.descriptor == IModem_table.descriptor) {
+            const android::sp<Sharing> sharing = new Sharing(service);
+            if (hal::publish(DESCRIPTOR, service.name, sharing) != android::OK) {
+                throw std::runtime_error("cannot share " + service.name +
+                                         " among modemctl: " + hal::registrations().back().reason);
+            }
+            std::thread([sharing] { sharing->hold(); }).detach();
         }
-        const android::sp<Sharing> sharing = new Sharing(service);
-        if (hal::publish(DESCRIPTOR, service.name, sharing) != android::OK) {
-            throw std::runtime_error("cannot share " + service.name +
-                                     " among modemctl: " + hal::registrations().back().reason);
-        }
-        std::thread([sharing] { sharing->hold(); }).detach();
     }
 }
 

@@ -4,7 +4,6 @@
 #include <nlohmann/json.hpp>
 
 #include "Api.h"
-#include "FakeModemWords.h"
 #include "Values.h"
 
 namespace documents {
@@ -16,7 +15,8 @@ using nlohmann::ordered_json;
 constexpr char COMPLETION[] = R"(# Completion of modemctl: . <(modemctl completion bash), or zsh
 _modemctl() {
     [ -z "${ZSH_VERSION:-}" ] || emulate -L ksh
-    local word=${2-${COMP_WORDS[COMP_CWORD]}} command= last= given=0 i words= path form=%s
+    local word=${2-${COMP_WORDS[COMP_CWORD]}} command= given=0 i words= path form=%s
+    local ask="modemctl --timeout 1"
     if [[ $word == @* ]]; then  # a file; behind @" bash does it by itself
         case ${COMP_WORDS[COMP_CWORD]} in
             [\"\']*) ;;
@@ -34,27 +34,25 @@ _modemctl() {
     fi
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            @VALUED@) ((i++)) ;;
+            --timeout|--serial|--wait|--out|--count) ((i++)) ;;
+            --instance) ask+=" --instance ${COMP_WORDS[++i]}" ;;
             -*) ;;
-            *) command=${command:-${COMP_WORDS[i]}} last=${COMP_WORDS[i]} given=$((given + 1)) ;;
+            *) command=${command:-${COMP_WORDS[i]}} given=$((given + 1)) ;;
         esac
     done
     case $((i > COMP_CWORD)):$given:$command:$word in
-        0:*:-*) words='@OPTIONS@' ;;
-        0:0:*) words='@COMMANDS@' ;;
-        0:1:call:*) words='@METHODS@' ;;
-        0:1:show:*) words='@METHODS@' ;;
+        0:*:-*) words=$(modemctl $command --help | grep -oE -- '--[a-z-]+'; echo "--json --timeout --instance") ;;
+        0:0:*) words=$(modemctl --help | sed -nE '/^Subcommands/,$s/^  ([a-z]+) .*/\1/p') ;;
+        0:1:call:*|0:1:show:*) words=$(modemctl list | sed 's/ .*//') ;;
         0:1:completion:*) words='bash zsh' ;;
-        0:1:fake:*) words='@FAKE_COMMANDS@' ;;
-        0:2:fake:*) case $last in
-            connect|disconnect) words='@FAKE_SERVICES@all' ;;
-            fail|delay|silence|patch|ok|calls) words='@FAKE_FUNCTIONS@' ;;
+        0:1:fake:*) words=$($ask fake help | sed -n 's/^\([a-z-]*\) .*/\1/p') ;;
+        0:2:fake:*) case ${COMP_WORDS[COMP_CWORD-1]} in
+            connect|disconnect) words="$($ask fake help services | sed '/^ok$/d') all" ;;
+            fail|delay|silence|patch|ok|calls) words=$($ask fake help functions | sed '/^ok$/d') ;;
             help) words='functions keys services' ;;
-            set|state) words=$(for instance in 0 1; do
-                modemctl --timeout 1 --instance $instance fake help keys 2>/dev/null
-                done | sed '/^ok$/d; s/ .*//') ;;
+            set|state) words=$($ask fake help keys | sed '/^ok$/d; s/ .*//') ;;
             esac ;;
-    esac
+    esac 2>/dev/null
     COMPREPLY=($(compgen -W "$words" -- "$word"))
 }
 )";
@@ -68,83 +66,10 @@ _modemctl_or_file() {
 compdef _modemctl_or_file modemctl
 )";
 
-constexpr char MAN_PAGE[] = R"(.TH MODEMCTL 1
-.SH NAME
-modemctl \- client of the modem service
-.SH SYNOPSIS
-.B modemctl
-[\fIOPTION\fR...] \fICOMMAND\fR [\fIWORD\fR...]
-.SH COMMANDS
-@COMMANDS@.SH OPTIONS
-They stand before the command or behind it; what follows \-\- is no option.
-@OPTIONS@.SH METHODS
-Bytes are given as hex:0a0b, @file for the content of a file, [10,11] or text:abc; a path stands for
-itself. A number may be written as 0x1f.
-@METHODS@.SH EXIT STATUS
-0 answered with success, 1 answered with an error, 2 wrong usage or output that cannot be written,
-3 no service, 4 no answer in time.
-.SH ENVIRONMENT
-OX_RUNTIME_DIR is the folder of the service's sockets; OX_LOG_FILE the log that \-\-why reads, if the
-host has it elsewhere; NO_COLOR keeps a terminal without colour.
-.SH EXAMPLES
-.nf
-modemctl call setOperatingMode 1
-modemctl \-\-json call \-\-serial 7 getOperatingMode
-modemctl call writeNVItem 50 0 0 hex:0a0b
-modemctl call \-\-out data.bin readNVItem 50 0 0
-modemctl show writeNVItem
-modemctl watch \-\-time
-modemctl watch \-\-confirm\-log
-modemctl status
-modemctl at 'AT+LOG=1,tc7'
-modemctl fake connect nas
-modemctl log \-\-svg picture.svg log.txt
-)";
-
 void replace(std::string& text, const std::string& mark, const std::string& by) {
     for (size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += by.size()) {
         text.replace(at, mark.size(), by);
     }
-}
-
-/** A paragraph of the manual page that prints its texts as they are. */
-std::string paragraph(const std::string& head, const std::string& body) {
-    std::string text = ".TP\n.B " + head + "\n" + body + "\n";
-    replace(text, "\\", "\\e");
-    replace(text, "-", "\\-");
-    return text;
-}
-
-std::string describeAtLength(const hal::Method& method) {
-    std::string head = method.name;
-    std::string body = method.doc;
-    for (size_t i = 1; i < method.argCount; ++i) {
-        const hal::Field& field = method.args[i];
-        head += std::string(" ") + field.name;
-        body += std::string("\n.br\n") + field.name + " (" + field.type->name + "): " + field.doc;
-    }
-    return paragraph(head, body);
-}
-
-/** The program's own options and those of its commands, --help once. */
-std::vector<const CLI::Option*> optionsOf(const CLI::App& app) {
-    std::vector<const CLI::Option*> options = app.get_options();
-    for (const CLI::App* command : commandsOf(app)) {
-        const auto own = command->get_options(
-                [&](const CLI::Option* option) { return option != command->get_help_ptr(); });
-        options.insert(options.end(), own.begin(), own.end());
-    }
-    return options;
-}
-
-/** The texts of all things, in a row. */
-template <class Thing, class Text>
-std::string all(const std::vector<const Thing*>& things, Text text) {
-    std::string joined;
-    for (const Thing* thing : things) {
-        joined += text(*thing);
-    }
-    return joined;
 }
 
 std::string describe(const hal::Method& method) {
@@ -174,24 +99,21 @@ std::string describeFields(const hal::Field* fields, size_t count, const std::st
 
 }  // namespace
 
-std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
-    return app.get_subcommands(
-            [](const CLI::App* command) { return !command->get_group().empty(); });
-}
-
-std::string list(bool json, bool aligned) {
+std::string list(bool json) {
     size_t width = 0;
     for (const hal::Method* method : api::callable()) {
-        width = std::max(width, aligned ? signature(*method).size() : 0);
+        width = std::max(width, signature(*method).size());
     }
-    return all(api::callable(), [=](const hal::Method& method) {
-        const std::string comment = method.doc;
-        std::string text = signature(method);
-        text.resize(std::max(width, text.size()), ' ');
-        text += "  " + comment.substr(0, comment.find('\n'));
-        text.erase(text.find_last_not_of(' ') + 1);
-        return json ? describe(method) : text + '\n';
-    });
+    std::string lines;
+    for (const hal::Method* method : api::callable()) {
+        std::string comment = method->doc;
+        replace(comment, "\n", " ");
+        std::string text = signature(*method);
+        text.resize(width, ' ');
+        text += "  " + comment.substr(0, comment.find(". ")) + '\n';
+        lines += json ? describe(*method) : text;
+    }
+    return lines;
 }
 
 std::string show(const hal::Method& method) {
@@ -211,33 +133,8 @@ std::string show(const hal::Method& method) {
            describeFields(answer.args + 1, answer.argCount - 1, "    ");
 }
 
-std::string completion(const CLI::App& app, bool zsh) {
-    const auto name = [](const auto& thing) { return thing.get_name() + ' '; };
-    std::string script = std::string(COMPLETION) + (zsh ? COMPLETE_IN_ZSH : COMPLETE_IN_BASH);
-    replace(script, "@VALUED@", all(optionsOf(app), [](const CLI::Option& option) {
-                                    return option.get_expected_min() > 0 ? option.get_name() + " | "
-                                                                         : "";
-                                }) + "-");
-    replace(script, "@OPTIONS@", all(optionsOf(app), name));
-    replace(script, "@COMMANDS@", all(commandsOf(app), name));
-    replace(script, "@FAKE_COMMANDS@", words::COMMANDS);
-    replace(script, "@FAKE_SERVICES@", words::SERVICES);
-    replace(script, "@FAKE_FUNCTIONS@", words::FUNCTIONS);
-    replace(script, "@METHODS@", all(api::callable(), [](const hal::Method& method) {
-                return method.name + std::string(" ");
-            }));
-    return script;
-}
-
-std::string manPage(const CLI::App& app) {
-    const auto entry = [](const auto& thing) {
-        return paragraph(thing.get_name(), thing.get_description());
-    };
-    std::string page = MAN_PAGE;
-    replace(page, "@COMMANDS@", all(commandsOf(app), entry));
-    replace(page, "@OPTIONS@", all(optionsOf(app), entry));
-    replace(page, "@METHODS@", all(api::callable(), describeAtLength));
-    return page;
+std::string completion(bool zsh) {
+    return std::string(COMPLETION) + (zsh ? COMPLETE_IN_ZSH : COMPLETE_IN_BASH);
 }
 
 }  // namespace documents

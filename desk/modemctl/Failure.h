@@ -7,9 +7,7 @@
 enum ExitCode : int { ANSWERED, ANSWERED_ERROR, WRONG_USAGE, NO_SERVICE, NO_ANSWER };
 
 /** What to type when nobody serves an instance, behind the reason. */
-inline std::string howToStart(int instance) {
-    return std::string("; ./run.sh serve") + (instance == 1 ? " 1" : "") + " starts it";
-}
+std::string howToStart(int instance);
 
 /** Ends the command with a line for stderr and an exit code. */
 struct Failure : std::runtime_error {

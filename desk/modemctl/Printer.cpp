@@ -55,7 +55,9 @@ void flatten(const hal::Field* fields, size_t count, const ordered_json& values,
 
 void printText(const hal::Method& method, const ordered_json& arguments) {
     constexpr size_t VALUES_ON_A_LINE = 8;
-    static const bool colour = isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr;
+    static const char* const terminal = getenv("TERM");
+    static const bool colour = isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr &&
+                               (terminal == nullptr || terminal != std::string("dumb"));
     const auto inColour = [](const char* code, const std::string& text) {
         return colour && *code != '\0' ? code + text + "\033[0m" : text;
     };

@@ -1,8 +1,10 @@
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <limits>
@@ -20,6 +22,16 @@
 #include "Status.h"
 #include "Watch.h"
 
+std::string howToStart(int instance) {
+    const auto bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const bool installed = std::filesystem::exists(bin.parent_path() / "lib" / "ox-modem");
+    const std::string one = instance == 1 ? "1" : "";
+    return "; " +
+           (installed ? "ox-modem-host" + (one.empty() ? "" : " --instance " + one)
+                      : "./run.sh serve" + (one.empty() ? "" : ' ' + one)) +
+           " starts it";
+}
+
 void note(const std::string& text) {
     std::cerr << "modemctl: " << text << std::endl;
 }
@@ -36,6 +48,7 @@ class CommandLine {
 public:
     CommandLine() {
         mApp.set_version_flag("--version", "modemctl " OX_VERSION);
+        mApp.set_help_all_flag("--help-all", "Help with the options of each command");
         mApp.allow_extras();
         mApp.require_subcommand(0, 1);  // behind one, "at" or "log" is a word like any other
         mApp.add_flag("--json", mOptions.json, "One JSON object a line");
@@ -85,16 +98,15 @@ private:
             return "which command? see modemctl --help";
         }
         Words names;
-        for (const CLI::App* command : documents::commandsOf(mApp)) {
+        for (const CLI::App* command : mApp.get_subcommands(nullptr)) {
             names.push_back(command->get_name());
         }
         return api::unknown(given[0], "command", names, "--help");
     }
 
     void addDocuments() {
-        add("list", "Lists the requests with their arguments", 0, [this](const Words&) {
-            return print(documents::list(mOptions.json, isatty(STDOUT_FILENO) != 0));
-        });
+        add("list", "Lists the requests with their arguments", 0,
+            [this](const Words&) { return print(documents::list(mOptions.json)); });
         add("show", "METHOD: what it does, its arguments and its answer", 1,
             [](const Words& words) {
                 if (words.empty()) {
@@ -102,14 +114,12 @@ private:
                 }
                 return print(documents::show(api::request(words[0])));
             });
-        add("completion", "bash or zsh: prints a completion script", 1, [this](const Words& words) {
+        add("completion", "bash or zsh: prints a completion script", 1, [](const Words& words) {
             if (words != Words{"bash"} && words != Words{"zsh"}) {
                 throw Failure(WRONG_USAGE, "completion: for which shell? bash or zsh");
             }
-            return print(documents::completion(mApp, words[0] == "zsh"));
+            return print(documents::completion(words[0] == "zsh"));
         });
-        add("man", "Prints the manual page, for man -l -", 0,
-            [this](const Words&) { return print(documents::manPage(mApp)); });
     }
 
     void addCall() {
@@ -208,6 +218,9 @@ private:
 
 int main(int argc, char** argv) {
     try {
+        // Files and sockets must not take the place of a closed stdin, stdout or stderr.
+        while (open("/dev/null", O_RDONLY) <= STDERR_FILENO) {
+        }
         signal(SIGPIPE, SIG_DFL);  // a reader of stdout that is gone ends the process quietly
         checkOutput();
         return CommandLine().run(argc, argv);

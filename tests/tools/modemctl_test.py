@@ -69,9 +69,9 @@ class ModemctlTest(unittest.TestCase):
             ("call verifyNV 1 @/", "@/ is a folder"),
             (f"call verifyNV 1 @{large}", "too big, at most 1047552 bytes"),
             *((words + " x", "not expected: x") for words in (
-                "list", "show getBuildId", "completion bash", "man", "watch", "log /dev/null",
+                "list", "show getBuildId", "completion bash", "watch", "log /dev/null",
                 "status", "debug", "at AT")),
-            *((words, "no space left on device") for words in ("--help >", "list >", "man >")),
+            *((words, "no space left on device") for words in ("--help >", "list >")),
             *((words, "; ./run.sh serve 1 starts it") for words in (
                 "--instance 1 fake x", "--instance 1 at AT", "--instance 1 debug",
                 "--instance 1 call rebootModem")),
@@ -219,28 +219,34 @@ class ModemctlTest(unittest.TestCase):
             self.assertEqual(self.run_it("fake", "state", "--timeout=0.2")[0], 4)
             self.assertEqual(self.run_it("fake", "state", "--timeout=1")[0], 3)
 
-    def test_list_completion_and_manual_name_every_request(self):
-        listed = self.run_it("list")[1].splitlines()
-        pathlib.Path(self.folder, "a file").touch()
+    def test_completion(self):
+        host = subprocess.Popen([os.environ["HOST"]], text=True, stdout=subprocess.PIPE,
+                                stderr=subprocess.DEVNULL,
+                                env={**os.environ, "OX_RUNTIME_DIR": self.folder})
+        self.addCleanup(lambda: (host.terminate(), host.communicate()))
+        host.stdout.readline()
+        pathlib.Path(self.folder, "b file").touch()
         script = self.run_it("completion", "bash")[1]
         for words, completed in (("call --serial 7 setSar", "setSarState"), ("compl", "completion"),
-                                 ("watch --conf", "--confirm-log"), ("call setSarState ''", ""),
+                                 ("watch --conf", "--confirm-log"), ("call --conf", ""),
+                                 ("call setSarState ''", ""),
                                  ("fake disco", "disconnect"), ("fake connect pd", "pdc"),
                                  ("fake fail modem_set_sar", "modem_set_sar_dsi"),
-                                 ("log @a", r"@a\ file")):
-            run = script + (f"COMP_WORDS=(modemctl {words}) COMP_CWORD={len(words.split(' '))};"
-                            '_modemctl; echo "${COMPREPLY[@]}"')
-            found = subprocess.run(["bash", "-euc", run], cwd=self.folder, capture_output=True,
-                                   text=True)
-            self.assertEqual((found.stdout.strip(), found.stderr), (completed, ""))
-        page = self.run_it("man")[1]
-        for line in listed:
-            self.assertIn("\n.B " + line.split()[0], page)
-        self.assertIn(r"a shorter one is zero\-padded", page)
-        if shutil.which("groff"):
-            checked = subprocess.run(["groff", "-man", "-ww", "-Tutf8"], input=page.encode(),
-                                     capture_output=True)
-            self.assertEqual(checked.stderr, b"")
+                                 ("fake set agps", "agps-test-mode"), ("call writePrl 0 @b", r"@b\ file")):
+            with self.subTest(words):
+                run = script + (f"COMP_WORDS=(modemctl {words}) COMP_CWORD={len(words.split(' '))};"
+                                '_modemctl; echo "${COMPREPLY[@]}"')
+                path = os.path.dirname(MODEMCTL) + ":" + os.environ["PATH"]
+                found = subprocess.run(["bash", "-euc", run], cwd=self.folder, capture_output=True,
+                                       text=True, env={**os.environ, "PATH": path,
+                                                       "OX_RUNTIME_DIR": self.folder})
+                self.assertEqual((found.stdout.strip(), found.stderr), (completed, ""))
+
+    def test_a_closed_stdout_is_an_error(self):
+        self.service(always(("answer", "rebootModemResponse", info(7))))
+        done = subprocess.run(["sh", "-c", '"$0" call --serial=7 rebootModem >&-', MODEMCTL],
+                              timeout=60, env={**os.environ, "OX_RUNTIME_DIR": self.folder})
+        self.assertEqual(done.returncode, 2)
 
 
 if __name__ == "__main__":
