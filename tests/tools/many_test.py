@@ -73,12 +73,9 @@ class ManyTest(unittest.TestCase):
                              (words[0] + "Response", serial))
         return list(calls)
 
-    def memory(self):
+    def usage(self, name):
         status = pathlib.Path(f"/proc/{self.host.pid}/status").read_text()
-        return int(status.split("VmRSS:")[1].split()[0])
-
-    def threads(self):
-        return len(os.listdir(f"/proc/{self.host.pid}/task"))
+        return int(status.split(name + ":")[1].split()[0])
 
     def test_every_call_has_its_answer_and_every_watch_all(self):
         events = "".join(f"rrc 1 {state} 0 0\n" for state in range(EVENTS))
@@ -107,7 +104,7 @@ class ManyTest(unittest.TestCase):
         large.write_bytes(bytes(900000))
         self.answers(*(["writePrl", "0", f"@{large}"] for _ in range(40)))
         self.answers(*([request] for request in READS * 4))  # the modem's own threads start once
-        threads = self.threads()
+        threads = self.usage("Threads")
         request = call_of(1, 0x10000 + REQUESTS.index("readPrl"), struct.pack("<iB", 0, 0))
         hostile = [self.connect("modemctl@1.0::Sharing") for _ in range(10)]
         for peer in hostile:
@@ -117,10 +114,10 @@ class ManyTest(unittest.TestCase):
                 for _ in range(20000):
                     peer.sendall(request)
         self.answers(["getBuildId"])
-        self.assertLess(self.memory(), 64 << 10)
+        self.assertLess(self.usage("VmRSS"), 64 << 10)
         for peer in hostile:
             peer.close()
-        self.until(lambda: self.threads() < threads + len(hostile) / 2, "the end of the hostile member's threads")
+        self.until(lambda: self.usage("Threads") < threads + len(hostile) / 2, "the end of their threads")
 
 
 if __name__ == "__main__":

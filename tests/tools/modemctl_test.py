@@ -30,12 +30,12 @@ def always(*calls):
 class ModemctlTest(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp()
+        os.environ["OX_RUNTIME_DIR"] = self.folder
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
 
     def start(self, *words):
         return subprocess.Popen([MODEMCTL, *words], text=True, stdin=subprocess.PIPE,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                env={**os.environ, "OX_RUNTIME_DIR": self.folder})
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
     def run_it(self, *words, stdin=""):
         """Exit status, stdout and stderr."""
@@ -72,6 +72,7 @@ class ModemctlTest(unittest.TestCase):
                 "list", "show getBuildId", "completion bash", "watch", "log /dev/null",
                 "status", "debug", "at AT")),
             *((words, "no space left on device") for words in ("--help >", "list >")),
+            ("list >&- #", "bad file descriptor"),
             *((words, "; ./run.sh serve 1 starts it") for words in (
                 "--instance 1 fake x", "--instance 1 at AT", "--instance 1 debug",
                 "--instance 1 call rebootModem")),
@@ -81,7 +82,7 @@ class ModemctlTest(unittest.TestCase):
                 out = "/dev/full" if words.endswith(" >") else "/dev/null"
                 command = f"exec {shlex.quote(MODEMCTL)} {words.rstrip(' >')} > {out}"
                 done = subprocess.run(["sh", "-c", command], capture_output=True, text=True,
-                                      timeout=60, env={**os.environ, "OX_RUNTIME_DIR": self.folder})
+                                      timeout=60)
                 self.assertEqual(done.returncode, 3 if "run.sh" in line else 2)
                 self.assertIn(line.lower(), done.stderr.lower())
                 self.assertRegex(done.stderr, r"\Amodemctl: .*\n\Z")
@@ -135,7 +136,7 @@ class ModemctlTest(unittest.TestCase):
             self.service(always(("answer", "readPrlResponse", info(7, 1) + text("x" * length))))
             screen, terminal = pty.openpty()
             done = subprocess.run([MODEMCTL, "call", "--serial=7", "readPrl", "0"], stdout=terminal,
-                                  timeout=60, env={**os.environ, "OX_RUNTIME_DIR": self.folder})
+                                  timeout=60)
             self.assertEqual(done.returncode, 1)
             with open(screen) as lines:
                 self.assertEqual(next(lines), "\x1b[1mreadPrlResponse\x1b[0m serial=7 "
@@ -204,49 +205,38 @@ class ModemctlTest(unittest.TestCase):
         for folder, reason in ((self.folder, "not a folder of this user's alone"),
                                (self.folder + "/none/none", "No such file"),
                                ("/tmp/" + 100 * "x", "File name too long")):
-            for command in ("call --wait=9 rebootModem", "watch --follow", "wait", "status", "debug"):
+            os.environ["OX_RUNTIME_DIR"] = folder
+            for command in ("call --wait=9 rebootModem", "watch --follow", "wait", "status"):
                 with self.subTest((folder, command)):
-                    done = subprocess.run([MODEMCTL, *command.split()], capture_output=True,
-                                          text=True, timeout=5,
-                                          env={**os.environ, "OX_RUNTIME_DIR": folder})
-                    self.assertEqual(done.returncode, 3)
-                    self.assertIn(reason, done.stdout + done.stderr)
+                    status, *output = self.run_it(*command.split())
+                    self.assertEqual(status, 3)
+                    self.assertIn(reason, "".join(output))
 
-    def test_fake_modem_that_does_not_reply_or_accept(self):
+    def test_fake_modem_that_does_not_reply(self):
         with socket.socket(socket.AF_UNIX) as port:
             port.bind(os.path.join(self.folder, "fake-modem.0"))
-            port.listen(0)  # has room for one
+            port.listen(0)
             self.assertEqual(self.run_it("fake", "state", "--timeout=0.2")[0], 4)
-            self.assertEqual(self.run_it("fake", "state", "--timeout=1")[0], 3)
 
     def test_completion(self):
         host = subprocess.Popen([os.environ["HOST"]], text=True, stdout=subprocess.PIPE,
-                                stderr=subprocess.DEVNULL,
-                                env={**os.environ, "OX_RUNTIME_DIR": self.folder})
+                                stderr=subprocess.DEVNULL)
         self.addCleanup(lambda: (host.terminate(), host.communicate()))
         host.stdout.readline()
         pathlib.Path(self.folder, "b file").touch()
         script = self.run_it("completion", "bash")[1]
+        script += f"PATH={shlex.quote(os.path.dirname(MODEMCTL))}:$PATH; "
         for words, completed in (("call --serial 7 setSar", "setSarState"), ("compl", "completion"),
                                  ("watch --conf", "--confirm-log"), ("call --conf", ""),
-                                 ("call setSarState ''", ""),
-                                 ("fake disco", "disconnect"), ("fake connect pd", "pdc"),
+                                 ("fake connect pd", "pdc"), ("fake set agps", "agps-test-mode"),
                                  ("fake fail modem_set_sar", "modem_set_sar_dsi"),
-                                 ("fake set agps", "agps-test-mode"), ("call writePrl 0 @b", r"@b\ file")):
+                                 ("call writePrl 0 @b", r"@b\ file")):
             with self.subTest(words):
                 run = script + (f"COMP_WORDS=(modemctl {words}) COMP_CWORD={len(words.split(' '))};"
                                 '_modemctl; echo "${COMPREPLY[@]}"')
-                path = os.path.dirname(MODEMCTL) + ":" + os.environ["PATH"]
                 found = subprocess.run(["bash", "-euc", run], cwd=self.folder, capture_output=True,
-                                       text=True, env={**os.environ, "PATH": path,
-                                                       "OX_RUNTIME_DIR": self.folder})
+                                       text=True)
                 self.assertEqual((found.stdout.strip(), found.stderr), (completed, ""))
-
-    def test_a_closed_stdout_is_an_error(self):
-        self.service(always(("answer", "rebootModemResponse", info(7))))
-        done = subprocess.run(["sh", "-c", '"$0" call --serial=7 rebootModem >&-', MODEMCTL],
-                              timeout=60, env={**os.environ, "OX_RUNTIME_DIR": self.folder})
-        self.assertEqual(done.returncode, 2)
 
 
 if __name__ == "__main__":
