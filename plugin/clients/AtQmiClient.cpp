@@ -215,10 +215,11 @@ int AtQmiClient::saveAtLogStatus(bool start, const char* tcName) {
 
 int AtQmiClient::processAtCommand(const void* data, size_t len) {
     LOG_I("%s: internal request", __func__);
-    const int result = postMade(PostTexts::WITHOUT_SERIAL, __func__, AtMessage::PROCESS_AT_COMMAND,
-                                INTERNAL_SERIAL, [&]() -> std::shared_ptr<Param> {
-                                    return std::make_shared<AtCommandParam>(data, len);
-                                });
+    auto record = makeRecord<AtCommandParam>(data, len);
+    const int result =
+            record ? postRecord(PostTexts::WITHOUT_SERIAL, __func__, AtMessage::PROCESS_AT_COMMAND,
+                                INTERNAL_SERIAL, std::move(record))
+                   : refusePost(PostTexts::WITHOUT_SERIAL, __func__, AtMessage::PROCESS_AT_COMMAND);
     if (result != ERRNO_SUCCESS) {
         freeTokens(data, len);
     }

@@ -61,7 +61,7 @@ int PdcQmiClient::postRequest(const char* func, int msgId, int serial, const Val
 
 template <class Event>
 int PdcQmiClient::respondInfo(const char* func, const void* data, size_t len,
-                              uint32_t Event::*length, Respond<const PdcMbnInfo&> respond) const {
+                              uint32_t Event::*length, Respond<const PdcMbnInfo&> respond) {
     Event event;
     if (!takeEvent(func, data, len, event)) {
         return ERRNO_INVALID_PARAM;
@@ -98,7 +98,7 @@ int PdcQmiClient::handleGetActiveMbnInfoMessage(const MessagePtr& msg) {
     return ERRNO_SUCCESS;
 }
 
-int PdcQmiClient::respondGetActiveMbnInfoAsync(const void* data, size_t len) const {
+int PdcQmiClient::respondGetActiveMbnInfoAsync(const void* data, size_t len) {
     return respondInfo(__func__, data, len, &modem_pdc_active_info_event::config_id_length,
                        &ModemResponseProxy::respondGetActiveMbnInfo);
 }
@@ -126,7 +126,7 @@ int PdcQmiClient::handleGetMetaMbnInfoMessage(const MessagePtr& msg) {
                   PdcMbnInfo());
 }
 
-int PdcQmiClient::respondGetMetaMbnInfoAsync(const void* data, size_t len) const {
+int PdcQmiClient::respondGetMetaMbnInfoAsync(const void* data, size_t len) {
     return respondInfo(__func__, data, len, &modem_pdc_meta_info_event::metadata_length,
                        &ModemResponseProxy::respondGetMetaMbnInfo);
 }
@@ -245,7 +245,7 @@ int PdcQmiClient::handleActivateRegularMbnMessage(const MessagePtr& msg) {
     return answer(&ModemResponseProxy::respondActivateRegularMbn, request->serial, ERRNO_FAILED);
 }
 
-int PdcQmiClient::respondActivateRegularMbnAsync(const void* data, size_t len) const {
+int PdcQmiClient::respondActivateRegularMbnAsync(const void* data, size_t len) {
     modem_pdc_activate_regular_event event;
     if (!takeEvent(__func__, data, len, event)) {
         return ERRNO_INVALID_PARAM;

@@ -30,9 +30,9 @@ public:
     int activateRegularMbn(int serial, int type);
 
     /** Events, on the modem's event thread. Data shorter than its layout is refused with 3. */
-    int respondGetActiveMbnInfoAsync(const void* data, size_t len) const;
-    int respondGetMetaMbnInfoAsync(const void* data, size_t len) const;
-    int respondActivateRegularMbnAsync(const void* data, size_t len) const;
+    int respondGetActiveMbnInfoAsync(const void* data, size_t len);
+    int respondGetMetaMbnInfoAsync(const void* data, size_t len);
+    int respondActivateRegularMbnAsync(const void* data, size_t len);
 
     int handle(std::shared_ptr<Message> msg) override;
     void onConnected() override;
@@ -60,5 +60,5 @@ private:
     /** Answers an info request from its event, whose record holds the bytes at offset 12. */
     template <class Event>
     int respondInfo(const char* func, const void* data, size_t len, uint32_t Event::*length,
-                    Respond<const PdcMbnInfo&> respond) const;
+                    Respond<const PdcMbnInfo&> respond);
 };

@@ -63,7 +63,7 @@ ClientState QmiClient::getState() const {
     return state;
 }
 
-int QmiClient::countAnswer(int result) const {
+int QmiClient::countAnswer(int result) {
     if (result == ERRNO_SUCCESS) {
         mAnswered.fetch_add(1, std::memory_order_relaxed);
     }
@@ -104,18 +104,7 @@ int QmiClient::sendRequest(int serial, int msgId, const std::vector<uint8_t>& va
 
 int QmiClient::postVoid(const char* func, int msgId, int serial) {
     LOG_I("%s: serial = %d", func, serial);
-    return sendRequest(serial, msgId);
-}
-
-int QmiClient::postMade(PostTexts texts, const char* func, int msgId, int serial,
-                        FunctionRef<std::shared_ptr<Param>()> make) {
-    std::shared_ptr<Param> record;
-    try {
-        record = make();
-    } catch (const std::bad_alloc&) {
-        return refusePost(texts, func, msgId);
-    }
-    return postRecord(texts, func, msgId, serial, std::move(record));
+    return post<SerialVoidParam>(PostTexts::BY_ID, func, msgId, serial);
 }
 
 int QmiClient::postRecord(PostTexts texts, const char* func, int msgId, int serial,
@@ -182,17 +171,13 @@ Errno QmiClient::checkConnected(const char* func) const {
     return mService.notConnected;
 }
 
-Errno QmiClient::callModem(Errno ready, const char* func, CallTexts texts,
-                           FunctionRef<int()> call) {
-    if (ready != ERRNO_SUCCESS) {
-        return ready;
+Errno QmiClient::callModem(Ready ready, const char* func, CallTexts texts,
+                           FunctionRef<int()> call) const {
+    Errno err = (this->*ready)(func);
+    if (err != ERRNO_SUCCESS) {
+        return err;
     }
-    Errno err = ERRNO_FAILED;
-    try {
-        err = call() == 0 ? ERRNO_SUCCESS : ERRNO_FAILED;
-    } catch (const std::bad_alloc&) {
-        err = refuseAnswer(func);
-    }
+    err = withMemory(func, [&] { return call() == 0 ? ERRNO_SUCCESS : ERRNO_FAILED; });
     if (err != ERRNO_SUCCESS && texts.failed != nullptr) {
         LOG_E("%s: %s", func, texts.failed);
     } else if (err == ERRNO_SUCCESS && texts.succeeded != nullptr) {
@@ -205,13 +190,9 @@ Errno QmiClient::withMemory(const char* func, FunctionRef<Errno()> fill) {
     try {
         return fill();
     } catch (const std::bad_alloc&) {
-        return refuseAnswer(func);
+        LOG_E("%s: no memory for the answer", func);
+        return ERRNO_NO_MEMORY;
     }
-}
-
-Errno QmiClient::refuseAnswer(const char* func) {
-    LOG_E("%s: no memory for the answer", func);
-    return ERRNO_NO_MEMORY;
 }
 
 void QmiClient::finishAsync(const QmiService& service, const char* func, void* cookie,

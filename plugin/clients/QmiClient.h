@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
-#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -128,23 +128,29 @@ protected:
 
     void logConnected(const char* func) const;
 
+    /** A record built from `values`; null without memory. */
+    template <class Record, class... Values>
+    static std::shared_ptr<Param> makeRecord(const Values&... values) {
+        try {
+            return std::make_shared<Record>(values...);
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+    }
+
     /** Builds a record from `values`, and posts it to this client; `func` names the request. */
     template <class Record, class... Values>
     int post(PostTexts texts, const char* func, int msgId, int serial, const Values&... values) {
-        return postMade(texts, func, msgId, serial, [&]() -> std::shared_ptr<Param> {
-            return std::make_shared<Record>(serial, values...);
-        });
+        auto record = makeRecord<Record>(serial, values...);
+        return record ? postRecord(texts, func, msgId, serial, std::move(record))
+                      : refusePost(texts, func, msgId);
     }
-
-    /** `post` of the record that `make` allocates. */
-    int postMade(PostTexts texts, const char* func, int msgId, int serial,
-                 FunctionRef<std::shared_ptr<Param>()> make);
 
     /** Posts a finished record, or none; `serial` is for the log alone. */
     int postRecord(PostTexts texts, const char* func, int msgId, int serial,
                    std::shared_ptr<Param> record);
 
-    /** Posts a request without arguments, whose log line tells its serial. */
+    /** Posts a request without arguments, whose log line shows its serial. */
     int postVoid(const char* func, int msgId, int serial);
 
     static int refusePost(PostTexts texts, const char* func, int msgId);
@@ -167,35 +173,46 @@ protected:
     /** 0, or `QmiService::notConnected` after an error line. */
     Errno checkConnected(const char* func) const;
 
+    /** What a request needs before its modem call: 0, or the code to answer with, logged. */
+    using Ready = Errno (QmiClient::*)(const char* func) const;
+
     /**
-     * Serves a synchronous request: takes its record, checks the connection, calls the modem, logs,
-     * answers.
+     * Serves a synchronous request: takes its record, checks that the client is ready, calls the
+     * modem, logs, answers.
      *
      * @param call makes the modem call; gets the record, and the answer's payload (zero or empty)
      *        to fill. Returns 0 on success; any other value is answered with 1
      * @return the respond call's result; 3 without an answer for a wrong record
      */
-    template <class Record, class Call, class... Payload>
+    template <class Record, class Call>
     int serve(const char* func, CallTexts texts, const MessagePtr& msg, const Call& call,
-              Respond<Payload...> respond) {
+              Respond<> respond, Ready ready = &QmiClient::checkConnected) {
         const Record* request = takeRecord<Record>(func, msg);
-        return request == nullptr
-                       ? ERRNO_INVALID_PARAM
-                       : serveWhen(checkConnected(func), func, texts, *request, call, respond);
+        if (request == nullptr) {
+            return ERRNO_INVALID_PARAM;
+        }
+        const Errno err = callModem(ready, func, texts, [&] { return call(*request); });
+        return answer(respond, request->serial, err);
     }
-
-    /** The rest of `serve` once the record is taken; with `ready` not 0, that is the answer. */
-    template <class Record, class Call, class... Payload>
-    int serveWhen(Errno ready, const char* func, CallTexts texts, const Record& request,
-                  const Call& call, Respond<Payload...> respond);
+    template <class Record, class Call, class Payload>
+    int serve(const char* func, CallTexts texts, const MessagePtr& msg, const Call& call,
+              Respond<Payload> respond, Ready ready = &QmiClient::checkConnected) {
+        const Record* request = takeRecord<Record>(func, msg);
+        if (request == nullptr) {
+            return ERRNO_INVALID_PARAM;
+        }
+        std::decay_t<Payload> payload{};
+        const Errno err = callModem(ready, func, texts, [&] { return call(*request, payload); });
+        return answer(respond, request->serial, err, payload);
+    }
 
     /** Makes the answer's respond call, and counts it when the upper layer's callback took it. */
     template <class... Payload>
     int answer(Respond<Payload...> respond, int serial, Errno err,
-               const std::decay_t<Payload>&... payload) const {
+               const std::decay_t<Payload>&... payload) {
         return countAnswer((mResponseProxy.get()->*respond)(serial, err, payload...));
     }
-    int countAnswer(int result) const;
+    int countAnswer(int result);
 
     /** Runs `fill` and returns its code; 5, with an error line, when it ran out of memory. */
     static Errno withMemory(const char* func, FunctionRef<Errno()> fill);
@@ -223,16 +240,14 @@ protected:
     const std::shared_ptr<ModemIndicationProxy> mIndicationProxy;
 
 private:
-    /** Calls the modem when `ready` is 0, and logs how it went. */
-    static Errno callModem(Errno ready, const char* func, CallTexts texts, FunctionRef<int()> call);
-
-    static Errno refuseAnswer(const char* func);
+    /** Calls the modem when the client is ready, and logs how it went. */
+    Errno callModem(Ready ready, const char* func, CallTexts texts, FunctionRef<int()> call) const;
 
     std::atomic<bool> mConnected{false};
 
     // Changed with relaxed order: they are only shown, and nothing else depends on them.
     std::atomic<uint64_t> mTaken{0};
-    mutable std::atomic<uint64_t> mAnswered{0};
+    std::atomic<uint64_t> mAnswered{0};
     std::atomic<uint64_t> mRefused{0};
 };
 
@@ -248,17 +263,6 @@ int QmiClient::route(Client& client, const char* func, const Routes& routes,
     LOG_E("%s: unsupported message id %d, can't be handled in %s", func, id,
           client.mService.className.c_str());
     return ERRNO_UNSUPPORTED;
-}
-
-template <class Record, class Call, class... Payload>
-int QmiClient::serveWhen(Errno ready, const char* func, CallTexts texts, const Record& request,
-                         const Call& call, Respond<Payload...> respond) {
-    std::tuple<std::decay_t<Payload>...> payload{};
-    const auto fill = [&](auto&... values) { return call(request, values...); };
-    const Errno err = callModem(ready, func, texts, [&] { return std::apply(fill, payload); });
-    return std::apply(
-            [&](const auto&... values) { return answer(respond, request.serial, err, values...); },
-            payload);
 }
 
 template <class Value>

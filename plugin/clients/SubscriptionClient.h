@@ -39,22 +39,15 @@ protected:
      */
     void rebindBeforeUse(const char* func, int msgId);
 
-    /** `serve` for requests that need the subscription bound; 4 while it is not. */
-    template <class Record, class Call, class... Payload>
-    int serveBound(const char* func, CallTexts texts, const MessagePtr& msg, const Call& call,
-                   Respond<Payload...> respond) {
-        const Record* request = takeRecord<Record>(func, msg);
-        return request == nullptr
-                       ? ERRNO_INVALID_PARAM
-                       : serveWhen(checkBound(func), func, texts, *request, call, respond);
-    }
+    /** For `serve`: 0 while bound and connected, else 4 after an error line. */
+    Errno checkBound(const char* func) const;
+    static constexpr Ready BOUND = static_cast<Ready>(&SubscriptionClient::checkBound);
 
     const int mInstanceId;
 
 private:
     static constexpr int MAX_BIND_RETRIES = 20;
 
-    Errno checkBound(const char* func) const;
     bool isBound() const;
 
     const SubscriptionBinding& mBinding;

@@ -107,7 +107,7 @@ void VsQmiClient::modemApiAsyncCallback(const void* data, size_t length, void* c
             logUnsupportedOriginal(SERVICE, func, id);
             return;
         }
-        const auto& client = static_cast<const VsQmiClient&>(*owned.client);
+        auto& client = static_cast<VsQmiClient&>(*owned.client);
         (client.*row->process)(data, length, static_cast<const SerialParam&>(*param));
     });
 }
@@ -162,7 +162,7 @@ Errno VsQmiClient::readAsyncResponse(
 }
 
 int VsQmiClient::finish(const char* func, const void* data, size_t length,
-                        const SerialParam& request, Respond<> respond) const {
+                        const SerialParam& request, Respond<> respond) {
     const auto nothing = [](const auto&) { return ERRNO_SUCCESS; };
     return answer(respond, request.serial, readAsyncResponse(func, data, length, nothing));
 }

@@ -82,7 +82,7 @@ private:
                                            "successfully sent async request"};
 
     using Process = int (VsQmiClient::*)(const void* data, size_t length,
-                                         const SerialParam& request) const;
+                                         const SerialParam& request);
 
     /** A request's row: its handler and, for an asynchronous one, the completion. */
     struct VsRoute : Route<VsQmiClient> {
@@ -93,18 +93,16 @@ private:
     // The modem itself.
     int handleGetBuildTimeMessage(const MessagePtr& msg);
     int processGetBuildTimeAsyncResponse(const void* data, size_t length,
-                                         const SerialParam& request) const;
+                                         const SerialParam& request);
     int handleGetBuildIdMessage(const MessagePtr& msg);
-    int processGetBuildIdAsyncResponse(const void* data, size_t length,
-                                       const SerialParam& request) const;
+    int processGetBuildIdAsyncResponse(const void* data, size_t length, const SerialParam& request);
     int finishBuildText(const char* func, const char* what, const void* data, size_t length,
-                        const SerialParam& request, Respond<const std::string&> respond) const;
+                        const SerialParam& request, Respond<const std::string&> respond);
     int handleActivateMbnByNameMessage(const MessagePtr& msg);
     int processActivateMbnByNameAsyncResponse(const void* data, size_t length,
-                                              const SerialParam& request) const;
+                                              const SerialParam& request);
     int handleRestoreMbnMessage(const MessagePtr& msg);
-    int processRestoreMbnAsyncResponse(const void* data, size_t length,
-                                       const SerialParam& request) const;
+    int processRestoreMbnAsyncResponse(const void* data, size_t length, const SerialParam& request);
     int handleDoCommonInterfaceDebugMessage(const MessagePtr& msg);
     int serveSimlockInfo(const char* func, const MessagePtr& msg,
                          uint8_t modem_simlock_info::*field, Respond<uint8_t> respond);
@@ -117,25 +115,25 @@ private:
     // Settings.
     int handleSetAgpsTestModeMessage(const MessagePtr& msg);
     int processSetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                            const SerialParam& request) const;
+                                            const SerialParam& request);
     int handleGetAgpsTestModeMessage(const MessagePtr& msg);
     int processGetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                            const SerialParam& request) const;
+                                            const SerialParam& request);
     int handleGetModemPowerSaveModeMessage(const MessagePtr& msg);
     int processGetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                  const SerialParam& request) const;
+                                                  const SerialParam& request);
     int handleSetModemPowerSaveModeMessage(const MessagePtr& msg);
     int processSetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                  const SerialParam& request) const;
+                                                  const SerialParam& request);
     int handleSetModemPowerSaveStatusMessage(const MessagePtr& msg);
     int processSetModemPowerSaveStatusAsyncResponse(const void* data, size_t length,
-                                                    const SerialParam& request) const;
+                                                    const SerialParam& request);
     int handleSetModemPropertyMessage(const MessagePtr& msg);
     int processSetModemPropertyAsyncResponse(const void* data, size_t length,
-                                             const SerialParam& request) const;
+                                             const SerialParam& request);
     int handleGetModemPropertyMessage(const MessagePtr& msg);
     int processGetModemPropertyAsyncResponse(const void* data, size_t length,
-                                             const SerialParam& request) const;
+                                             const SerialParam& request);
     int handleDeleteModemPropertyMessage(const MessagePtr& msg);
 
     // NV items, EFS files and PRL.
@@ -152,16 +150,16 @@ private:
     // Radio.
     int handleGetBandsInfoMessage(const MessagePtr& msg);
     int processGetBandsInfoAsyncResponse(const void* data, size_t length,
-                                         const SerialParam& request) const;
+                                         const SerialParam& request);
     int handleRemoveRatMaskMessage(const MessagePtr& msg);
     int processRemoveRatMaskAsyncResponse(const void* data, size_t length,
-                                          const SerialParam& request) const;
+                                          const SerialParam& request);
     int handleAbortRRCConnectionMessage(const MessagePtr& msg);
     int processAbortRRCConnectionResponse(const void* data, size_t length,
-                                          const SerialParam& request) const;
+                                          const SerialParam& request);
     int handleSetRadioInfoReportEnabledMessage(const MessagePtr& msg);
     int processSetRadioInfoReportEnabledAsyncResponse(const void* data, size_t length,
-                                                      const SerialParam& request) const;
+                                                      const SerialParam& request);
 
     /** The Errno of an asynchronous response record; 3 for one of another size. */
     Errno verifyModemAPIResponse(const void* data, size_t length) const;
@@ -170,10 +168,9 @@ private:
      * Serves an asynchronous request: takes its record, checks the connection, hands the modem a
      * cookie; answers only when the modem does not take the call.
      *
-     * @param call the modem's function, for a request without arguments or with the record's value;
-     *        or a lambda that gets the record and the cookie, and returns what it returned
+     * @param call makes the modem call; gets the record and the cookie, returns what it returned
      */
-    template <class Record = SerialVoidParam, class Call, class... Payload>
+    template <class Record, class Call, class... Payload>
     int serveAsync(const char* func, const MessagePtr& msg, const Call& call,
                    Respond<Payload...> respond);
 
@@ -182,7 +179,7 @@ private:
 
     /** Finishes a request whose answer is its result alone. */
     int finish(const char* func, const void* data, size_t length, const SerialParam& request,
-               Respond<> respond) const;
+               Respond<> respond);
 
     /**
      * Finishes a request with a payload.
@@ -191,7 +188,7 @@ private:
      */
     template <class Extract, class Payload>
     int finish(const char* func, const void* data, size_t length, const SerialParam& request,
-               Respond<Payload> respond, const Extract& extract) const;
+               Respond<Payload> respond, const Extract& extract);
 
     /** Checks a response record and hands it to `extract`; returns the code to answer with. */
     Errno readAsyncResponse(const char* func, const void* data, size_t length,

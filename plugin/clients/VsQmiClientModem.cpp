@@ -11,7 +11,7 @@ constexpr size_t BUILD_TEXT_MAX = 256;
 
 int VsQmiClient::finishBuildText(const char* func, const char* what, const void* data,
                                  size_t length, const SerialParam& request,
-                                 Respond<const std::string&> respond) const {
+                                 Respond<const std::string&> respond) {
     return finish(func, data, length, request, respond,
                   [&](const auto& payload, std::string& text) {
                       const size_t reported = payload.build.length;
@@ -30,12 +30,16 @@ int VsQmiClient::getBuildTime(int serial) {
 }
 
 int VsQmiClient::handleGetBuildTimeMessage(const MessagePtr& msg) {
-    return serveAsync(__func__, msg, modem_get_build_time,
-                      &ModemResponseProxy::respondGetBuildTime);
+    return serveAsync<SerialVoidParam>(
+            __func__, msg,
+            [](const SerialVoidParam&, void* cookie) {
+                return modem_get_build_time(cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondGetBuildTime);
 }
 
 int VsQmiClient::processGetBuildTimeAsyncResponse(const void* data, size_t length,
-                                                  const SerialParam& request) const {
+                                                  const SerialParam& request) {
     return finishBuildText(__func__, "build time", data, length, request,
                            &ModemResponseProxy::respondGetBuildTime);
 }
@@ -45,11 +49,16 @@ int VsQmiClient::getBuildId(int serial) {
 }
 
 int VsQmiClient::handleGetBuildIdMessage(const MessagePtr& msg) {
-    return serveAsync(__func__, msg, modem_get_build_id, &ModemResponseProxy::respondGetBuildId);
+    return serveAsync<SerialVoidParam>(
+            __func__, msg,
+            [](const SerialVoidParam&, void* cookie) {
+                return modem_get_build_id(cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondGetBuildId);
 }
 
 int VsQmiClient::processGetBuildIdAsyncResponse(const void* data, size_t length,
-                                                const SerialParam& request) const {
+                                                const SerialParam& request) {
     return finishBuildText(__func__, "build Id", data, length, request,
                            &ModemResponseProxy::respondGetBuildId);
 }
@@ -59,12 +68,16 @@ int VsQmiClient::activateMbnByName(int serial, const std::string& name) {
 }
 
 int VsQmiClient::handleActivateMbnByNameMessage(const MessagePtr& msg) {
-    return serveAsync<SerialStringParam>(__func__, msg, modem_api_active_mbn,
-                                         &ModemResponseProxy::respondActivateMbnByName);
+    return serveAsync<SerialStringParam>(
+            __func__, msg,
+            [](const SerialStringParam& request, void* cookie) {
+                return modem_api_active_mbn(request.value.c_str(), cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondActivateMbnByName);
 }
 
 int VsQmiClient::processActivateMbnByNameAsyncResponse(const void* data, size_t length,
-                                                       const SerialParam& request) const {
+                                                       const SerialParam& request) {
     return finish(__func__, data, length, request, &ModemResponseProxy::respondActivateMbnByName);
 }
 
@@ -73,11 +86,16 @@ int VsQmiClient::restoreMbn(int serial) {
 }
 
 int VsQmiClient::handleRestoreMbnMessage(const MessagePtr& msg) {
-    return serveAsync(__func__, msg, modem_api_restore_mbn, &ModemResponseProxy::respondRestoreMbn);
+    return serveAsync<SerialVoidParam>(
+            __func__, msg,
+            [](const SerialVoidParam&, void* cookie) {
+                return modem_api_restore_mbn(cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondRestoreMbn);
 }
 
 int VsQmiClient::processRestoreMbnAsyncResponse(const void* data, size_t length,
-                                                const SerialParam& request) const {
+                                                const SerialParam& request) {
     return finish(__func__, data, length, request, &ModemResponseProxy::respondRestoreMbn);
 }
 

@@ -31,12 +31,16 @@ int VsQmiClient::getBandsInfo(int serial) {
 }
 
 int VsQmiClient::handleGetBandsInfoMessage(const MessagePtr& msg) {
-    return serveAsync(__func__, msg, modem_get_bands_info,
-                      &ModemResponseProxy::respondGetBandsInfo);
+    return serveAsync<SerialVoidParam>(
+            __func__, msg,
+            [](const SerialVoidParam&, void* cookie) {
+                return modem_get_bands_info(cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondGetBandsInfo);
 }
 
 int VsQmiClient::processGetBandsInfoAsyncResponse(const void* data, size_t length,
-                                                  const SerialParam& request) const {
+                                                  const SerialParam& request) {
     return finish(__func__, data, length, request, &ModemResponseProxy::respondGetBandsInfo,
                   [](const auto& payload, BandsInfoType& bands) {
                       bands = bandsOf(payload.bands);
@@ -49,12 +53,16 @@ int VsQmiClient::removeRatMask(int serial) {
 }
 
 int VsQmiClient::handleRemoveRatMaskMessage(const MessagePtr& msg) {
-    return serveAsync(__func__, msg, modem_api_remove_rat_mask,
-                      &ModemResponseProxy::respondRemoveRatMask);
+    return serveAsync<SerialVoidParam>(
+            __func__, msg,
+            [](const SerialVoidParam&, void* cookie) {
+                return modem_api_remove_rat_mask(cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondRemoveRatMask);
 }
 
 int VsQmiClient::processRemoveRatMaskAsyncResponse(const void* data, size_t length,
-                                                   const SerialParam& request) const {
+                                                   const SerialParam& request) {
     return finish(__func__, data, length, request, &ModemResponseProxy::respondRemoveRatMask);
 }
 
@@ -63,12 +71,16 @@ int VsQmiClient::abortRRCConnection(int serial) {
 }
 
 int VsQmiClient::handleAbortRRCConnectionMessage(const MessagePtr& msg) {
-    return serveAsync(__func__, msg, modem_abort_rrc_connection,
-                      &ModemResponseProxy::respondAbortRRCConnection);
+    return serveAsync<SerialVoidParam>(
+            __func__, msg,
+            [](const SerialVoidParam&, void* cookie) {
+                return modem_abort_rrc_connection(cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondAbortRRCConnection);
 }
 
 int VsQmiClient::processAbortRRCConnectionResponse(const void* data, size_t length,
-                                                   const SerialParam& request) const {
+                                                   const SerialParam& request) {
     return finish(__func__, data, length, request, &ModemResponseProxy::respondAbortRRCConnection);
 }
 
@@ -78,12 +90,17 @@ int VsQmiClient::setRadioInfoReportEnabled(int serial, unsigned int enabled) {
 }
 
 int VsQmiClient::handleSetRadioInfoReportEnabledMessage(const MessagePtr& msg) {
-    return serveAsync<SerialUintParam>(__func__, msg, modem_api_set_radio_info_report_enabled,
-                                       &ModemResponseProxy::respondSetRadioInfoReportEnabled);
+    return serveAsync<SerialUintParam>(
+            __func__, msg,
+            [](const SerialUintParam& request, void* cookie) {
+                return modem_api_set_radio_info_report_enabled(request.value, cookie,
+                                                               modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondSetRadioInfoReportEnabled);
 }
 
 int VsQmiClient::processSetRadioInfoReportEnabledAsyncResponse(const void* data, size_t length,
-                                                               const SerialParam& request) const {
+                                                               const SerialParam& request) {
     return finish(__func__, data, length, request,
                   &ModemResponseProxy::respondSetRadioInfoReportEnabled);
 }

@@ -32,12 +32,16 @@ int VsQmiClient::setAgpsTestMode(int serial, unsigned int mode) {
 }
 
 int VsQmiClient::handleSetAgpsTestModeMessage(const MessagePtr& msg) {
-    return serveAsync<SerialUintParam>(__func__, msg, modem_api_set_agps_test_mode,
-                                       &ModemResponseProxy::respondSetAgpsTestMode);
+    return serveAsync<SerialUintParam>(
+            __func__, msg,
+            [](const SerialUintParam& request, void* cookie) {
+                return modem_api_set_agps_test_mode(request.value, cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondSetAgpsTestMode);
 }
 
 int VsQmiClient::processSetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                                     const SerialParam& request) const {
+                                                     const SerialParam& request) {
     return finish(__func__, data, length, request, &ModemResponseProxy::respondSetAgpsTestMode);
 }
 
@@ -46,12 +50,16 @@ int VsQmiClient::getAgpsTestMode(int serial) {
 }
 
 int VsQmiClient::handleGetAgpsTestModeMessage(const MessagePtr& msg) {
-    return serveAsync(__func__, msg, modem_api_get_agps_test_mode,
-                      &ModemResponseProxy::respondGetAgpsTestMode);
+    return serveAsync<SerialVoidParam>(
+            __func__, msg,
+            [](const SerialVoidParam&, void* cookie) {
+                return modem_api_get_agps_test_mode(cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondGetAgpsTestMode);
 }
 
 int VsQmiClient::processGetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                                     const SerialParam& request) const {
+                                                     const SerialParam& request) {
     return finish(__func__, data, length, request, &ModemResponseProxy::respondGetAgpsTestMode,
                   [](const auto& payload, uint32_t& mode) {
                       mode = payload.agps_test_mode;
@@ -64,12 +72,16 @@ int VsQmiClient::getModemPowerSaveMode(int serial) {
 }
 
 int VsQmiClient::handleGetModemPowerSaveModeMessage(const MessagePtr& msg) {
-    return serveAsync(__func__, msg, modem_api_get_power_save_mode,
-                      &ModemResponseProxy::respondGetModemPowerSaveMode);
+    return serveAsync<SerialVoidParam>(
+            __func__, msg,
+            [](const SerialVoidParam&, void* cookie) {
+                return modem_api_get_power_save_mode(cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondGetModemPowerSaveMode);
 }
 
 int VsQmiClient::processGetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                           const SerialParam& request) const {
+                                                           const SerialParam& request) {
     return finish(__func__, data, length, request,
                   &ModemResponseProxy::respondGetModemPowerSaveMode,
                   [](const auto& payload, uint8_t& mode) {
@@ -84,12 +96,16 @@ int VsQmiClient::setModemPowerSaveMode(int serial, unsigned char mode) {
 }
 
 int VsQmiClient::handleSetModemPowerSaveModeMessage(const MessagePtr& msg) {
-    return serveAsync<SerialByteParam>(__func__, msg, modem_api_set_power_save_mode,
-                                       &ModemResponseProxy::respondSetModemPowerSaveMode);
+    return serveAsync<SerialByteParam>(
+            __func__, msg,
+            [](const SerialByteParam& request, void* cookie) {
+                return modem_api_set_power_save_mode(request.value, cookie, modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondSetModemPowerSaveMode);
 }
 
 int VsQmiClient::processSetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                           const SerialParam& request) const {
+                                                           const SerialParam& request) {
     return finish(__func__, data, length, request,
                   &ModemResponseProxy::respondSetModemPowerSaveMode);
 }
@@ -100,12 +116,17 @@ int VsQmiClient::setModemPowerSaveStatus(int serial, unsigned char status) {
 }
 
 int VsQmiClient::handleSetModemPowerSaveStatusMessage(const MessagePtr& msg) {
-    return serveAsync<SerialByteParam>(__func__, msg, modem_api_set_power_save_status,
-                                       &ModemResponseProxy::respondSetModemPowerSaveStatus);
+    return serveAsync<SerialByteParam>(
+            __func__, msg,
+            [](const SerialByteParam& request, void* cookie) {
+                return modem_api_set_power_save_status(request.value, cookie,
+                                                       modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondSetModemPowerSaveStatus);
 }
 
 int VsQmiClient::processSetModemPowerSaveStatusAsyncResponse(const void* data, size_t length,
-                                                             const SerialParam& request) const {
+                                                             const SerialParam& request) {
     return finish(__func__, data, length, request,
                   &ModemResponseProxy::respondSetModemPowerSaveStatus);
 }
@@ -128,7 +149,7 @@ int VsQmiClient::handleSetModemPropertyMessage(const MessagePtr& msg) {
 }
 
 int VsQmiClient::processSetModemPropertyAsyncResponse(const void* data, size_t length,
-                                                      const SerialParam& request) const {
+                                                      const SerialParam& request) {
     return finish(__func__, data, length, request, &ModemResponseProxy::respondSetModemProperty);
 }
 
@@ -138,12 +159,17 @@ int VsQmiClient::getModemProperty(int serial, const std::string& name) {
 }
 
 int VsQmiClient::handleGetModemPropertyMessage(const MessagePtr& msg) {
-    return serveAsync<SerialStringParam>(__func__, msg, modem_api_get_modem_property,
-                                         &ModemResponseProxy::respondGetModemProperty);
+    return serveAsync<SerialStringParam>(
+            __func__, msg,
+            [](const SerialStringParam& request, void* cookie) {
+                return modem_api_get_modem_property(request.value.c_str(), cookie,
+                                                    modemApiAsyncCallback);
+            },
+            &ModemResponseProxy::respondGetModemProperty);
 }
 
 int VsQmiClient::processGetModemPropertyAsyncResponse(const void* data, size_t length,
-                                                      const SerialParam& request) const {
+                                                      const SerialParam& request) {
     return finish(__func__, data, length, request, &ModemResponseProxy::respondGetModemProperty,
                   [](const auto& payload, std::string& value) {
                       value = textOf(payload.property_value);

@@ -13,16 +13,6 @@ std::string textOf(const char (&field)[Size], size_t length = Size) {
     return std::string(field, strnlen(field, std::min(length, Size)));
 }
 
-/** A record's value as the modem's functions take it. */
-inline const char* toModem(const std::string& text) {
-    return text.c_str();
-}
-
-template <class Integer>
-Integer toModem(Integer value) {
-    return value;
-}
-
 template <class Record, class Call, class... Payload>
 int VsQmiClient::serveAsync(const char* func, const MessagePtr& msg, const Call& call,
                             Respond<Payload...> respond) {
@@ -30,15 +20,7 @@ int VsQmiClient::serveAsync(const char* func, const MessagePtr& msg, const Call&
     if (request == nullptr) {
         return ERRNO_INVALID_PARAM;
     }
-    const Errno err = sendAsync(func, msg, [&](void* cookie) -> int {
-        if constexpr (std::is_invocable_v<Call, const Record&, void*>) {
-            return call(*request, cookie);
-        } else if constexpr (std::is_invocable_v<Call, void*, modem_api_async_callback>) {
-            return call(cookie, modemApiAsyncCallback);
-        } else {
-            return call(toModem(request->value), cookie, modemApiAsyncCallback);
-        }
-    });
+    const Errno err = sendAsync(func, msg, [&](void* cookie) { return call(*request, cookie); });
     return err == ERRNO_SUCCESS ? err
                                 : answer(respond, request->serial, err, std::decay_t<Payload>{}...);
 }
@@ -46,7 +28,7 @@ int VsQmiClient::serveAsync(const char* func, const MessagePtr& msg, const Call&
 template <class Extract, class Payload>
 int VsQmiClient::finish(const char* func, const void* data, size_t length,
                         const SerialParam& request, Respond<Payload> respond,
-                        const Extract& extract) const {
+                        const Extract& extract) {
     std::decay_t<Payload> payload{};
     const Errno err =
             readAsyncResponse(func, data, length, [&](const modem_async_response& reported) {

@@ -70,12 +70,12 @@ int WdsQmiClient::isImsProfileNormal(int serial) {
 
 int WdsQmiClient::handleCheckImsProfileNormalMessage(const MessagePtr& msg) {
     // The modem decides what is normal; its value is passed on, also when the call failed.
-    return serveBound<SerialVoidParam>(
+    return serve<SerialVoidParam>(
             __func__, {"failed to check ims profile", "successfully check ims profile"}, msg,
             [](const SerialVoidParam&, uint32_t& state) {
                 return modem_qdp_check_ims_profile(&state);
             },
-            &ModemResponseProxy::respondIsImsProfileNormal);
+            &ModemResponseProxy::respondIsImsProfileNormal, BOUND);
 }
 
 int WdsQmiClient::deleteImsProfile(int serial) {

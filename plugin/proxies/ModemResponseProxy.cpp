@@ -23,29 +23,26 @@ template <class Method, class... Payload>
 int ModemResponseProxy::respond(const char* func, int serial, Errno err, Method method,
                                 const Payload&... payload) const {
     LOG_I("%s: serial = %d, err = %d", func, serial, err);
-    return send(func, serial, err, [&](Callback& callback, const ResponseInfo& info) {
-        return (callback.*method)(info, toHidl(payload)...);
-    });
+    return send(func, serial, err, method, payload...);
 }
 
 template <class Method, class Value>
 int ModemResponseProxy::respondNamed(const char* func, const char* name, int serial, Errno err,
                                      Method method, Value value) const {
     LOG_I("%s: serial = %d, err = %d, %s = %d", func, serial, err, name, static_cast<int>(value));
-    return send(func, serial, err, [&](Callback& callback, const ResponseInfo& info) {
-        return (callback.*method)(info, value);
-    });
+    return send(func, serial, err, method, value);
 }
 
-int ModemResponseProxy::send(const char* func, int serial, Errno err,
-                             FunctionRef<Result(Callback&, const ResponseInfo&)> call) const {
+template <class Method, class... Payload>
+int ModemResponseProxy::send(const char* func, int serial, Errno err, Method method,
+                             const Payload&... payload) const {
     const sp<IModemResponse> callback = getCallback();
     if (callback == nullptr) {
         LOG_E("%s: respCb null, can't send response", func);
         return ERRNO_NOT_CONNECTED;
     }
     const ResponseInfo info{0, serial, convertToResponseError(err)};
-    return sendStatus(func, [&] { return call(*callback, info); });
+    return sendStatus(func, [&] { return (callback.get()->*method)(info, toHidl(payload)...); });
 }
 
 int ModemResponseProxy::respondSwitchNRNetworkMode(int serial, Errno err) {

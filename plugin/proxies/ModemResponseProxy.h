@@ -8,7 +8,6 @@
 #include <framework/Errno.h>
 #include <vendor/lyr/modem/1.0/IModemResponse.h>
 
-#include "params/FunctionRef.h"
 #include "proxies/Payloads.h"
 
 /** The error that a client of the interface sees: 0 success, 2 unsupported, 1 anything else. */
@@ -80,9 +79,7 @@ public:
     int respondSendLogControlResp(int serial, Errno err);
 
 private:
-    using Callback = vendor::lyr::modem::V1_0::IModemResponse;
     using ResponseInfo = vendor::lyr::modem::V1_0::ResponseInfo;
-    using Result = android::hardware::Return<void>;
 
     /** Logs and sends; `func` is the respond method's name. */
     template <class Method, class... Payload>
@@ -94,7 +91,8 @@ private:
     int respondNamed(const char* func, const char* name, int serial, Errno err, Method method,
                      Value value) const;
 
-    /** What both do after the first log line: finds the callback, and makes `call` with it. */
-    int send(const char* func, int serial, Errno err,
-             FunctionRef<Result(Callback&, const ResponseInfo&)> call) const;
+    /** What both do after the first log line: finds the callback, converts, and calls it. */
+    template <class Method, class... Payload>
+    int send(const char* func, int serial, Errno err, Method method,
+             const Payload&... payload) const;
 };

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <iterator>
 #include <new>
 
 #include "params/ModemLog.h"
@@ -17,15 +16,22 @@ using android::hardware::Void;
 using vendor::lyr::modem::V1_0::IModemIndication;
 using vendor::lyr::modem::V1_0::IModemResponse;
 
-namespace {
-
-// The services that have a client, on one instance or the other, in the order of `getClients`.
-const QmiService* const SERVICES[] = {&AtQmiClient::SERVICE,  &DmsQmiClient::SERVICE,
-                                      &NasQmiClient::SERVICE, &PdcQmiClient::SERVICE,
-                                      &SarQmiClient::SERVICE, &VsQmiClient::SERVICE,
-                                      &WdsQmiClient::SERVICE};
-
-}  // namespace
+const ModemImpl::ClientRow ModemImpl::CLIENTS[] = {
+        {AtQmiClient::SERVICE,
+         [](const ModemImpl& owner) -> QmiClient* { return owner.mAtClient.get(); }},
+        {DmsQmiClient::SERVICE,
+         [](const ModemImpl& owner) -> QmiClient* { return owner.mDmsClient.get(); }},
+        {NasQmiClient::SERVICE,
+         [](const ModemImpl& owner) -> QmiClient* { return owner.mNasClient.get(); }},
+        {PdcQmiClient::SERVICE,
+         [](const ModemImpl& owner) -> QmiClient* { return owner.mPdcClient.get(); }},
+        {SarQmiClient::SERVICE,
+         [](const ModemImpl& owner) -> QmiClient* { return owner.mSarClient.get(); }},
+        {VsQmiClient::SERVICE,
+         [](const ModemImpl& owner) -> QmiClient* { return owner.mVsClient.get(); }},
+        {WdsQmiClient::SERVICE,
+         [](const ModemImpl& owner) -> QmiClient* { return owner.mWdsClient.get(); }},
+};
 
 // Never destroyed: requests and events arrive even while the process exits.
 std::shared_ptr<ModemImpl>& ModemImpl::sInstance = *new std::shared_ptr<ModemImpl>;
@@ -71,8 +77,9 @@ ModemImpl::~ModemImpl() {
 int ModemImpl::setup() {
     // First: opening a connection raises an event, whose handling looks the client up here.
     std::atomic_store(&sInstance, shared_from_this());
-    for (const auto& client : getClients()) {
-        const int result = client ? client->setup() : ERRNO_SUCCESS;
+    for (const ClientRow& row : CLIENTS) {
+        QmiClient* const client = row.client(*this);
+        const int result = client != nullptr ? client->setup() : ERRNO_SUCCESS;
         if (result != ERRNO_SUCCESS) {
             LOG_E("%s: failed to setup QMI clients", __func__);
             return result;
@@ -130,14 +137,10 @@ ServiceState ModemImpl::getState() const {
     state.indications = mIndicationProxy->getCallback() != nullptr;
     state.keptRrcState = kept.rrcState;
     state.keptPowerSaveMode = kept.powerSaveMode;
-    const auto clients = getClients();
-    static_assert(std::tuple_size_v<decltype(clients)> == std::size(SERVICES));
-    static_assert(std::tuple_size_v<decltype(state.clients)> == std::size(SERVICES));
-    for (size_t i = 0; i < clients.size(); ++i) {
-        ServiceState::Client& shown = state.clients[i];
-        shown.name = SERVICES[i]->name;
-        shown.present = clients[i] != nullptr;
-        shown.state = shown.present ? clients[i]->getState() : ClientState();
+    for (const ClientRow& row : CLIENTS) {
+        const QmiClient* const client = row.client(*this);
+        state.clients.push_back({row.service.name, client != nullptr,
+                                 client != nullptr ? client->getState() : ClientState()});
     }
     return state;
 }
@@ -151,25 +154,22 @@ std::shared_ptr<QmiClient> ModemImpl::getQmiClient(modem_api_qmi_service_type se
     if (!instance) {
         return nullptr;
     }
-    for (const auto& client : instance->getClients()) {
-        if (client && client->getService().type == service) {
-            return client;
+    for (const ClientRow& row : CLIENTS) {
+        QmiClient* const client = row.client(*instance);
+        if (row.service.type == service && client != nullptr) {
+            return std::static_pointer_cast<QmiClient>(client->shared_from_this());
         }
     }
     return nullptr;
 }
 
 std::string ModemImpl::getQmiServiceName(modem_api_qmi_service_type service) {
-    for (const QmiService* known : SERVICES) {
-        if (known->type == service) {
-            return known->name;
+    for (const ClientRow& row : CLIENTS) {
+        if (row.service.type == service) {
+            return row.service.name;
         }
     }
     return service == MODEM_API_QMI_SERVICE_VMS ? "VMS" : "UNKNOWN";
-}
-
-std::array<std::shared_ptr<QmiClient>, 7> ModemImpl::getClients() const {
-    return {mAtClient, mDmsClient, mNasClient, mPdcClient, mSarClient, mVsClient, mWdsClient};
 }
 
 void ModemImpl::modemApiEventCallback(modem_api_event_type event, void* data, size_t length) {

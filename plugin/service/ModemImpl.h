@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -188,8 +187,14 @@ private:
                                              FunctionRef<int()> send,
                                              FunctionRef<void(Errno)> refuse);
 
-    /** In the order in which they are set up; null where the instance has no such client. */
-    std::array<std::shared_ptr<QmiClient>, 7> getClients() const;
+    /** A QMI service and its client, which is null on an instance without it. */
+    struct ClientRow {
+        const QmiService& service;
+        QmiClient* (*client)(const ModemImpl& owner);
+    };
+
+    /** In the order in which the clients are set up. */
+    static const ClientRow CLIENTS[];
 
     std::shared_ptr<ModemResponseProxy> mResponseProxy;
     std::shared_ptr<ModemIndicationProxy> mIndicationProxy;

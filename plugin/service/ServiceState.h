@@ -1,7 +1,7 @@
 #pragma once
 
-#include <array>
 #include <string>
+#include <vector>
 
 #include "clients/QmiClient.h"
 
@@ -18,7 +18,7 @@ struct ServiceState {
     bool indications = false;  ///< a callback for events is installed
     bool keptRrcState = false;
     bool keptPowerSaveMode = false;
-    std::array<Client, 7> clients;
+    std::vector<Client> clients;
 };
 
 /** A few lines with a table of the clients. */
