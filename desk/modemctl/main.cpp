@@ -4,7 +4,6 @@
 
 #include <CLI/CLI.hpp>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <limits>
@@ -21,16 +20,6 @@
 #include "Session.h"
 #include "Status.h"
 #include "Watch.h"
-
-std::string howToStart(int instance) {
-    const auto bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    const bool installed = std::filesystem::exists(bin.parent_path() / "lib" / "ox-modem");
-    const std::string one = instance == 1 ? "1" : "";
-    return "; " +
-           (installed ? "ox-modem-host" + (one.empty() ? "" : " --instance " + one)
-                      : "./run.sh serve" + (one.empty() ? "" : ' ' + one)) +
-           " starts it";
-}
 
 void note(const std::string& text) {
     std::cerr << "modemctl: " << text << std::endl;
