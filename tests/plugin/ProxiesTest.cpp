@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
@@ -94,26 +95,59 @@ TEST_F(Proxies, CallbackInstalledWhileAnEventIsBeingKept) {
     EXPECT_THAT(client.take(), SizeIs(1));
 }
 
-// Every event of many threads reaches somebody, or waits: at most one of them, the first.
-TEST_F(Proxies, EventsAgainstInstallationsFromThreads) {
-    constexpr int ROUNDS = 300;
-    std::thread installer([&] {
+// Threads answer, report, install and replay at once. What was accepted comes once and whole.
+TEST_F(Proxies, ThreadsMeetWithoutLossDoubleOrMixture) {
+    constexpr int ROUNDS = 500;
+    TextClient other;
+    std::vector<int> accepted(2 * ROUNDS);
+    std::vector<char> reported(ROUNDS);
+    std::vector<std::thread> threads;
+    for (const int first : {0, ROUNDS}) {
+        threads.emplace_back([&, first] {
+            for (int i = first; i < first + ROUNDS; ++i) {
+                accepted[i] = responses.respondGetBuildId(i, 0, std::to_string(i)) == 0 ? 1 : 0;
+            }
+        });
+        threads.emplace_back([&, first] {
+            TextClient& mine = first == 0 ? client : other;
+            for (int i = 0; i < ROUNDS; ++i) {
+                const bool isNone = i % 3 == 2;
+                responses.update(isNone ? nullptr : mine.responses);
+                proxy.update(isNone ? nullptr : mine.indications);
+                proxy.indicateCachedInfo();
+            }
+        });
+    }
+    threads.emplace_back([&] {
         for (int i = 0; i < ROUNDS; ++i) {
-            proxy.update(i % 2 == 0 ? client.indications : nullptr);
-            proxy.indicateCachedInfo();
+            reported[i] = proxy.indicateModemRRCState(i, i, i, i) == 0;
         }
     });
-    std::thread events([&] {
-        for (int i = 0; i < ROUNDS; ++i) {
-            proxy.indicateModemRRCState(i, i, i, i);
-            proxy.indicatePowerSaveMode(i);
-        }
-    });
-    installer.join();
-    events.join();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
     proxy.update(client.indications);
     proxy.indicateCachedInfo();
-    client.take();
+    std::vector<int> answers(2 * ROUNDS), events(ROUNDS);
+    for (TextClient* each : {&client, &other}) {
+        for (const std::string& text : each->take()) {
+            const auto line = nlohmann::json::parse(text);
+            if (line["method"] == "modemRRCStateInd") {
+                const int number = line["lteValid"];
+                ++events.at(number);
+                EXPECT_EQ(line["wcdmaRrcState"], number);
+            } else {
+                const int serial = line["info"]["serial"];
+                ++answers.at(serial);
+                EXPECT_NE(text.find('"' + std::to_string(serial) + '"'), text.npos) << text;
+            }
+        }
+    }
+    EXPECT_EQ(answers, accepted);
+    for (int i = 0; i < ROUNDS; ++i) {  // one that nobody took may have been kept
+        EXPECT_LE(events[i], 1) << i;
+        EXPECT_GE(events[i], reported[i] ? 1 : 0) << i;
+    }
     EXPECT_EQ(proxy.indicateCachedInfo(), 0);
-    EXPECT_THAT(client.take(), IsEmpty());
+    EXPECT_THAT(client.take(), IsEmpty()) << "kept after its replay";
 }

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -242,12 +243,30 @@ private:
         return items.begin()[below(items.size())];
     }
 
+    /** Every byte at random; the first ones by draws of their own. */
     std::string bytes(size_t size) {
-        std::string bytes(size, static_cast<char>(mRandom()));
-        std::generate_n(bytes.begin(), std::min<size_t>(size, 16), [this] { return mRandom(); });
+        std::string bytes(size, '\0');
+        std::minstd_rand rest(static_cast<uint32_t>(mRandom()));
+        const auto own = std::min<size_t>(size, 16);
+        std::generate_n(bytes.begin(), own, [this] { return mRandom(); });
+        std::generate_n(bytes.begin() + static_cast<ptrdiff_t>(own), size - own,
+                        [&rest] { return rest() >> 8; });
         return bytes;
     }
-    size_t size() { return oneOf<size_t>({0, 1, 2, 3, 8, 15, 16, 124, 130}); }
+    /** Bytes whose words of four are zero now and then. */
+    std::string words(size_t size) {
+        std::string words = bytes(size);
+        const uint64_t zeros = mRandom() & mRandom();
+        for (size_t at = 0; at < size; ++at) {
+            words[at] = (zeros >> (at / 4 % 8) & 1) != 0 ? '\0' : words[at];
+        }
+        return words;
+    }
+    /** Around the limits of names, values and records, or anything. */
+    size_t size() {
+        return oneOf<size_t>({0,   1,   2,   3,   8,   15,  16,  63,  64,  65,  123,
+                              124, 125, 130, 255, 256, 510, 511, 512, 513, 516, below(700)});
+    }
     int result() { return oneOf({1, 3, 5, 9, -1}); }
 
     Action drawRequest() {
@@ -278,8 +297,10 @@ private:
         if (field.name == std::string("path")) {
             return {0, oneOf({"empty", "one", "full", "long", "missing"})};
         }
-        Value value{0, bytes(below(40) == 0 ? 510 : size())};
-        if (field.type->kind == Kind::STRING && below(4) != 0) {
+        const bool isText = field.type->kind == Kind::STRING;
+        // A longer property ends the process by definition, which has a test of its own.
+        Value value{0, bytes(isText ? std::min<size_t>(size(), 516) : size())};
+        if (isText && below(4) != 0) {
             std::replace(value.bytes.begin(), value.bytes.end(), '\0', 'n');
         }
         return value;
@@ -287,20 +308,23 @@ private:
 
     Record drawRecord() {
         modem_async_response response{};
-        const std::string text = bytes(size());
-        text.copy(response.payload.build.text, 500);
-        response.payload.build.length = static_cast<uint32_t>(text.size());
+        const std::string payload = words(sizeof(response.payload));
+        memcpy(response.payload.bytes, payload.data(), payload.size());
         if (below(2) == 0) {
             modem_bands_info& bands = response.payload.bands;
-            memset(&bands, 3, sizeof(bands));
             for (uint32_t* count :
                  {&bands.count1, &bands.count2, &bands.count3, &bands.count4, &bands.count5}) {
                 *count = oneOf<uint32_t>({0, 1, 2, 19, 20, 21, 50, 51, UINT32_MAX, 1U << 31});
             }
-        } else if (chance(4)) {
-            memset(response.payload.bytes, 'v', sizeof(response.payload.bytes));
-            response.payload.build.length = oneOf<uint32_t>({255, 256, 540, UINT32_MAX});
-            strike(Fault::PAYLOAD_TOO_LONG);
+        } else {
+            std::string text = bytes(std::min<size_t>(size(), 535));
+            std::replace(text.begin(), text.end(), '\0', 'v');
+            text.copy(response.payload.build.text, text.size());
+            const bool isOther = chance(4);
+            const auto length = static_cast<uint32_t>(text.size());
+            response.payload.build.length =
+                    isOther ? oneOf<uint32_t>({255, 256, 540, UINT32_MAX}) : length;
+            strike(Fault::PAYLOAD_TOO_LONG, response.payload.build.length > 255);
         }
         response.result = chance(4) ? result() : 0;
         strike(Fault::ANSWER_BAD_RESULT, response.result != 0);
@@ -317,7 +341,7 @@ private:
         const auto [number, usual] = LAYOUTS[below(std::size(LAYOUTS))];
         Action action{Action::EVENT, static_cast<uint64_t>(number)};
         std::string& data = action.record.bytes;
-        data = bytes(chance(6) ? oneOf<size_t>({0, usual - 1, usual + 1, usual + 200}) : usual);
+        data = words(chance(6) ? oneOf<size_t>({0, usual - 1, usual + 1, usual + 200}) : usual);
         action.record.isNull = chance(20);
         const auto put = [&data = data](size_t at, int value) {
             memcpy(data.data() + std::min(at, data.size()), &value,
