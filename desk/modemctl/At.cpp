@@ -10,6 +10,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "Values.h"
 #include "runtime/RuntimeDir.h"
 #include "runtime/UnixSocket.h"
 
@@ -55,7 +56,8 @@ bool takeLine(std::string& text, std::string& line) {
 
 }  // namespace
 
-ExitCode runAt(int instance, std::chrono::milliseconds timeout, const std::string& line) {
+ExitCode runAt(int instance, std::chrono::milliseconds timeout, const std::string& line,
+               bool json) {
     const runtime::UniqueFd port = openPort(instance);
     const std::string typed = line + '\r';
     if (write(port.get(), typed.data(), typed.size()) != static_cast<ssize_t>(typed.size())) {
@@ -63,6 +65,7 @@ ExitCode runAt(int instance, std::chrono::milliseconds timeout, const std::strin
     }
     const Clock::time_point deadline = Clock::now() + timeout;
     std::string text;
+    auto lines = nlohmann::ordered_json::array();
     while (Clock::now() < deadline) {
         pollfd readable{port.get(), POLLIN, 0};
         std::array<char, 1024> part{};
@@ -76,7 +79,12 @@ ExitCode runAt(int instance, std::chrono::milliseconds timeout, const std::strin
             if (reply.empty() || reply == line) {
                 continue;  // the port's echo
             }
-            std::cout << reply << std::endl;
+            lines.push_back(reply);
+            if (!json) {
+                std::cout << reply << std::endl;
+            } else if (isLast(reply)) {
+                std::cout << values::line({{"line", line}, {"reply", lines}}) << std::endl;
+            }
             if (isLast(reply)) {
                 return reply == "OK" ? ANSWERED : ANSWERED_ERROR;
             }

@@ -96,10 +96,13 @@ private:
     }
 
     [[noreturn]] void fail() const {
-        throw Failure(NO_ANSWER, mName + ": no answer in " +
-                                         CLI::detail::to_string(mOptions.timeout) + " s" +
-                                         (mDisturbance.empty() ? "" : "; ") + mDisturbance +
-                                         indented(why(isatty(STDERR_FILENO) != 0)));
+        const std::string reason = "no answer in " + CLI::detail::to_string(mOptions.timeout) +
+                                   " s" + (mDisturbance.empty() ? "" : "; ") + mDisturbance;
+        if (mOptions.json) {
+            std::cout << values::line({{"method", mName}, {"serial", mSerial}, {"failure", reason}})
+                      << std::endl;
+        }
+        throw Failure(NO_ANSWER, mName + ": " + reason + indented(why(isatty(STDERR_FILENO) != 0)));
     }
 
     ExitCode print(const hal::Method& method, ordered_json arguments) const {

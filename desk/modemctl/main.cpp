@@ -171,7 +171,7 @@ private:
                 if (words.empty()) {
                     throw Failure(WRONG_USAGE, "at: type what? such as AT+LOG=1,tc7");
                 }
-                return runAt(mOptions.instance, mOptions.patience(), words[0]);
+                return runAt(mOptions.instance, mOptions.patience(), words[0], mOptions.json);
             });
     }
 
