@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <stdexcept>
 
 #include "tests/schedules/Model.h"
 
