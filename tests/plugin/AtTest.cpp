@@ -159,28 +159,6 @@ TEST_F(AtCommand, TellsWhatTheModemWasTold) {
     EXPECT_EQ(raise({"1", "tc7"}).back(), "E processAtCommand: failed to dispatch msg");
 }
 
-// Whichever allocation fails, the tokens are freed once and what was read gets a response.
-TEST_F(AtCommand, SurvivesEveryFailingAllocation) {
-    mService.uninstall();
-    desk::setDelivery(desk::Delivery::CALLER);
-    const auto client = std::static_pointer_cast<AtQmiClient>(ModemImpl::getQmiClient(AT));
-    size_t answered = 0;
-    for (size_t failing = 0, failed = 1; failed != 0; ++failing) {
-        mService.forget();
-        const auto command = commandOf({"1", "a name that needs memory of its own"});
-        allocations::start(failing);
-        const int result = client->processAtCommand(&command, sizeof(command));
-        allocations::stop();
-        failed = allocations::failed();
-        const Lines calls = mService.modem.calls();
-        EXPECT_EQ(calls,
-                  Lines(result == ERRNO_NO_MEMORY ? 0 : 1, "modem_atlog_send_resp(42, 0, 3, 0)"))
-                << failing;
-        answered += calls.size();
-    }
-    EXPECT_GE(answered, 4U);
-}
-
 TEST(AtLogStatus, IsRetrievedWithItsIndex) {
     const std::string n34(34, 'n');
     const std::string on = "I retrieveAtLogStatus: log on = true";

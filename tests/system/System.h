@@ -84,7 +84,7 @@ constexpr double MAX_MEMORY = SANITIZED ? INFINITY : 64;  ///< MB
  * for the modem and the writer; the writer's descriptor and those of both callbacks, which stay
  * until others take their place; what the allocator keeps.
  */
-constexpr Usage LATE{10, 3, 6};
+constexpr Usage LATE{10, 3, 12};
 
 /**
  * A host; its plug-in is loaded. Unless a test stops it under load, it has to come back to what it

@@ -90,14 +90,6 @@ TEST(HidlVecTest, ownsACopyButNotWhatIsExternal) {
     EXPECT_EQ(copy, (hidl_vec<int>{4, 5}));
 }
 
-TEST(NativeHandleTest, isRefusedWhenItCannotBe) {
-    native_handle_t odd{};
-    EXPECT_EQ(native_handle_create(1025, 0), nullptr);
-    EXPECT_EQ(native_handle_create(0, 1025), nullptr);
-    EXPECT_EQ(native_handle_close(&odd) + native_handle_delete(&odd), -2 * EINVAL);
-    EXPECT_EQ(native_handle_close(nullptr) + native_handle_delete(nullptr), 0);
-}
-
 TEST(ReturnTest, failureThatNobodyLooksAtStopsTheProcess) {
     using android::hardware::Return;
     const auto fail = [] { return Return<void>(Status::fromStatusT(android::DEAD_OBJECT)); };

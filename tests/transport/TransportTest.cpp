@@ -315,40 +315,6 @@ TEST_F(TransportTest, peerThatBreaksTheRulesLosesItsConnectionAlone) {
     EXPECT_TRUE(await([&] { return countOf("fd") <= files + 2; })) << "descriptors stay open";
 }
 
-/** It asks and asks and reads a byte now and then; or none while the service has much to tell. */
-TEST_F(TransportTest, peerThatDoesNotTakeIsCutWithoutThreadsAndOthersAreServed) {
-    ASSERT_EQ(publish(), android::OK);
-    const Client good;
-    for (const bool takesBytes : {false, true}) {
-        hal::setStallLimit(takesBytes ? 200ms : 60s);
-        const int fd = connectRawWithCallback();
-        const std::shared_ptr<Connection> connection = modem->client();
-        const ptrdiff_t threads = countOf("task");
-        const sp<IModemIndication> told = modem->indication();
-        for (uint32_t id = 3; connection->isOpen(); ++id) {  // each makes it release the one before
-            const std::vector<uint8_t> call = bytesOf({20, 1, 1, id, 0, id});
-            const bool isSent = send(fd, call.data(), call.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0;
-            if (char byte = 0; takesBytes && !isSent) {
-                recv(fd, &byte, 1, 0);
-                poll(nullptr, 0, 5);
-            } else if (!takesBytes) {
-                (void)told->atLogControlInfoInd(0, 0, 0, std::string(1000, 'x')).isOk();
-            }
-            if (id % 1000 == 0) {
-                ASSERT_LE(countOf("task"), threads + 1) << "more than a writer";
-                EXPECT_TRUE(good.modem->debug({}, {}).isOk());
-            }
-        }
-        const std::string reason = connection->cutReason();
-        EXPECT_EQ(reason, takesBytes ? "peer has not taken a message within 200 ms"
-                                     : "peer has left more than 4194304 bytes untaken");
-        EXPECT_NE(failureOf(modem->indication()->powerSaveModeInd(0, 1)).find(reason),
-                  std::string::npos);
-        close(fd);
-    }
-    EXPECT_TRUE(Client().isServed(1));
-}
-
 /** The service is busy with a call. Its client's own threads wait then, instead of being cut. */
 TEST_F(TransportTest, whatComesWhileACallIsServedWaitsAsFarAsThereIsRoom) {
     std::atomic<bool> isBusy{true};
@@ -383,81 +349,6 @@ TEST_F(TransportTest, whatComesWhileACallIsServedWaitsAsFarAsThereIsRoom) {
     ASSERT_TRUE(await([&] { return !modem->client()->isOpen(); }));
     EXPECT_EQ(modem->client()->cutReason(), "too many calls instead of a reply");
     close(fd);
-}
-
-TEST_F(TransportTest, ofAllPeersTheOneThatLeavesMostIsCut) {
-    hal::setStallLimit(100s);
-    const auto caller = std::make_shared<runtime::Caller>();
-    const runtime::Caller::Scope scope(caller);
-    std::vector<std::pair<std::shared_ptr<Connection>, int>> peers(5);
-    Events cut;
-    for (size_t i = 0; i < peers.size(); ++i) {
-        peers[i] = connectionAndPeer();
-        peers[i].first->start();
-        peers[i].first->onClosed([&cut, i] { cut.add(static_cast<int>(i)); });
-    }
-    const auto leave = [&](size_t i, size_t size) {
-        Parcel args;
-        args.writeString(std::string(size, 'x'));
-        (void)peers[i].first->transact(1, 1, args).isOk();
-    };
-    for (size_t i = 0; i < 5; ++i) {
-        leave(i, 1000000);
-    }
-    leave(4, 150000);  // the last one leaves a little more
-    for (int rounds = 0; rounds < 3; ++rounds) {
-        for (size_t i = 5; i-- > 0;) {
-            leave(i, 1000000);
-        }
-    }
-    EXPECT_EQ(cut.wait(1), std::vector<int>{4});
-    for (const auto& [connection, fd] : peers) {
-        connection->close("test over");
-        close(fd);
-    }
-    EXPECT_EQ(cut.wait(peers.size()).size(), peers.size());
-    EXPECT_EQ(caller->count(runtime::Caller::BYTES), 0U);
-}
-
-TEST_F(TransportTest, thousandsUnderWayAreAllAnsweredToACallbackThatAsksOn) {
-    ASSERT_EQ(publish(), android::OK);
-    const Client client;
-    std::atomic<int> asked{0};
-    const auto ask = [&] {
-        EXPECT_TRUE(asked++ >= 9000 || client.modem->switchNRNetworkMode(1, 2).isOk());
-    };
-    client.indication->onMode = [&](int) { ask(); };
-    for (int i = 0; i < 3000; ++i) {
-        ask();
-    }
-    EXPECT_EQ(client.indication->modes.wait(9000).size(), 9000U);
-}
-
-/** Silent peers, and peers that sent a byte; a client that has called may be silent for ever. */
-TEST_F(TransportTest, placesOfPeersThatSendNoCallComeFreeAndWhoIsRefusedLearnsWhy) {
-    hal::setStallLimit(1500ms);
-    ASSERT_EQ(publish(), android::OK);
-    Client idle;
-    std::vector<int> silent;
-    while (silent.size() < hal::MAX_CLIENTS) {
-        silent.push_back(connectRaw());
-        sendRaw(silent.back(), std::vector<uint8_t>(silent.size() % 2));
-    }
-    EXPECT_NE(IModem::getService("instance0")
-                      ->setCallback(nullptr, nullptr)
-                      .description()
-                      .find("refused by the service: 64 clients are connected"),
-              std::string::npos);
-    for (const int fd : silent) {
-        char bytes[200];
-        while (recv(fd, bytes, sizeof(bytes), 0) > 0) {  // the last one's refusal
-        }
-        EXPECT_NE(errno, EAGAIN) << "still connected";
-        close(fd);
-    }
-    EXPECT_TRUE(await(
-            [] { return IModem::getService("instance0")->setCallback(nullptr, nullptr).isOk(); }));
-    EXPECT_TRUE(idle.modem->debug({}, {}).isOk());
 }
 
 TEST_F(TransportTest, threadThatCannotBeHadRefusesOneConnectionAlone) {
