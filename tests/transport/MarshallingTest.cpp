@@ -70,26 +70,6 @@ TEST(MarshallingTest, countsThatCannotBeAreRefusedBeforeAllocation) {
     }
 }
 
-TEST(HidlVecTest, ownsACopyButNotWhatIsExternal) {
-    const std::unique_ptr<int[]> here(new int[3]{1, 2, 3});
-    hidl_vec<int> external;
-    external.setToExternal(here.get(), 3);
-    hidl_vec<int> copy = external;
-    hidl_vec<int> moved = std::move(external);
-    here[0] = 9;
-    EXPECT_EQ(copy, (hidl_vec<int>{1, 2, 3}));
-    EXPECT_EQ(moved[0], 9);
-    EXPECT_EQ(external.size(), 0U);  // NOLINT(bugprone-use-after-move)
-    moved.resize(4);
-    EXPECT_EQ(moved, (hidl_vec<int>{9, 2, 3, 0}));
-    moved[1] = 8;
-    EXPECT_EQ(here[1], 2) << "resized, it has a buffer of its own";
-    moved.resize(1);
-    EXPECT_EQ(static_cast<std::vector<int>>(moved), std::vector<int>{9});
-    copy.setToExternal(new int[2]{4, 5}, 2, true);  // frees what it had, and these at the end
-    EXPECT_EQ(copy, (hidl_vec<int>{4, 5}));
-}
-
 TEST(ReturnTest, failureThatNobodyLooksAtStopsTheProcess) {
     using android::hardware::Return;
     const auto fail = [] { return Return<void>(Status::fromStatusT(android::DEAD_OBJECT)); };

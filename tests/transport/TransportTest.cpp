@@ -315,42 +315,6 @@ TEST_F(TransportTest, peerThatBreaksTheRulesLosesItsConnectionAlone) {
     EXPECT_TRUE(await([&] { return countOf("fd") <= files + 2; })) << "descriptors stay open";
 }
 
-/** The service is busy with a call. Its client's own threads wait then, instead of being cut. */
-TEST_F(TransportTest, whatComesWhileACallIsServedWaitsAsFarAsThereIsRoom) {
-    std::atomic<bool> isBusy{true};
-    modem->onSetCallback = [&](IModemIndication* callback) {
-        while (isBusy) {
-            std::this_thread::yield();
-        }
-        EXPECT_TRUE(callback == nullptr || !callback->debug({}, {}).isOk());
-    };
-    ASSERT_EQ(publish(), android::OK);
-    const sp<IModem> service = IModem::getService("instance0");
-    std::thread caller([&] { EXPECT_TRUE(service->setCallback(nullptr, nullptr).isOk()); });
-    ASSERT_TRUE(await([&] { return modem->client() != nullptr; }));
-    std::atomic<int> sent{0};
-    std::thread sender([&] {
-        for (; sent < 8; ++sent) {
-            EXPECT_TRUE(service->activateMbnByName(1, std::string(1000000, 'x')).isOk());
-        }
-    });
-    EXPECT_TRUE(await([&] { return sent == 3; }));
-    std::this_thread::sleep_for(50ms);
-    EXPECT_LE(sent, 4) << "of a megabyte: what the socket takes, two, and one more";
-    isBusy = false;
-    sender.join();
-    caller.join();
-
-    const int fd = connectRaw();  // sends calls instead of the reply to `debug`
-    sendRaw(fd, bytesOf({20, 1, 1, 1, 0, 2}));
-    for (int i = 0; i < 6; ++i) {
-        sendRaw(fd, bytesOf({1000012, 1, 16, 0}, std::string(1000000, 'x')));
-    }
-    ASSERT_TRUE(await([&] { return !modem->client()->isOpen(); }));
-    EXPECT_EQ(modem->client()->cutReason(), "too many calls instead of a reply");
-    close(fd);
-}
-
 TEST_F(TransportTest, threadThatCannotBeHadRefusesOneConnectionAlone) {
     ASSERT_EQ(publish(), android::OK);
     Client before;
