@@ -114,7 +114,8 @@ class ManyTest(unittest.TestCase):
                 for _ in range(20000):
                     peer.sendall(request)
         self.answers(["getBuildId"])
-        self.assertLess(self.usage("VmRSS"), 64 << 10)
+        if not os.environ["SANITIZER"]:  # which keeps what was freed
+            self.assertLess(self.usage("VmRSS"), 64 << 10)
         for peer in hostile:
             peer.close()
         self.until(lambda: self.usage("Threads") < threads + len(hostile) / 2, "the end of their threads")
