@@ -144,12 +144,8 @@ private:
     }
 
     void addFakeModem() {
-        add("fake", "[WORD...]: gives the fake modem a command, or those of stdin", ANY,
-            [this](const Words& words) {
-                std::istringstream line(CLI::detail::join(words, " "));
-                return runFakeModem(mOptions.instance, mOptions.patience(),
-                                    words.empty() ? std::cin : line, std::cout, mOptions.json);
-            });
+        add("fake", "[WORD...], FILE, -: gives the fake modem a command, or those of a file", ANY,
+            [this](const Words& words) { return runFakeModem(mOptions, words); });
     }
 
     void addStatus() {
