@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -32,7 +31,12 @@ using Clock = Session::Clock;
 struct Line {
     std::string text;
     Words words;
-    size_t number = 0;
+    std::string place;  ///< file and line, for an error
+
+    bool waitsForEvent() const {
+        const bool isWait = words.size() == 2 && words[0] == "wait" && words[1].size() > 3;
+        return isWait && words[1].compare(words[1].size() - 3, 3, "Ind") == 0;
+    }
 };
 
 Line parse(std::string text) {
@@ -58,10 +62,11 @@ Line parse(std::string text) {
     return line;
 }
 
-std::string joined(const Words& words, size_t from) {
+/** The value that a `wait` or `expect` is given. */
+std::string wanted(const Words& words) {
     std::string text;
-    for (size_t i = from; i < words.size(); ++i) {
-        text += (i > from ? " " : "") + words[i];
+    for (size_t i = 2; i < words.size(); ++i) {
+        text += (i > 2 ? " " : "") + words[i];
     }
     return text;
 }
@@ -112,80 +117,7 @@ private:
     std::unique_ptr<FILE, int (*)(FILE*)> mPort;
 };
 
-/** Events that came to the host's members, until they are waited for. */
-class Events {
-public:
-    Events(int instance, Clock::time_point deadline)
-        : mSession(instance, sharing::EVENTS, Clock::time_point::min()) {
-        std::optional<Arrival> arrival;
-        while (!arrival || arrival->kind != Arrival::READY) {
-            if (!(arrival = mSession.next(deadline))) {
-                throw Failure(NO_ANSWER, "the service gives no events");
-            }
-        }
-    }
-
-    /** Takes one event of that name; false when none comes until the deadline. */
-    bool take(const std::string& name, Clock::time_point deadline) {
-        while (mSeen.count(name) == 0) {
-            const auto arrival = mSession.next(deadline);
-            if (!arrival) {
-                return false;
-            }
-            if (arrival->kind == Arrival::EVENT) {
-                mSeen.insert(arrival->method->name);
-            }
-        }
-        mSeen.erase(mSeen.find(name));
-        return true;
-    }
-
-private:
-    Session mSession;
-    std::multiset<std::string> mSeen;
-};
-
-bool isEvent(const std::string& word) {
-    return word.size() > 3 && word.compare(word.size() - 3, 3, "Ind") == 0;
-}
-
-bool waitsForEvent(const Words& words) {
-    return words.size() == 2 && words[0] == "wait" && isEvent(words[1]);
-}
-
-double secondsOf(const std::string& word) {
-    std::istringstream text(word);
-    double seconds = -1;
-    if (!(text >> seconds) || !text.eof() || seconds < 0 || seconds > 86400) {
-        throw Failure(WRONG_USAGE, "sleep: '" + word + "' is no number of seconds");
-    }
-    return seconds;
-}
-
-/** Throws Failure when one of a scenario's own commands has wrong arguments. */
-void check(const Words& words) {
-    const size_t count = words.size() - 1;
-    if (words[0] == "sleep" && (count != 1 || secondsOf(words[1]) < 0)) {
-        throw Failure(WRONG_USAGE, "usage: sleep SECONDS");
-    }
-    if (words[0] == "wait" && count == 0) {
-        throw Failure(WRONG_USAGE, "usage: wait EVENT, or wait STATE [VALUE]");
-    }
-    if (words[0] == "expect" && count < 2) {
-        throw Failure(WRONG_USAGE, "usage: expect STATE VALUE");
-    }
-    if (waitsForEvent(words)) {
-        std::string names;
-        for (size_t i = 0; i < api::EVENTS.methodCount; ++i) {
-            if (words[1] == api::EVENTS.methods[i].name) {
-                return;
-            }
-            names += (i > 0 ? ", " : "") + std::string(api::EVENTS.methods[i].name);
-        }
-        throw Failure(WRONG_USAGE, "wait: '" + words[1] + "' is none of " + names);
-    }
-}
-
+/** Runs lines at the fake modem's port, and the few commands that are a scenario's own. */
 class Scenario {
 public:
     Scenario(int instance, std::chrono::milliseconds timeout)
@@ -193,21 +125,38 @@ public:
 
     /** Watches from now on, so that `wait` knows the events that came before it. */
     void watch() {
-        if (!mEvents) {
-            mEvents.emplace(mInstance, Clock::now() + mTimeout);
+        if (mSession) {
+            return;
+        }
+        const Clock::time_point deadline = Clock::now() + mTimeout;
+        mSession.emplace(mInstance, sharing::EVENTS, Clock::time_point::min());
+        std::optional<Arrival> arrival;
+        while (!arrival || arrival->kind != Arrival::READY) {
+            if (!(arrival = mSession->next(deadline))) {
+                throw Failure(NO_ANSWER, "the service gives no events");
+            }
         }
     }
 
     /** The reply to one line. @throws Failure when it is a command of its own and fails */
     Words run(const Line& line) {
-        check(line.words);
         const std::string& command = line.words[0];
-        if (command == "sleep") {
-            std::this_thread::sleep_for(std::chrono::duration<double>(secondsOf(line.words[1])));
-        } else if (command == "wait") {
-            wait(line.words);
-        } else if (command == "expect") {
-            expect(line.words);
+        const size_t count = line.words.size() - 1;
+        if (command == "sleep" && count == 1) {
+            sleep(line.words[1]);
+        } else if (line.waitsForEvent()) {
+            waitForEvent(line.words[1]);
+        } else if (command == "wait" && count > 0) {
+            waitForState(line.words);
+        } else if (command == "expect" && count > 1) {
+            const auto value = state(line.words[1]);
+            if (value != wanted(line.words)) {
+                throw Failure(ANSWERED_ERROR, "expect: " + show(line.words[1], value));
+            }
+        } else if (command == "sleep" || command == "wait" || command == "expect") {
+            throw Failure(
+                    WRONG_USAGE,
+                    "usage: sleep SECONDS, wait EVENT, wait STATE [VALUE], expect STATE VALUE");
         } else {
             return mPort.ask(line.text);
         }
@@ -215,74 +164,77 @@ public:
     }
 
 private:
-    /** A value of the modem's state, such as "up bound 0"; none when there is no such key. */
-    std::optional<std::string> state(const std::string& key) const {
-        for (const std::string& line : mPort.ask("state \"" + key + '"')) {
-            if (line == key || line.rfind(key + ' ', 0) == 0) {
-                const size_t begin = line.find_first_not_of(' ', key.size());
-                return begin == std::string::npos ? "" : line.substr(begin);
-            }
+    static void sleep(const std::string& word) {
+        char* end = nullptr;
+        const double seconds = strtod(word.c_str(), &end);
+        if (*end != '\0' || !(seconds >= 0 && seconds < 86400)) {
+            throw Failure(WRONG_USAGE, "sleep: '" + word + "' is no number of seconds");
         }
-        return std::nullopt;
+        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
     }
 
-    void wait(const Words& words) {
-        const Clock::time_point deadline = Clock::now() + mTimeout;
-        const std::string late = " in " + std::to_string(mTimeout.count()) + " ms";
-        if (waitsForEvent(words)) {
-            watch();
-            if (!mEvents->take(words[1], deadline)) {
-                throw Failure(NO_ANSWER, "wait: no " + words[1] + late);
-            }
-            return;
+    void waitForEvent(const std::string& name) {
+        const hal::Method* const end = api::EVENTS.methods + api::EVENTS.methodCount;
+        if (std::none_of(api::EVENTS.methods, end,
+                         [&](const hal::Method& event) { return name == event.name; })) {
+            throw Failure(WRONG_USAGE, "wait: the service has no event '" + name + '\'');
         }
-        for (auto value = state(words[1]); !value || !isWanted(*value, words);
-             value = state(words[1])) {
+        watch();
+        const Clock::time_point deadline = Clock::now() + mTimeout;
+        while (mEvents.count(name) == 0) {
+            const auto arrival = mSession->next(deadline);
+            if (!arrival) {
+                throw Failure(NO_ANSWER, "wait: no " + name + " in time");
+            }
+            if (arrival->kind == Arrival::EVENT) {
+                mEvents.insert(arrival->method->name);
+            }
+        }
+        mEvents.erase(mEvents.find(name));
+    }
+
+    void waitForState(const Words& words) const {
+        const Clock::time_point deadline = Clock::now() + mTimeout;
+        for (;;) {
+            const auto value = state(words[1]);
+            if (value && (words.size() == 2 || value == wanted(words))) {
+                return;
+            }
             if (Clock::now() > deadline) {
-                throw Failure(NO_ANSWER, "wait: " + words[1] + differs(value) + late);
+                throw Failure(NO_ANSWER, "wait: " + show(words[1], value));
             }
             std::this_thread::sleep_for(10ms);
         }
     }
 
-    void expect(const Words& words) const {
-        const auto value = state(words[1]);
-        if (!value || !isWanted(*value, words)) {
-            throw Failure(ANSWERED_ERROR, "expect: " + words[1] + differs(value));
+    /** A value of the modem's state, such as "up bound 0"; none when there is no such key. */
+    std::optional<std::string> state(const std::string& key) const {
+        for (const std::string& line : mPort.ask("state \"" + key + '"')) {
+            if (line.rfind(key + ' ', 0) == 0) {
+                return line.substr(std::min(line.size(), line.find_first_not_of(' ', key.size())));
+            }
         }
+        return std::nullopt;
     }
 
-    static bool isWanted(const std::string& value, const Words& words) {
-        return words.size() == 2 || value == joined(words, 2);
-    }
-
-    static std::string differs(const std::optional<std::string>& value) {
-        return value ? " is '" + *value + '\'' : " is not there";
+    static std::string show(const std::string& key, const std::optional<std::string>& value) {
+        return key + (value ? " is '" + *value + '\'' : " is not there");
     }
 
     const int mInstance;
     const std::chrono::milliseconds mTimeout;
     const Port mPort;
-    std::optional<Events> mEvents;
+    std::optional<Session> mSession;
+    std::multiset<std::string> mEvents;  ///< came, and not waited for yet
 };
 
-/** Runs `work` on a line; its failure names file and line. */
-template <class Work>
-auto located(const std::string& file, const Line& line, Work&& work) {
-    try {
-        return work(line);
-    } catch (const Failure& failure) {
-        const std::string place = file + ':' + std::to_string(line.number) + ": ";
-        throw Failure(failure.code, (file.empty() ? "" : place) + failure.what());
-    }
-}
-
 /** The next line that has a word; none at the end. */
-std::optional<Line> nextLine(std::istream& commands, size_t& number) {
+std::optional<Line> nextLine(std::istream& commands, const std::string& file, size_t& number) {
     for (std::string text; std::getline(commands, text);) {
         Line line = parse(text);
-        line.number = ++number;
+        ++number;
         if (!line.words.empty()) {
+            line.place = file.empty() ? "" : file + ':' + std::to_string(number) + ": ";
             return line;
         }
     }
@@ -320,41 +272,35 @@ bool isFile(const Words& words) {
 
 ExitCode runFakeModem(int instance, std::chrono::milliseconds timeout, std::istream& commands,
                       std::ostream& out, bool json, const std::string& file) {
-    const bool isFile = !file.empty();
-    std::deque<Line> ahead;
-    size_t number = 0;
-    for (std::optional<Line> line; isFile && (line = nextLine(commands, number));) {
-        located(file, *line, [](const Line& checked) { check(checked.words); });
-        ahead.push_back(std::move(*line));
-    }
     Scenario scenario(instance, timeout);
-    if (std::any_of(ahead.begin(), ahead.end(),
-                    [](const Line& line) { return waitsForEvent(line.words); })) {
-        scenario.watch();
-    }
-    const auto next = [&] {
-        if (!isFile) {
-            return nextLine(commands, number);
-        }
-        std::optional<Line> line;
-        if (!ahead.empty()) {
-            line = std::move(ahead.front());
-            ahead.pop_front();
-        }
-        return line;
-    };
     ExitCode result = ANSWERED;
-    while (const auto line = next()) {
-        located(file, *line, [&](const Line& command) {
-            const Words reply = scenario.run(command);
-            const bool isGood = reply.back() == "ok";
-            print(out, json, command, reply);
-            if (!isGood && isFile) {
+    const auto run = [&](const Line& line) {
+        try {
+            const Words reply = scenario.run(line);
+            print(out, json, line, reply);
+            if (reply.back() != "ok") {
+                result = ANSWERED_ERROR;
+            }
+            if (reply.back() != "ok" && !file.empty()) {
                 throw Failure(ANSWERED_ERROR, reply.back().substr(strlen("error: ")));
             }
-            result = isGood ? result : ANSWERED_ERROR;
-        });
+        } catch (const Failure& failure) {
+            throw Failure(failure.code, line.place + failure.what());
+        }
+    };
+    std::vector<Line> lines;  // of a file; a person has a reply behind each line
+    size_t number = 0;
+    while (auto line = nextLine(commands, file, number)) {
+        if (file.empty()) {
+            run(*line);
+            continue;
+        }
+        lines.push_back(*line);
+        if (line->waitsForEvent()) {
+            scenario.watch();
+        }
     }
+    std::for_each(lines.begin(), lines.end(), run);
     return result;
 }
 

@@ -13,8 +13,7 @@
  *
  * @param json a command and the lines of its reply as one JSON object on a line
  * @param timeout how long a reply may stay away, and what is waited for
- * @param file when given: all lines are checked before the first one is run, and the first error
- *     ends the run with a Failure that names file and line
+ * @param file when given, the first error ends the run with a Failure that names file and line
  * @return the status of the last command that failed, ANSWERED when none did
  * @throws Failure when there is no fake modem, or it goes away or does not reply
  */

@@ -27,13 +27,13 @@ class TestingTest(unittest.TestCase):
             for scenario in blocks("scenario"):
                 host.fake(scenario)
             for lines, status, reason in (
-                    ("\nwait modemRRCStateInd", 4, "stdin:2: wait: no modemRRCStateInd in 100 ms"),
-                    ("wait radio-report on", 4, "stdin:1: wait: radio-report is 'off' in"),
+                    ("\nwait modemRRCStateInd", 4, "stdin:2: wait: no modemRRCStateInd in time"),
+                    ("wait radio-report on", 4, "stdin:1: wait: radio-report is 'off'"),
                     ("expect nv.0.5 1", 1, "stdin:1: expect: nv.0.5 is not there"),
                     ("forget\n#\nrrc 1 x 0 0", 1, "stdin:3: rrc: argument 2 'x' is not a number"),
                     ("forget\nsleep 1s", 2, "stdin:2: sleep: '1s' is no number of seconds"),
-                    ("wait modemRrcInd", 2, "stdin:1: wait: 'modemRrcInd' is none of modemRRCS"),
-                    ("expect build-id", 2, "stdin:1: usage: expect STATE VALUE")):
+                    ("wait modemRrcInd", 2, "stdin:1: wait: the service has no event 'modemRrcInd'"),
+                    ("expect build-id", 2, "stdin:1: usage: sleep SECONDS, wait")):
                 with self.subTest(lines), self.assertRaises(ModemError) as raised:
                     host.fake(lines, timeout=0.1)
                 self.assertEqual(raised.exception.status, status)
