@@ -1,9 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <stdexcept>
 #include <type_traits>
 
 #include "Modem.h"
+#include "runtime/ErrorOutput.h"
 
 /** Steps that the functions of the API share. `function` is always the C function's name. */
 namespace fake {
@@ -24,14 +26,19 @@ inline int resultIf(bool success) {
     return success ? MODEM_API_RESULT_SUCCESS : MODEM_API_RESULT_FAILURE;
 }
 
-/** Runs `work` and gives its result; success when it returns none. */
+/** Runs `work` and gives its result: success when it returns none, failure when it throws. */
 template <class Work, class... Arguments>
 int resultOf(Work& work, Arguments&... arguments) {
-    if constexpr (std::is_void_v<std::invoke_result_t<Work&, Arguments&...>>) {
-        work(arguments...);
-        return MODEM_API_RESULT_SUCCESS;
-    } else {
-        return work(arguments...);
+    try {
+        if constexpr (!std::is_void_v<std::invoke_result_t<Work&, Arguments&...>>) {
+            return work(arguments...);
+        } else {
+            work(arguments...);
+            return MODEM_API_RESULT_SUCCESS;
+        }
+    } catch (const std::logic_error& error) {
+        runtime::ErrorOutput::get().print("fake modem: %s", error.what());
+        return MODEM_API_RESULT_FAILURE;
     }
 }
 
@@ -54,12 +61,12 @@ int request(const char* function, Needs needs, Work&& work) {
 template <class Value>
 int readNumber(const char* function, Needs needs, const char* name, Value* value) {
     return request(function, needs, [&](const Memory& memory) {
-        *value = static_cast<Value>(memory.numbers.at(name));
+        *value = static_cast<Value>(valueOf(memory.numbers, name));
     });
 }
 
 inline int writeNumber(const char* function, Needs needs, const char* name, int64_t value) {
-    return request(function, needs, [&](Memory& memory) { memory.numbers.at(name) = value; });
+    return request(function, needs, [&](Memory& memory) { valueOf(memory.numbers, name) = value; });
 }
 
 /** An asynchronous function; `work` fills the answer and gives the result in it. */
@@ -80,7 +87,7 @@ int requestAsync(const char* function, void* cookie, modem_api_async_callback ca
 inline int writeNumberAsync(const char* function, const char* name, int64_t value, void* cookie,
                             modem_api_async_callback callback) {
     return requestAsync(function, cookie, callback,
-                        [&](Memory& memory, auto&) { memory.numbers.at(name) = value; });
+                        [&](Memory& memory, auto&) { valueOf(memory.numbers, name) = value; });
 }
 
 /** A function answered by an event; `work` fills the event and gives the result in it. */
@@ -98,7 +105,7 @@ int requestEvent(const char* function, modem_api_event_type number, int32_t toke
 }
 
 /**
- * Gives `content` out as a read does: as many bytes as fit, and in `length` their number. A knob
+ * Gives `content` out as a read does: as many bytes as fit, and in `length` their number. A fault
  * may make that number greater than the buffer; content that is too large by itself is refused.
  */
 inline int produce(const char* function, const void* content, size_t size, void* buffer,
@@ -106,7 +113,7 @@ inline int produce(const char* function, const void* content, size_t size, void*
     if (size > *length) {
         return MODEM_API_RESULT_FAILURE;
     }
-    const Bytes bytes = Modem::get().knobs().shape(function, content, size);
+    const Bytes bytes = Modem::get().faults().shape(function, content, size);
     std::copy_n(bytes.begin(), std::min(bytes.size(), *length), static_cast<uint8_t*>(buffer));
     *length = bytes.size();
     return MODEM_API_RESULT_SUCCESS;

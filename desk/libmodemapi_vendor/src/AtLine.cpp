@@ -1,7 +1,6 @@
 #include "AtLine.h"
 
-#include <strings.h>
-
+#include <regex>
 #include <utility>
 
 #include "Text.h"
@@ -11,32 +10,8 @@ namespace fake {
 
 namespace {
 
-std::string_view trimmed(std::string_view text) {
-    const size_t begin = text.find_first_not_of(' ');
-    return begin == text.npos ? std::string_view()
-                              : text.substr(begin, text.find_last_not_of(' ') - begin + 1);
-}
-
-bool equalsIgnoringCase(std::string_view text, std::string_view other) {
-    return text.size() == other.size() && strncasecmp(text.data(), other.data(), other.size()) == 0;
-}
-
-AtRequest parseExtended(std::string_view body) {
-    const size_t equals = body.find('=');
-    AtRequest request{AtRequest::EXTENDED, std::string(trimmed(body.substr(0, equals)))};
-    if (request.name.find('?') != std::string::npos) {
-        return {AtRequest::ERROR};
-    }
-    const auto arguments = equals == body.npos ? "" : trimmed(body.substr(equals + 1));
-    if (arguments.empty()) {
-        return request;
-    }
-    auto tokens = splitQuoted(arguments, ',');
-    if (!tokens || tokens->size() > MODEM_ATLOG_TOKENS_MAX || arguments == "?") {
-        return {AtRequest::ERROR};
-    }
-    request.tokens = std::move(*tokens);
-    return request;
+const auto& expression(const char* text) {
+    return *new std::regex(text, std::regex::icase);
 }
 
 }  // namespace
@@ -62,22 +37,33 @@ std::optional<std::string> AtLine::feed(char byte, std::string& output) {
     return line;
 }
 
-AtRequest parseAtLine(std::string_view line) {
-    const std::string_view text = trimmed(line);
-    if (text.empty()) {
-        return {AtRequest::NOTHING};
-    }
-    if (line.size() > AtLine::LENGTH_MAX || !equalsIgnoringCase(text.substr(0, 2), "AT")) {
+AtRequest parseAtLine(const std::string& line) {
+    static const auto& PLAIN = expression(" *(?:AT *(E?)([01]?) *)?");
+    static const auto& EXTENDED = expression(" *AT *(\\+[^=?]*?) *(?:= *(.*?) *)?");
+    std::smatch parts;
+    if (line.size() > AtLine::LENGTH_MAX) {
         return {AtRequest::ERROR};
     }
-    const std::string_view body = trimmed(text.substr(2));
-    if (body.empty() || equalsIgnoringCase(body, "E1")) {
-        return {body.empty() ? AtRequest::OK : AtRequest::ECHO_ON};
+    if (line.find_first_not_of(' ') == line.npos) {
+        return {AtRequest::NOTHING};
     }
-    if (equalsIgnoringCase(body, "E") || equalsIgnoringCase(body, "E0")) {
-        return {AtRequest::ECHO_OFF};
+    if (std::regex_match(line, parts, PLAIN) && parts[1].length() >= parts[2].length()) {
+        return {parts[1].length() == 0 ? AtRequest::OK
+                : parts[2] == "1"      ? AtRequest::ECHO_ON
+                                       : AtRequest::ECHO_OFF};
     }
-    return body.front() == '+' ? parseExtended(body) : AtRequest{AtRequest::ERROR};
+    if (!std::regex_match(line, parts, EXTENDED) || parts[2] == "?") {
+        return {AtRequest::ERROR};
+    }
+    AtRequest request{AtRequest::EXTENDED, parts[1]};
+    const auto tokens = splitQuoted(parts[2].str(), ',');
+    if (!tokens || tokens->size() > MODEM_ATLOG_TOKENS_MAX) {
+        return {AtRequest::ERROR};
+    }
+    if (parts[2].length() > 0) {
+        request.tokens = *tokens;
+    }
+    return request;
 }
 
 }  // namespace fake

@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace fake {
@@ -36,6 +35,6 @@ struct AtRequest {
 };
 
 /** Reads a line by its form alone: an EXTENDED command may have a name that nobody registered. */
-AtRequest parseAtLine(std::string_view line);
+AtRequest parseAtLine(const std::string& line);
 
 }  // namespace fake

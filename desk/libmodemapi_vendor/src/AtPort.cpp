@@ -13,7 +13,7 @@
 #include <system_error>
 #include <thread>
 
-#include "modem_api.h"
+#include "Modem.h"
 #include "runtime/ErrorOutput.h"
 
 namespace fake {
@@ -59,9 +59,7 @@ void makeLink(const std::string& link, const std::string& target) {
 
 }  // namespace
 
-std::string AtPort::open(const std::string& link, Hand hand, Timeout timeout) {
-    mHand = std::move(hand);
-    mTimeout = std::move(timeout);
+std::string AtPort::open(const std::string& link) {
     // Non-blocking: output that no terminal reads is lost, as on a cable with nobody at its end.
     mMaster = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     char path[64];
@@ -101,24 +99,23 @@ bool AtPort::isDone(const AtRequest& request) {
 }
 
 bool AtPort::hold(const AtRequest& request) {
-    const auto timeout = mTimeout();
+    Modem& modem = Modem::get();
+    const auto timeout = modem.timeOf("at-timeout-ms");
     std::unique_lock lock(mMutex);
     if (mRegistered.empty() || strcasecmp(request.name.c_str(), mRegistered.c_str()) != 0) {
         return false;
     }
-    mTyped = ++mLastHandle;
-    mSuccess = false;
-    AtCommand command{mTyped,
-                      MODEM_ATLOG_OP_CODE,
-                      request.name,
-                      static_cast<uint16_t>(request.tokens.size()),
-                      {request.tokens.begin(), request.tokens.end()}};
     lock.unlock();
-    mHand(std::move(command));
+    const uint64_t handle = post();
+    modem.raiseAtCommand({handle,
+                          MODEM_ATLOG_OP_CODE,
+                          request.name,
+                          static_cast<uint16_t>(request.tokens.size()),
+                          {request.tokens.begin(), request.tokens.end()}});
     lock.lock();
-    mEnded.wait_for(lock, timeout, [this] { return mTyped == 0; });
-    mTyped = 0;
-    return mSuccess;
+    mEnded.wait_for(lock, timeout, [&] { return mOpen != handle; });
+    mOpen = mOpen == handle ? 0 : mOpen;
+    return mSucceeded == handle;
 }
 
 void AtPort::registerName(const std::string& name) {
@@ -129,26 +126,24 @@ void AtPort::registerName(const std::string& name) {
 void AtPort::forget() {
     std::lock_guard lock(mMutex);
     mRegistered.clear();
-    mTyped = 0;
-    mPosted = 0;
+    mOpen = 0;
     mEnded.notify_all();
 }
 
 uint64_t AtPort::post() {
     std::lock_guard lock(mMutex);
-    return mPosted = ++mLastHandle;
+    mEnded.notify_all();
+    return mOpen = ++mLastHandle;
 }
 
 bool AtPort::finish(uint64_t handle, bool success) {
     std::lock_guard lock(mMutex);
-    if (handle == 0 || (handle != mTyped && handle != mPosted)) {
+    if (handle == 0 || handle != mOpen) {
         return false;
     }
-    if (handle == mTyped) {
-        mSuccess = success;
-        mEnded.notify_all();
-    }
-    (handle == mTyped ? mTyped : mPosted) = 0;
+    mOpen = 0;
+    mSucceeded = success ? handle : mSucceeded;
+    mEnded.notify_all();
     return true;
 }
 
@@ -160,10 +155,7 @@ void AtPort::show(const std::string& text) const {
 
 std::vector<std::pair<std::string, std::string>> AtPort::describe() const {
     std::lock_guard lock(mMutex);
-    return {{"at.port", mPath},
-            {"at.registered", mRegistered},
-            {"at.open", std::to_string(mTyped)},
-            {"at.posted", std::to_string(mPosted)}};
+    return {{"at.port", mPath}, {"at.registered", mRegistered}, {"at.open", std::to_string(mOpen)}};
 }
 
 }  // namespace fake

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -30,17 +28,14 @@ struct AtCommand {
  */
 class AtPort {
 public:
-    using Hand = std::function<void(AtCommand)>;
-    using Timeout = std::function<std::chrono::milliseconds()>;
-
     /** Opens the pseudo-terminal, links it as `link`, gives its path. Throws std::system_error. */
-    std::string open(const std::string& link, Hand hand, Timeout timeout);
+    std::string open(const std::string& link);
 
     void registerName(const std::string& name);
     /** Forgets the registered name and ends open commands with an error: the AT service is down. */
     void forget();
 
-    /** Registers a command of the text port as open, in place of an earlier one; its handle. */
+    /** Makes another command the open one, in place of an earlier one; its handle. */
     uint64_t post();
     /** Ends the open command of that handle, with OK or ERROR at its terminal; false: not open. */
     bool finish(uint64_t handle, bool success);
@@ -53,8 +48,6 @@ private:
     bool hold(const AtRequest& request);
     void show(const std::string& text) const;
 
-    Hand mHand;
-    Timeout mTimeout;
     int mMaster = -1;
     std::string mPath;
     AtLine mLine;
@@ -63,9 +56,8 @@ private:
     std::condition_variable mEnded;
     std::string mRegistered;
     uint64_t mLastHandle = 0;
-    uint64_t mTyped = 0;   ///< handle of the open command that was typed, or 0
-    uint64_t mPosted = 0;  ///< handle of the open command that was not typed, or 0
-    bool mSuccess = false;
+    uint64_t mOpen = 0;       ///< handle of the open command, or 0
+    uint64_t mSucceeded = 0;  ///< handle of the last command that ended with success
 };
 
 }  // namespace fake

@@ -90,10 +90,10 @@ public:
         }
     }
 
-    /** Changes the knobs of the function that is the first argument. */
+    /** Changes the fault of the function that is the first argument. */
     template <class Change>
     void edit(Change&& change) const {
-        modem.knobs().edit(text(1), std::forward<Change>(change));
+        modem.faults().edit(text(1), std::forward<Change>(change));
     }
 
     void print(const std::string& key, size_t width, const std::string& value) {

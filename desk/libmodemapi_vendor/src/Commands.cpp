@@ -5,7 +5,6 @@
 
 #include "ApiFunctions.h"
 #include "Call.h"
-#include "KnobCommands.h"
 
 namespace fake {
 
@@ -20,12 +19,7 @@ struct Command {
 
 void state(Call& call) {
     const std::string prefix = call.count() > 0 ? call.text(1) : "";
-    // Families of which there may be none at the moment.
-    bool isKnown = false;
-    for (const char* family :
-         {"mbn.", "mbn-selected.", "mbn-active.", "property.", "nv.", "efs.", "prl.", "profile."}) {
-        isKnown = isKnown || prefix == family;
-    }
+    bool isKnown = !prefix.empty() && prefix.back() == '.';  // there may be none at the moment
     for (const auto& [key, value] : call.modem.describe()) {
         if (key.rfind(prefix, 0) == 0) {
             call.print(key, 20, value);
@@ -81,7 +75,7 @@ void set(Call& call) {
             number->second =
                     call.only(2, isTime ? 0 : INT32_MIN, isTime ? MS_GREATEST : UINT32_MAX);
         } else {
-            call.refuse(1, "is no plain value of the memory; 'help keys' lists them");
+            call.refuse(1, "is no plain value of the memory; 'state' lists them");
         }
     });
 }
@@ -149,7 +143,7 @@ void rrc(Call& call) {
 
 void powerSave(Call& call) {
     const auto mode = call.number<int32_t>(1);
-    call.modem.with([&](Memory& memory) { memory.numbers.at("power-save-mode") = mode; });
+    call.modem.with([&](Memory& memory) { valueOf(memory.numbers, "power-save-mode") = mode; });
     call.raise(MODEM_API_EVENT_POWER_SAVE_MODE, modem_power_save_mode_event{0, mode});
 }
 
@@ -177,10 +171,108 @@ void at(Call& call) {
     call.modem.raiseAtCommand(std::move(command));
 }
 
+constexpr int64_t RECORD_LARGEST = 65536;
+constexpr size_t PATCHES_MAX = 64;
+
+/**
+ * A 32-bit field that `patch` knows by its name: its offset in the answers of those functions whose
+ * names begin with `functions`. The first entry that fits counts.
+ */
+struct Field {
+    const char* name;
+    const char* functions;
+    size_t offset;
+};
+
+constexpr Field FIELDS[] = {
+        {"result", "modem_pdc_", offsetof(modem_pdc_active_info_event, result)},
+        {"token", "modem_pdc_", offsetof(modem_pdc_active_info_event, token)},
+        {"length", "modem_pdc_get_activate_config_info",
+         offsetof(modem_pdc_active_info_event, config_id_length)},
+        {"length", "modem_pdc_get_config_info",
+         offsetof(modem_pdc_meta_info_event, metadata_length)},
+        {"length", "modem_get_build_", offsetof(modem_async_response, payload)},
+        {"result", "modem_", offsetof(modem_async_response, result)},
+};
+
+/** Offset and bytes of a patch; after a named field comes a number, after an offset come bytes. */
+std::pair<size_t, Bytes> patchOf(const Call& call) {
+    for (const auto& [name, functions, offset] : FIELDS) {
+        if (call.text(2) == name && call.text(1).rfind(functions, 0) == 0) {
+            return {offset, toBytes(static_cast<uint32_t>(call.only(3, INT32_MIN, UINT32_MAX)))};
+        }
+    }
+    if (call.text(2).find_first_not_of("0123456789abcdefxABCDEF") != std::string::npos) {
+        call.refuse(2, "is neither an offset nor size, result, token or length of this function");
+    }
+    return {static_cast<size_t>(call.number(2, 0, RECORD_LARGEST)), call.bytes(3)};
+}
+
+void fail(Call& call) {
+    const auto code = call.count() < 2 ? MODEM_API_RESULT_FAILURE : call.number<int32_t>(2);
+    const auto times = call.count() < 3 ? UINT32_MAX : call.number<uint32_t>(3);
+    const auto after = call.count() < 4 ? 0 : call.number<uint32_t>(4);
+    call.edit([&](Fault& fault) {
+        fault.failCode = code;
+        fault.failTimes = times;
+        fault.failAfter = after;
+    });
+}
+
+void delay(Call& call) {
+    const std::string& text = call.text(2);
+    const size_t dash = text.find('-', 1);
+    const std::string upper = dash == text.npos ? text : text.substr(dash + 1);
+    const Milliseconds least(call.toNumber(2, text.substr(0, dash), 0, MS_GREATEST));
+    const Milliseconds greatest(call.toNumber(2, upper, least.count(), MS_GREATEST));
+    call.edit([&](Fault& fault) { fault.delay = {least, greatest}; });
+}
+
+void silence(Call& call) {
+    call.edit([](Fault& fault) { fault.silent = true; });
+}
+
+void patch(Call& call) {
+    if (call.text(2) == "size") {
+        const auto size = static_cast<size_t>(call.only(3, 0, RECORD_LARGEST));
+        call.edit([&](Fault& fault) { fault.recordSize = size; });
+        return;
+    }
+    const auto change = patchOf(call);
+    call.edit([&](Fault& fault) {
+        if (fault.patches.size() >= PATCHES_MAX && fault.patches.count(change.first) == 0) {
+            call.refuse(1, "has " + std::to_string(PATCHES_MAX) + " patches already");
+        }
+        fault.patches[change.first] = change.second;
+    });
+}
+
+void ok(Call& call) {
+    call.edit([](Fault& fault) {
+        const uint64_t calls = fault.calls;
+        fault = {};
+        fault.calls = calls;
+    });
+}
+
+void clear(Call& call) {
+    call.modem.faults().clear();
+}
+
+void calls(Call& call) {
+    if (call.count() > 0) {
+        call.edit([&](Fault& fault) { call.output = std::to_string(fault.calls) + "\n"; });
+        return;
+    }
+    for (const auto& [function, fault] : call.modem.faults().all()) {
+        call.print(function, 42, std::to_string(fault.calls));
+    }
+}
+
 void help(Call& call);
 
 constexpr Command COMMANDS[] = {
-        {"help", "[LIST]", "this list, or one of: functions, keys, services", help},
+        {"help", "[functions]", "this list, or the functions of the modem API", help},
         {"state", "[PREFIX]", "what the modem remembers, keys that begin so", state},
         {"set", "KEY VALUE...", "a plain value of the memory", set},
         {"bands", "LIST COUNT [VALUE...]", "band list 1 to 5, with any count", bands},
@@ -201,40 +293,20 @@ constexpr Command COMMANDS[] = {
         {"silence", "FUNCTION", "answers never come", silence},
         {"patch", "FUNCTION FIELD VALUE...",
          "answers have this in a field: size, result, token, length, or bytes at an offset", patch},
-        {"ok", "FUNCTION", "all knobs of the function off", heal},
-        {"clear", "", "all knobs off, all counts zero", clear},
+        {"ok", "FUNCTION", "the function has no fault any more", ok},
+        {"clear", "", "all faults off, all counts zero", clear},
         {"calls", "[FUNCTION]", "how often functions were called", calls},
 };
 
-void listNames(Call& call) {
-    std::vector<std::string> names;
-    if (call.text(1) == "functions") {
-        names.assign(std::begin(API_FUNCTIONS), std::end(API_FUNCTIONS));
-    } else if (call.text(1) == "services") {
-        for (const ServiceName& service : SERVICES) {
-            names.emplace_back(service.name);
-        }
-    } else if (call.text(1) == "keys") {
-        call.modem.with([&](const Memory& memory) {
-            for (const auto& entry : memory.numbers) {
-                names.push_back(entry.first);
-            }
-            for (const auto& entry : memory.texts) {
-                names.push_back(entry.first);
-            }
-        });
-    } else {
-        call.refuse(1, "is none of functions, keys, services");
-    }
-    for (const std::string& name : names) {
-        call.print(name, 0, "");
-    }
-}
-
 /** A line for each command: its word and arguments, then its comment behind " # ". */
 void help(Call& call) {
+    if (call.count() > 0 && call.text(1) != "functions") {
+        call.refuse(1, "is not 'functions'");
+    }
     if (call.count() > 0) {
-        listNames(call);
+        for (const char* function : API_FUNCTIONS) {
+            call.print(function, 0, "");
+        }
         return;
     }
     for (const Command& command : COMMANDS) {

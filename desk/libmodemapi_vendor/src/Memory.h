@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,26 +46,26 @@ struct Configuration {
     bool isComplete() const { return data.size() == total; }
 
     /**
-     * Adds a chunk. Chunks carry no offset, so a load that starts over is known by another total,
-     * or by its first chunk coming again. A first chunk that comes again may also be part of a file
-     * that repeats itself: it is kept, and `mRepeat` remembers where. If then more chunks come than
-     * the total has room for, it was a new load, and what came before that place is dropped.
-     *
-     * @return false when the chunk runs beyond the end
+     * Adds a chunk, of at most `ofTotal` bytes. Chunks carry no offset: another total, a chunk
+     * beyond the end, or one behind a complete load begins anew.
      */
-    bool add(const uint8_t* chunk, size_t length, size_t ofTotal);
-
-private:
-    bool isFirstChunk(const uint8_t* chunk, size_t length) const;
-
-    size_t mFirstLength = 0;  ///< bytes of the first chunk
-    size_t mRepeat = 0;       ///< offset from which on `data` equals its own beginning; 0 for none
+    void add(const uint8_t* chunk, size_t length, size_t ofTotal);
 };
 
 struct Bands {
     uint32_t count;
     std::vector<uint32_t> values;
 };
+
+/** The value of a key that the modem itself uses; without one, names the key that Memory lacks. */
+template <class Values>
+auto& valueOf(Values& values, const std::string& key) {
+    const auto found = values.find(key);
+    if (found == values.end()) {
+        throw std::logic_error("the fake modem's Memory has no default for '" + key + '\'');
+    }
+    return found->second;
+}
 
 /** The configuration that the modem has of its own. */
 constexpr char FACTORY_CONFIGURATION[] = "factory";
@@ -107,7 +108,7 @@ struct Memory {
     /** Forgets configurations that have come in part: the load was interrupted. */
     void dropUnfinished();
 
-    Milliseconds time(const char* name) const { return Milliseconds(numbers.at(name)); }
+    Milliseconds time(const char* name) const { return Milliseconds(valueOf(numbers, name)); }
 };
 
 /** Copies `text`, at most `room` characters of it. */

@@ -35,9 +35,7 @@ void Modem::startPorts() {
             const std::string port = runtime::fakeModemPort(instance);
             serveTextPort(port, runCommand);
             const std::string link = runtime::atPort(instance);
-            const std::string terminal = mAtPort.open(
-                    link, [this](AtCommand command) { raiseAtCommand(std::move(command)); },
-                    [this] { return timeOf("at-timeout-ms"); });
+            const std::string terminal = mAtPort.open(link);
             runtime::ErrorOutput::get().print("fake modem: text port %s, AT port %s (%s)",
                                               port.c_str(), link.c_str(), terminal.c_str());
         } catch (const std::exception& error) {
@@ -48,7 +46,7 @@ void Modem::startPorts() {
 }
 
 int Modem::admit(const char* function, Needs needs, bool isAnsweredLater) {
-    if (const int code = mKnobs.enter(function, !isAnsweredLater); code != 0) {
+    if (const int code = mFaults.enter(function, !isAnsweredLater); code != 0) {
         return code;
     }
     if (isAnsweredLater && !(mAnswers.takesMore() && mEvents.takesMore())) {
@@ -73,9 +71,9 @@ Milliseconds Modem::timeOf(const char* name) {
 
 void Modem::answer(const char* function, const modem_async_response& response, void* cookie,
                    modem_api_async_callback callback) {
-    mAnswers.post(mKnobs.answerDelay(function, timeOf("latency-ms")),
+    mAnswers.post(mFaults.answerDelay(function, timeOf("latency-ms")),
                   [callback, cookie, result = response.result,
-                   bytes = mKnobs.shape(function, &response, sizeof(response))] {
+                   bytes = mFaults.shape(function, &response, sizeof(response))] {
                       callback(bytes.empty() ? nullptr : bytes.data(), bytes.size(), cookie,
                                result);
                   });
@@ -83,8 +81,8 @@ void Modem::answer(const char* function, const modem_async_response& response, v
 
 void Modem::answerByEvent(const char* function, modem_api_event_type event, const void* record,
                           size_t size) {
-    mEvents.post(mKnobs.answerDelay(function, timeOf("latency-ms")),
-                 [this, event, bytes = mKnobs.shape(function, record, size)] {
+    mEvents.post(mFaults.answerDelay(function, timeOf("latency-ms")),
+                 [this, event, bytes = mFaults.shape(function, record, size)] {
                      deliver(event, bytes, false);
                  });
 }
@@ -179,25 +177,23 @@ bool Modem::open(modem_api_qmi_service_type service) {
                      [&](const ServiceName& known) { return known.service == service; })) {
         return false;
     }
-    std::unique_lock lock(mMutex);
-    mConnections[service].isOpen = true;
-    const uint64_t life = mLife;
-    const bool isRestarting = mRestarting;
-    lock.unlock();
-    if (!isRestarting) {  // else it connects with the others when the modem is back
-        mEvents.post(timeOf("latency-ms"), [this, service, life] { comeUp(service, life); });
+    {
+        std::lock_guard lock(mMutex);
+        mConnections[service].isOpen = true;
     }
+    mEvents.post(timeOf("latency-ms"), [this, service] { comeUp(service, true); });
     return true;
 }
 
-void Modem::comeUp(modem_api_qmi_service_type service, std::optional<uint64_t> life) {
-    std::unique_lock lock(mMutex);
-    Connection& connection = mConnections[service];
-    if (life && (*life != mLife || !connection.isOpen)) {
-        return;
+void Modem::comeUp(modem_api_qmi_service_type service, bool ifOpen) {
+    {
+        std::lock_guard lock(mMutex);
+        Connection& connection = mConnections[service];
+        if (ifOpen && (mRestarting || !connection.isOpen)) {
+            return;
+        }
+        connection.isUp = true;
     }
-    connection.isUp = true;
-    lock.unlock();
     deliver(MODEM_API_EVENT_SERVICE_CONNECTED, toBytes(service), false);
 }
 
@@ -220,7 +216,7 @@ int Modem::bind(modem_api_qmi_service_type service, int32_t instance) {
 }
 
 void Modem::connect(modem_api_qmi_service_type service) {
-    mEvents.post(timeOf("latency-ms"), [this, service] { comeUp(service, {}); });
+    mEvents.post(timeOf("latency-ms"), [this, service] { comeUp(service, false); });
 }
 
 void Modem::disconnect(modem_api_qmi_service_type service) {
@@ -273,7 +269,7 @@ void Modem::restart(std::optional<Milliseconds> pause) {
             mRestarting = false;
         }
         for (const modem_api_qmi_service_type service : openServices()) {
-            comeUp(service, life);
+            comeUp(service, true);
         }
     });
 }

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "AtPort.h"
-#include "Knobs.h"
+#include "Faults.h"
 #include "Memory.h"
 #include "Scheduler.h"
 
@@ -60,10 +60,13 @@ public:
         return work(mMemory);
     }
 
-    KnobBoard& knobs() { return mKnobs; }
+    /** A time of the memory. */
+    Milliseconds timeOf(const char* name);
+
+    Faults& faults() { return mFaults; }
     AtPort& atPort() { return mAtPort; }
 
-    // Answers, as the knobs of `function` have them.
+    // Answers, as the faults of `function` have them.
     void answer(const char* function, const modem_async_response& response, void* cookie,
                 modem_api_async_callback callback);
     void answerByEvent(const char* function, modem_api_event_type event, const void* record,
@@ -110,15 +113,13 @@ private:
 
     Modem() = default;
 
-    Milliseconds timeOf(const char* name);
     bool isReady(Needs needs) const;
     modem_api_event_callback receiver(modem_api_event_type event, bool always);
     void deliver(modem_api_event_type event, Bytes data, bool always);
     void deliverAtCommand(const AtCommand& command);
     void reportRadio(uint64_t run);
-    /** On the event thread. With a `life`: only if no restart came since, and the service is open.
-     */
-    void comeUp(modem_api_qmi_service_type service, std::optional<uint64_t> life);
+    /** On the event thread. @param ifOpen only when the service is open, and no restart goes on */
+    void comeUp(modem_api_qmi_service_type service, bool ifOpen);
     void goDown(modem_api_qmi_service_type service);
 
     std::mutex mMutex;
@@ -127,13 +128,13 @@ private:
     modem_api_event_callback mEventCallback = nullptr;
     std::set<modem_api_event_type> mSubscribed;
     bool mIndications = false;
-    uint64_t mLife = 0;  ///< counts restarts, so that what belongs to an earlier life is known
+    uint64_t mLife = 0;  ///< counts restarts: the last one decides when the modem is back
     bool mRestarting = false;
     bool mRadioReport = false;
     uint64_t mRadioRun = 0;  ///< counts the times that reports were switched
 
     std::once_flag mPortsOnce;
-    KnobBoard mKnobs;
+    Faults mFaults;
     AtPort mAtPort;
     Scheduler& mEvents = *new Scheduler(1);
     Scheduler& mAnswers = *new Scheduler(2);

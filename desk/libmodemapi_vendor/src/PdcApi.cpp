@@ -4,8 +4,8 @@ using namespace fake;
 
 namespace {
 
-constexpr size_t CONFIGURATIONS_MAX = 64;
-constexpr size_t CONFIGURATIONS_LARGEST = 64 << 20;  // bytes of all together
+constexpr size_t CONFIGURATIONS_MAX = 16;
+constexpr int32_t CONFIGURATION_LARGEST = 16 << 20;
 
 /** The text at the start of an identifier buffer. */
 std::string identifierText(const uint8_t* config_id, int32_t length) {
@@ -29,17 +29,6 @@ int select(const char* function, int32_t type, const uint8_t* config_id, int32_t
     });
 }
 
-/** Whether there is room for a configuration of that name, in place of what it has now. */
-bool hasRoom(const std::map<std::string, Configuration>& configurations, const std::string& name,
-             size_t size) {
-    size_t count = 1;
-    for (const auto& [other, configuration] : configurations) {
-        count += other != name ? 1 : 0;
-        size += other != name ? configuration.total : 0;
-    }
-    return count <= CONFIGURATIONS_MAX && size <= CONFIGURATIONS_LARGEST;
-}
-
 /** Writes `text` to an area of an event, and its length. */
 template <size_t Size>
 void fillArea(uint8_t (&area)[Size], uint32_t& length, const std::string& text) {
@@ -48,31 +37,12 @@ void fillArea(uint8_t (&area)[Size], uint32_t& length, const std::string& text) 
 
 }  // namespace
 
-bool Configuration::isFirstChunk(const uint8_t* chunk, size_t length) const {
-    return length == mFirstLength && length <= data.size() &&
-           std::equal(chunk, chunk + length, data.begin());
-}
-
-bool Configuration::add(const uint8_t* chunk, size_t length, size_t ofTotal) {
-    const bool isFirst = isFirstChunk(chunk, length);
-    if (isComplete() && ofTotal == total && !isFirst && length <= mRepeat) {
-        // One chunk more than the total has: what came from mRepeat on belongs to a new load.
-        data.erase(data.begin(), data.begin() + static_cast<ptrdiff_t>(mRepeat));
-        mRepeat = 0;
-    } else if (isComplete() || ofTotal != total || (isFirst && data.size() + length > total)) {
+void Configuration::add(const uint8_t* chunk, size_t length, size_t ofTotal) {
+    if (isComplete() || ofTotal != total || data.size() + length > total) {
         *this = {ofTotal, {}};
         data.reserve(ofTotal);
-        mFirstLength = length;
-    }
-    if (data.size() + length > total) {
-        return false;
-    }
-    const auto again = data.end() - static_cast<ptrdiff_t>(mRepeat);
-    if (length > mRepeat || !std::equal(chunk, chunk + length, again)) {
-        mRepeat = isFirst ? data.size() : 0;
     }
     data.insert(data.end(), chunk, chunk + length);
-    return true;
 }
 
 void Memory::dropUnfinished() {
@@ -149,19 +119,18 @@ int modem_pdc_activate_regular_config(int32_t type, int32_t token) {
 int modem_pdc_load_configuration(const char* identifier, const uint8_t* chunk, int32_t length,
                                  int32_t total_size) {
     const int result = request(__func__, PDC, [&](Memory& memory) -> int {
-        if (length <= 0 || total_size < length) {
-            return MODEM_API_RESULT_INVALID_PARAM;
-        }
         const std::string name = boundedText(identifier, MODEM_PDC_CONFIG_ID_SIZE);
         auto& configurations = memory.configurations;
-        if (name.size() == MODEM_PDC_CONFIG_ID_SIZE ||
-            !hasRoom(configurations, name, static_cast<size_t>(total_size))) {
+        if (length <= 0 || total_size < length || total_size > CONFIGURATION_LARGEST ||
+            name.size() == MODEM_PDC_CONFIG_ID_SIZE ||
+            (configurations.size() >= CONFIGURATIONS_MAX && configurations.count(name) == 0)) {
             return MODEM_API_RESULT_INVALID_PARAM;
         }
-        return resultIf(configurations[name].add(chunk, static_cast<size_t>(length),
-                                                 static_cast<size_t>(total_size)));
+        configurations[name].add(chunk, static_cast<size_t>(length),
+                                 static_cast<size_t>(total_size));
+        return MODEM_API_RESULT_SUCCESS;
     });
-    if (result != MODEM_API_RESULT_SUCCESS) {  // also when a knob, or the service, refused it
+    if (result != MODEM_API_RESULT_SUCCESS) {  // also when a fault, or the service, refused it
         Modem::get().with([](Memory& memory) { memory.dropUnfinished(); });
     }
     return result;

@@ -1,25 +1,18 @@
 #include "Scheduler.h"
 
-#include <system_error>
 #include <thread>
 
 namespace fake {
 
-bool Scheduler::takesMore() {
-    std::lock_guard lock(mMutex);
-    startThreads();
-    return mThreads > 0 && mTasks.size() < PENDING_MAX;
+Scheduler::Scheduler(unsigned threads) {
+    for (unsigned i = 0; i < threads; ++i) {
+        std::thread(&Scheduler::run, this).detach();
+    }
 }
 
-/** With the lock held. If the system refuses a thread, the next call tries again. */
-void Scheduler::startThreads() {
-    try {
-        for (; mThreads < mThreadsWanted; ++mThreads) {
-            std::thread(&Scheduler::run, this).detach();
-        }
-    } catch (const std::system_error&) {
-        return;
-    }
+bool Scheduler::takesMore() {
+    std::lock_guard lock(mMutex);
+    return mTasks.size() < PENDING_MAX;
 }
 
 void Scheduler::run() {
@@ -30,7 +23,6 @@ void Scheduler::run() {
 
 void Scheduler::post(Milliseconds delay, std::function<void()> task) {
     std::lock_guard lock(mMutex);
-    startThreads();
     mTasks.emplace(std::pair(Clock::now() + delay, ++mSequence), std::move(task));
     // All: a single wake-up may go to a thread that already waits for an earlier task.
     mChanged.notify_all();

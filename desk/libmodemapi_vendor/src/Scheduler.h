@@ -25,15 +25,16 @@ constexpr size_t PENDING_MAX = 4096;
  */
 class Scheduler {
 public:
-    explicit Scheduler(unsigned threads) : mThreadsWanted(threads) {}
+    /** Throws std::system_error when the system has no threads for it. */
+    explicit Scheduler(unsigned threads);
     ~Scheduler() = delete;
     Scheduler(const Scheduler&) = delete;
     Scheduler& operator=(const Scheduler&) = delete;
 
     /**
-     * False when PENDING_MAX tasks are pending, or when the system has no thread for them. A
-     * request that would post a task is refused then. post() itself takes every task, so that a
-     * change of the modem's own, such as a service going down, is never lost.
+     * False when PENDING_MAX tasks are pending. A request that would post a task is refused then.
+     * post() itself takes every task, so that a change of the modem's own, such as a service going
+     * down, is never lost.
      */
     bool takesMore();
 
@@ -44,11 +45,8 @@ private:
 
     void run();
     std::function<void()> takeDue();
-    void startThreads();
 
-    const unsigned mThreadsWanted;
     std::mutex mMutex;  ///< guards what follows; not held while a task runs
-    unsigned mThreads = 0;
     std::condition_variable mChanged;
     uint64_t mSequence = 0;
     std::map<std::pair<Clock::time_point, uint64_t>, std::function<void()>> mTasks;

@@ -23,14 +23,14 @@ int write(const char* function, Store Memory::*store, Store::Key key, const uint
                    [&](Memory& memory) { return (memory.*store).write(key, data, size); });
 }
 
-/** The NV item of that number under selector 0, else under any selector; null for none. */
+/** The NV item of that number under the lowest selector that has it; null for none. */
 const Bytes* findItem(const Store& items, int32_t item) {
-    const Bytes* content = items.find({0, item});
-    for (auto entry = items.entries.begin(); content == nullptr && entry != items.entries.end();
-         ++entry) {
-        content = entry->first.second == item ? &entry->second : nullptr;
+    for (const auto& [key, content] : items.entries) {
+        if (key.second == item) {
+            return &content;
+        }
     }
-    return content;
+    return nullptr;
 }
 
 }  // namespace

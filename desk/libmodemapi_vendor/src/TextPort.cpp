@@ -1,12 +1,10 @@
 #include "TextPort.h"
 
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -17,31 +15,15 @@ namespace fake {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using Execute = std::function<std::string(const std::string&)>;
 
 std::atomic<int> sConnections{0};
 
-constexpr Clock::time_point NEVER = Clock::time_point::max();
-
-/** False when the socket cannot be used until then; NEVER waits for ever. */
-bool waitFor(int fd, short what, Clock::time_point until) {
-    int timeout = -1;
-    if (until != NEVER) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
-        timeout = std::max(0, static_cast<int>(left.count()));
-    }
-    pollfd socket{fd, what, 0};
-    return poll(&socket, 1, timeout) != 0;
-}
-
-/** The whole text has to go within the limit: a peer that takes a byte now and then is late. */
+/** False when the peer is gone, or takes nothing for the time of the socket. */
 bool sendAll(int fd, const std::string& text) {
-    const auto until = Clock::now() + TEXT_PATIENCE;
     for (size_t sent = 0; sent < text.size();) {
-        const ssize_t count =
-                send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (count < 0 && errno != EINTR && (errno != EAGAIN || !waitFor(fd, POLLOUT, until))) {
+        const ssize_t count = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+        if (count < 0 && errno != EINTR) {
             return false;
         }
         sent += count > 0 ? static_cast<size_t>(count) : 0;
@@ -68,32 +50,28 @@ bool answerLines(int fd, std::string& input, const Execute& execute) {
 }
 
 void serveConnection(int fd, const Execute& execute) {
+    const timeval patience{TEXT_PATIENCE.count(), 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
     std::string input;
     char bytes[4096];
-    Clock::time_point lineDue = NEVER;
     for (;;) {
-        if (!waitFor(fd, POLLIN, lineDue)) {
+        const ssize_t count = recv(fd, bytes, sizeof(bytes), 0);
+        const bool isLate = count < 0 && errno == EAGAIN;
+        if (isLate && !input.empty()) {
             refuse(fd, "line not completed in time");
             return;
         }
-        const ssize_t count = recv(fd, bytes, sizeof(bytes), MSG_DONTWAIT);
-        if (count == 0 || (count < 0 && errno != EINTR && errno != EAGAIN)) {
+        if (count == 0 || (count < 0 && !isLate && errno != EINTR)) {
             return;
         }
-        const bool begun = !input.empty();
         input.append(bytes, count > 0 ? static_cast<size_t>(count) : 0);
-        const size_t received = input.size();
         if (!answerLines(fd, input, execute)) {
             return;
         }
         if (input.size() > TEXT_LINE_MAX) {
             refuse(fd, "line above " + std::to_string(TEXT_LINE_MAX) + " bytes");
             return;
-        }
-        if (input.empty()) {
-            lineDue = NEVER;
-        } else if (!begun || input.size() != received) {  // the first bytes of a line
-            lineDue = Clock::now() + TEXT_PATIENCE;
         }
     }
 }
@@ -105,13 +83,11 @@ void startConnection(runtime::UniqueFd& connection, const Execute& execute) {
     if (++sConnections > TEXT_CONNECTIONS_MAX) {
         throw std::system_error(EBUSY, std::generic_category(), "too many connections");
     }
-    const auto own = std::make_shared<runtime::UniqueFd>(std::move(connection));
-    try {
-        std::thread([own, slot, execute] { serveConnection(own->get(), execute); }).detach();
-    } catch (const std::system_error&) {
-        connection = std::move(*own);  // for the refusal
-        throw;
-    }
+    std::thread([fd = connection.get(), slot, execute] {
+        const runtime::UniqueFd own(fd);
+        serveConnection(fd, execute);
+    }).detach();
+    (void)connection.release();
 }
 
 }  // namespace

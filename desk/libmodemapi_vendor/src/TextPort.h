@@ -10,14 +10,14 @@ namespace fake {
 constexpr size_t TEXT_LINE_MAX = 65536;
 /** One more connection is told so and closed. */
 constexpr int TEXT_CONNECTIONS_MAX = 16;
-/** A peer has so long to complete a line that it began, and to take a whole reply. */
+/** A peer that stalls for so long within a line or a reply loses its connection. */
 constexpr std::chrono::seconds TEXT_PATIENCE{5};
 
 /**
  * Listens on the Unix socket `path` until the process ends and serves each connection on a thread
- * of its own: one line in, the text that `execute` gives for it out. A peer that is late loses its
- * connection; one of another user, or that there is no thread for, is told so and not served. A
- * stale socket at `path` is replaced and a live one is not.
+ * of its own: one line in, the text that `execute` gives for it out. A peer of another user, or
+ * that there is no thread for, is told so and not served. A stale socket at `path` is replaced and
+ * a live one is not.
  *
  * @throws std::system_error when it cannot listen there
  */

@@ -11,7 +11,7 @@ constexpr size_t PROPERTIES_MAX = 1024;
 int requestText(const char* function, const char* name, void* cookie,
                 modem_api_async_callback callback) {
     return requestAsync(function, cookie, callback, [&](const Memory& memory, Payload& payload) {
-        const std::string& text = memory.texts.at(name);
+        const std::string& text = valueOf(memory.texts, name);
         payload.build.length = text.copy(payload.build.text, sizeof(payload.build.text));
     });
 }
@@ -38,7 +38,7 @@ int modem_get_build_id(void* cookie, modem_api_async_callback callback) {
 
 int modem_api_active_mbn(const char* name, void* cookie, modem_api_async_callback callback) {
     return requestAsync(__func__, cookie, callback, [&](Memory& memory, Payload&) {
-        memory.texts.at("mbn-by-name") = boundedText(name, MODEM_PDC_CONFIG_ID_SIZE);
+        valueOf(memory.texts, "mbn-by-name") = boundedText(name, MODEM_PDC_CONFIG_ID_SIZE);
         return MODEM_API_RESULT_SUCCESS;
     });
 }
@@ -48,7 +48,7 @@ int modem_api_restore_mbn(void* cookie, modem_api_async_callback callback) {
         const Memory factory;
         memory.configurations.insert(factory.configurations.begin(), factory.configurations.end());
         memory.active = factory.active;
-        memory.texts.at("mbn-by-name").clear();
+        valueOf(memory.texts, "mbn-by-name").clear();
     });
 }
 
@@ -58,13 +58,13 @@ int modem_api_set_agps_test_mode(uint32_t mode, void* cookie, modem_api_async_ca
 
 int modem_api_get_agps_test_mode(void* cookie, modem_api_async_callback callback) {
     return requestAsync(__func__, cookie, callback, [](const Memory& memory, Payload& payload) {
-        payload.agps_test_mode = static_cast<uint32_t>(memory.numbers.at("agps-test-mode"));
+        payload.agps_test_mode = static_cast<uint32_t>(valueOf(memory.numbers, "agps-test-mode"));
     });
 }
 
 int modem_api_get_power_save_mode(void* cookie, modem_api_async_callback callback) {
     return requestAsync(__func__, cookie, callback, [](const Memory& memory, Payload& payload) {
-        payload.power_save_mode = static_cast<uint8_t>(memory.numbers.at("power-save-mode"));
+        payload.power_save_mode = static_cast<uint8_t>(valueOf(memory.numbers, "power-save-mode"));
     });
 }
 
@@ -143,9 +143,9 @@ int modem_common_interface_debug(uint32_t value) {
 
 int modem_api_get_simlock_info(modem_simlock_info* info) {
     return request(__func__, VS, [&](const Memory& memory) {
-        info->status = static_cast<uint8_t>(memory.numbers.at("simlock-status"));
-        info->category = static_cast<uint8_t>(memory.numbers.at("simlock-category"));
-        info->retries_remaining = static_cast<uint8_t>(memory.numbers.at("simlock-retries"));
+        info->status = static_cast<uint8_t>(valueOf(memory.numbers, "simlock-status"));
+        info->category = static_cast<uint8_t>(valueOf(memory.numbers, "simlock-category"));
+        info->retries_remaining = static_cast<uint8_t>(valueOf(memory.numbers, "simlock-retries"));
     });
 }
 

@@ -15,7 +15,7 @@
 namespace fake {
 
 /** How one function of the modem API is made to misbehave, and how often it was called. */
-struct Knobs {
+struct Fault {
     uint64_t calls = 0;
     int failCode = 0;
     uint64_t failAfter = 0;  ///< calls that still succeed before the failing ones
@@ -27,16 +27,16 @@ struct Knobs {
     std::optional<size_t> recordSize;  ///< the answer is cut or extended to it
 };
 
-/** The knobs of all functions, by the functions' C names. Callable from any thread. */
-class KnobBoard {
+/** The faults of all functions, by the functions' C names. Callable from any thread. */
+class Faults {
 public:
     /** Starts a call: counts it, blocks for its delay if `blocks`, gives its failure code or 0. */
     int enter(std::string_view function, bool blocks);
 
-    /** How long the answer of `function` waits; `ordinary` unless a knob says otherwise. */
+    /** How long the answer of `function` waits; `ordinary` unless a fault says otherwise. */
     Milliseconds answerDelay(std::string_view function, Milliseconds ordinary);
 
-    /** The record as the knobs have it: patched, then cut or extended with zeros. */
+    /** The record as the faults have it: patched, then cut or extended with zeros. */
     Bytes shape(std::string_view function, const void* record, size_t size);
 
     /** Throws std::invalid_argument when the modem API has no such function. */
@@ -47,18 +47,18 @@ public:
         change(entry(function));
     }
 
-    /** All knobs off and all counts zero. */
+    /** All faults off and all counts zero. */
     void clear();
 
-    std::map<std::string, Knobs, std::less<>> all() const;
+    std::map<std::string, Fault, std::less<>> all() const;
 
 private:
     static void checkFunction(const std::string& function);
-    Knobs& entry(std::string_view function);
-    Milliseconds draw(const Knobs& knobs);
+    Fault& entry(std::string_view function);
+    Milliseconds draw(const Fault& fault);
 
     mutable std::mutex mMutex;
-    std::map<std::string, Knobs, std::less<>> mKnobs;
+    std::map<std::string, Fault, std::less<>> mFaults;
     std::mt19937 mRandom;
 };
 
