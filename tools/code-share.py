@@ -22,7 +22,7 @@ CEILINGS = {
     'transport and what it shares': (2560, ('desk/libhidlbase', 'desk/runtime')),
     'lib-framework': (700, ('desk/lib-framework',)),
     'libcutils, libutils': (285, ('desk/libcutils', 'desk/libutils')),
-    'fake modem': (2460, ('desk/libmodemapi_vendor',)),
+    'fake modem': (2250, ('desk/libmodemapi_vendor',)),
     'host, with the sharing of the callbacks': (450, ('desk/host',)),
     'modemctl, with the log reader': (3900, ('desk/modemctl',)),
     'scripts and generator': (720, ('tools',)),

@@ -47,10 +47,9 @@ _modemctl() {
         0:1:completion:*) words='bash zsh' ;;
         0:1:fake:*) words=$($ask fake help | sed -n 's/^\([a-z-]*\) .*/\1/p') ;;
         0:2:fake:*) case ${COMP_WORDS[COMP_CWORD-1]} in
-            connect|disconnect) words="$($ask fake help services | sed '/^ok$/d') all" ;;
-            fail|delay|silence|patch|ok|calls) words=$($ask fake help functions | sed '/^ok$/d') ;;
-            help) words='functions keys services' ;;
-            set|state) words=$($ask fake help keys | sed '/^ok$/d; s/ .*//') ;;
+            connect|disconnect) words="$($ask fake state service. | sed -nE 's/^service.([a-z]+) .*/\1/p') all" ;;
+            fail|delay|silence|patch|ok|calls) words=$($ask fake calls | sed '/^ok$/d; s/ .*//') ;;
+            set|state) words=$($ask fake state | sed '/^ok$/d; s/ .*//') ;;
             esac ;;
     esac 2>/dev/null
     COMPREPLY=($(compgen -W "$words" -- "$word"))

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <thread>
 
-#include "desk/libmodemapi_vendor/src/AtLine.h"
+#include "desk/libmodemapi_vendor/src/AtPort.h"
 #include "desk/libmodemapi_vendor/src/Commands.h"
 #include "desk/libmodemapi_vendor/src/Modem.h"
 

@@ -1,6 +1,6 @@
 // What an operator types at the modem: lines are cut at their limit, and any line can be read.
 
-#include "desk/libmodemapi_vendor/src/AtLine.h"
+#include "desk/libmodemapi_vendor/src/AtPort.h"
 #include "tests/fuzz/Fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -266,10 +266,6 @@ typedef struct modem_nr_radio_info_event {
 } modem_nr_radio_info_event;
 
 static_assert(sizeof(modem_bands_info) == 540, "layout");
-static_assert(offsetof(modem_bands_info, count2) == 92 - 8, "layout");
-static_assert(offsetof(modem_bands_info, count3) == 176 - 8, "layout");
-static_assert(offsetof(modem_bands_info, count4) == 380 - 8, "layout");
-static_assert(offsetof(modem_bands_info, count5) == 464 - 8, "layout");
 static_assert(sizeof(modem_async_response) == 548, "layout");
 static_assert(offsetof(modem_async_response, result) == 4, "layout");
 static_assert(offsetof(modem_async_response, payload) == 8, "layout");
@@ -278,8 +274,6 @@ static_assert(offsetof(modem_property_record, name) == 1, "layout");
 static_assert(offsetof(modem_property_record, name_length) == 56, "layout");
 static_assert(offsetof(modem_property_record, value) == 60, "layout");
 static_assert(offsetof(modem_property_record, value_length) == 572, "layout");
-static_assert(sizeof(modem_simlock_info) == 3, "layout");
-static_assert(sizeof(modem_nv_verification) == 3, "layout");
 static_assert(sizeof(modem_rrc_state_event) == 24, "layout");
 static_assert(offsetof(modem_rrc_state_event, lte_valid) == 8, "layout");
 static_assert(sizeof(modem_power_save_mode_event) == 8, "layout");

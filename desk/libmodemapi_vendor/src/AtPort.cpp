@@ -10,11 +10,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <regex>
 #include <system_error>
 #include <thread>
 
 #include "Modem.h"
-#include "runtime/ErrorOutput.h"
+#include "Text.h"
 
 namespace fake {
 
@@ -43,21 +44,67 @@ void makeRaw(const std::string& path) {
 
 /** Makes `link` point to `target`, and removes it when the process exits. */
 void makeLink(const std::string& link, const std::string& target) {
-    static const auto& made = *new auto(std::tuple(link, target, getpid()));
-    if (fs::is_symlink(link)) {
-        fs::remove(link);
-    }
+    static const std::string& made = *new std::string(link);
+    fs::remove(link);
     fs::create_symlink(target, link);
     std::atexit([] {
-        const auto& [ownLink, ownTarget, owner] = made;
         std::error_code ignored;
-        if (owner == getpid() && fs::read_symlink(ownLink, ignored) == ownTarget) {
-            fs::remove(ownLink, ignored);
-        }
+        fs::remove(made, ignored);
     });
 }
 
 }  // namespace
+
+std::optional<std::string> AtLine::feed(char byte, std::string& output) {
+    const bool afterReturn = std::exchange(mAfterReturn, byte == '\r');
+    if (byte == '\n' && afterReturn) {
+        return std::nullopt;
+    }
+    std::string seen;
+    std::optional<std::string> line;
+    if (byte == '\r' || byte == '\n') {
+        seen = byte;
+        line = std::exchange(mText, {});
+    } else if (byte == '\b' || byte == 0x7f) {
+        seen = mText.empty() ? "" : "\b \b";
+        mText.resize(mText.size() - (mText.empty() ? 0 : 1));
+    } else if (static_cast<unsigned char>(byte) >= ' ' && mText.size() <= LENGTH_MAX) {
+        seen = byte;
+        mText += byte;
+    }
+    output += mEcho ? seen : "";
+    return line;
+}
+
+AtRequest parseAtLine(const std::string& line) {
+    static const auto& PLAIN = *new std::regex(" *AT *(E?)([01]?) *", std::regex::icase);
+    static const auto& EXTENDED =
+            *new std::regex(" *AT *(\\+[^=?]*?) *(?:= *(.*?) *)?", std::regex::icase);
+    std::smatch parts;
+    if (line.size() > AtLine::LENGTH_MAX) {
+        return {AtRequest::ERROR};
+    }
+    if (line.find_first_not_of(' ') == line.npos) {
+        return {AtRequest::NOTHING};
+    }
+    if (std::regex_match(line, parts, PLAIN) && parts[1].length() >= parts[2].length()) {
+        return {parts[1].length() == 0 ? AtRequest::OK
+                : parts[2] == "1"      ? AtRequest::ECHO_ON
+                                       : AtRequest::ECHO_OFF};
+    }
+    if (!std::regex_match(line, parts, EXTENDED) || parts[2] == "?") {
+        return {AtRequest::ERROR};
+    }
+    AtRequest request{AtRequest::EXTENDED, parts[1]};
+    const auto tokens = splitQuoted(parts[2].str(), ',');
+    if (!tokens || tokens->size() > MODEM_ATLOG_TOKENS_MAX) {
+        return {AtRequest::ERROR};
+    }
+    if (parts[2].length() > 0) {
+        request.tokens = *tokens;
+    }
+    return request;
+}
 
 std::string AtPort::open(const std::string& link) {
     // Non-blocking: output that no terminal reads is lost, as on a cable with nobody at its end.
@@ -148,9 +195,7 @@ bool AtPort::finish(uint64_t handle, bool success) {
 }
 
 void AtPort::show(const std::string& text) const {
-    if (write(mMaster, text.data(), text.size()) < 0 && errno != EAGAIN) {
-        runtime::ErrorOutput::get().print("fake modem: AT port: %s", strerror(errno));
-    }
+    (void)!write(mMaster, text.data(), text.size());
 }
 
 std::vector<std::pair<std::string, std::string>> AtPort::describe() const {

@@ -82,14 +82,6 @@ public:
                                     mWords[place] + "' " + why);
     }
 
-    /** Throws when too many events wait; called by each command that makes one. */
-    void checkRoomForEvents() const {
-        if (!modem.takesEvents()) {
-            throw std::invalid_argument(mWords[0] + ": too many events wait to be taken (" +
-                                        std::to_string(PENDING_MAX) + ")");
-        }
-    }
-
     /** Changes the fault of the function that is the first argument. */
     template <class Change>
     void edit(Change&& change) const {
@@ -104,7 +96,6 @@ public:
     /** Reports an event that only a subscriber gets. */
     template <class Record>
     void raise(modem_api_event_type number, const Record& record) const {
-        checkRoomForEvents();
         if (!modem.isWanted(number)) {
             throw std::invalid_argument(mWords[0] + ": service down or not bound, or event " +
                                         std::to_string(number) + " not subscribed");

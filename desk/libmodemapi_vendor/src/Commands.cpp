@@ -15,6 +15,7 @@ struct Command {
     const char* arguments;  ///< as help shows them, and as they are counted: [] may be left out
     const char* help;
     void (*run)(Call& call);
+    bool raisesEvents = false;
 };
 
 void state(Call& call) {
@@ -33,7 +34,7 @@ void state(Call& call) {
 
 std::vector<modem_api_qmi_service_type> services(const Call& call) {
     if (call.text(1) == "all") {
-        return call.modem.openServices();
+        return call.modem.services(&Connection::isOpen);
     }
     for (const auto& [number, name] : SERVICES) {
         if (call.text(1) == name) {
@@ -42,8 +43,8 @@ std::vector<modem_api_qmi_service_type> services(const Call& call) {
     }
     if (call.text(1).find_first_not_of("0123456789") != std::string::npos) {
         std::string names;
-        for (const ServiceName& service : SERVICES) {
-            names += std::string(service.name) + ", ";
+        for (const auto& service : SERVICES) {
+            names += std::string(service.second) + ", ";
         }
         call.refuse(1, "is no service: " + names + "all, or a number");
     }
@@ -52,14 +53,12 @@ std::vector<modem_api_qmi_service_type> services(const Call& call) {
 
 template <void (Modem::*CHANGE)(modem_api_qmi_service_type)>
 void forServices(Call& call) {
-    call.checkRoomForEvents();
     for (const modem_api_qmi_service_type service : services(call)) {
         (call.modem.*CHANGE)(service);
     }
 }
 
 void restart(Call& call) {
-    call.checkRoomForEvents();
     call.modem.restart(call.count() > 0
                                ? std::optional(Milliseconds(call.number(1, 0, MS_GREATEST)))
                                : std::nullopt);
@@ -111,7 +110,6 @@ void event(Call& call) {
         std::any_of(data.begin() + TOKENS, data.end(), [](uint8_t byte) { return byte != 0; })) {
         call.refuse(2, "has pointers, which the receiver would free: use 'at'");
     }
-    call.checkRoomForEvents();
     call.modem.raise(number, data, true);
 }
 
@@ -157,7 +155,6 @@ void radio(Call& call) {
 }
 
 void at(Call& call) {
-    call.checkRoomForEvents();
     AtCommand command{call.modem.atPort().post(),
                       call.number<uint32_t>(2),
                       call.text(1),
@@ -264,15 +261,17 @@ void calls(Call& call) {
         call.edit([&](Fault& fault) { call.output = std::to_string(fault.calls) + "\n"; });
         return;
     }
-    for (const auto& [function, fault] : call.modem.faults().all()) {
-        call.print(function, 42, std::to_string(fault.calls));
+    const auto faults = call.modem.faults().all();
+    for (const std::string function : API_FUNCTIONS) {
+        const auto found = faults.find(function);
+        call.print(function, 42, std::to_string(found != faults.end() ? found->second.calls : 0));
     }
 }
 
 void help(Call& call);
 
 constexpr Command COMMANDS[] = {
-        {"help", "[functions]", "this list, or the functions of the modem API", help},
+        {"help", "", "this list", help},
         {"state", "[PREFIX]", "what the modem remembers, keys that begin so", state},
         {"set", "KEY VALUE...", "a plain value of the memory", set},
         {"bands", "LIST COUNT [VALUE...]", "band list 1 to 5, with any count", bands},
@@ -280,14 +279,15 @@ constexpr Command COMMANDS[] = {
         {"forget", "", "the memory is as it was at the start",
          [](Call& call) { call.modem.with([](Memory& memory) { memory = {}; }); }},
         {"connect", "SERVICE", "service up: a name, a number, or all that are open",
-         forServices<&Modem::connect>},
-        {"disconnect", "SERVICE", "service down", forServices<&Modem::disconnect>},
-        {"restart", "[MS]", "modem restart, back after MS", restart},
-        {"rrc", "A B C D", "event 15 with these values", rrc},
-        {"power-save", "MODE", "power save mode, and event 20", powerSave},
-        {"radio", "[VALUE...]", "event 19; values replace the first ones of the report", radio},
-        {"at", "NAME OP_CODE COUNT [TOKEN...]", "event 2; - is a null token", at},
-        {"event", "NUMBER HEX...", "any event, subscribed or not; - is no data", event},
+         forServices<&Modem::connect>, true},
+        {"disconnect", "SERVICE", "service down", forServices<&Modem::disconnect>, true},
+        {"restart", "[MS]", "modem restart, back after MS", restart, true},
+        {"rrc", "A B C D", "event 15 with these values", rrc, true},
+        {"power-save", "MODE", "power save mode, and event 20", powerSave, true},
+        {"radio", "[VALUE...]", "event 19; values replace the first ones of the report", radio,
+         true},
+        {"at", "NAME OP_CODE COUNT [TOKEN...]", "event 2; - is a null token", at, true},
+        {"event", "NUMBER HEX...", "any event, subscribed or not; - is no data", event, true},
         {"fail", "FUNCTION [CODE] [TIMES] [AFTER]", "calls fail, after AFTER good ones", fail},
         {"delay", "FUNCTION MS", "calls last, or answers wait, MS or MIN-MAX", delay},
         {"silence", "FUNCTION", "answers never come", silence},
@@ -300,15 +300,6 @@ constexpr Command COMMANDS[] = {
 
 /** A line for each command: its word and arguments, then its comment behind " # ". */
 void help(Call& call) {
-    if (call.count() > 0 && call.text(1) != "functions") {
-        call.refuse(1, "is not 'functions'");
-    }
-    if (call.count() > 0) {
-        for (const char* function : API_FUNCTIONS) {
-            call.print(function, 0, "");
-        }
-        return;
-    }
     for (const Command& command : COMMANDS) {
         const bool isAlone = *command.arguments == '\0';
         call.print(command.name + std::string(isAlone ? "" : " ") + command.arguments, 37,
@@ -337,6 +328,10 @@ std::string runWords(std::vector<std::string> words) {
                                     command->arguments);
     }
     Call call(std::move(words));
+    if (command->raisesEvents && !call.modem.takesEvents()) {
+        throw std::invalid_argument(call.text(0) + ": too many events wait to be taken (" +
+                                    std::to_string(PENDING_MAX) + ')');
+    }
     command->run(call);
     return std::move(call.output);
 }

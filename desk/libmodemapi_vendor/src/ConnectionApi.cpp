@@ -4,9 +4,21 @@ using namespace fake;
 
 namespace {
 
+template <class Work>
+int requestLinks(const char* function, Needs needs, Work&& work) {
+    return requestModem(function, needs, [&](Modem& modem) {
+        return modem.withLinks([&](Links& links) { return resultOf(work, links); });
+    });
+}
+
 int bind(const char* function, Needs needs, int32_t instance) {
-    return requestModem(function, needs,
-                        [&](Modem& modem) { return modem.bind(needs.service, instance); });
+    return requestLinks(function, needs, [&](Links& links) {
+        if (instance != 0 && instance != 1) {
+            return MODEM_API_RESULT_INVALID_PARAM;
+        }
+        links.connections[needs.service].bound = instance;
+        return MODEM_API_RESULT_SUCCESS;
+    });
 }
 
 }  // namespace
@@ -16,16 +28,16 @@ int modem_api_init_pre(void) {
 }
 
 int modem_api_set_event_callback(modem_api_event_callback callback) {
-    return requestModem(__func__, NO_SERVICE,
-                        [&](Modem& modem) { modem.setEventCallback(callback); });
+    return requestLinks(__func__, NO_SERVICE, [&](Links& links) { links.callback = callback; });
 }
 
 int modem_api_subscribe_event(modem_api_event_type event) {
-    return requestModem(__func__, NO_SERVICE, [&](Modem& modem) { modem.subscribe(event); });
+    return requestLinks(__func__, NO_SERVICE,
+                        [&](Links& links) { links.subscribed.insert(event); });
 }
 
 int modem_api_register_indications(void) {
-    return requestModem(__func__, VS, [](Modem& modem) { modem.registerIndications(); });
+    return requestLinks(__func__, VS, [](Links& links) { links.indications = true; });
 }
 
 int modem_api_init_qmi_connection(modem_api_qmi_service_type service, int) {

@@ -24,36 +24,34 @@ int takeFailure(Fault& fault) {
 
 }  // namespace
 
-int Faults::enter(std::string_view function, bool blocks) {
+int Faults::enter(const std::string& function, bool blocks) {
     Milliseconds pause{0};
     int code = 0;
     {
         std::lock_guard lock(mMutex);
-        Fault& fault = entry(function);
+        Fault& fault = mFaults[function];
         ++fault.calls;
         code = takeFailure(fault);
         pause = blocks && fault.delay ? draw(fault) : pause;
     }
-    if (pause > Milliseconds(0)) {
-        std::this_thread::sleep_for(pause);
-    }
+    std::this_thread::sleep_for(pause);
     return code;
 }
 
-Milliseconds Faults::answerDelay(std::string_view function, Milliseconds ordinary) {
+Milliseconds Faults::answerDelay(const std::string& function, Milliseconds ordinary) {
     std::lock_guard lock(mMutex);
-    const Fault& fault = entry(function);
+    const Fault& fault = mFaults[function];
     if (fault.silent) {
         return NEVER;
     }
     return fault.delay ? draw(fault) : ordinary;
 }
 
-Bytes Faults::shape(std::string_view function, const void* record, size_t size) {
+Bytes Faults::shape(const std::string& function, const void* record, size_t size) {
     const auto* from = static_cast<const uint8_t*>(record);
     Bytes bytes(from, from + size);
     std::lock_guard lock(mMutex);
-    const Fault& fault = entry(function);
+    const Fault& fault = mFaults[function];
     for (const auto& [offset, patch] : fault.patches) {
         bytes.resize(std::max(bytes.size(), offset + patch.size()));
         std::copy(patch.begin(), patch.end(), bytes.begin() + static_cast<ptrdiff_t>(offset));
@@ -68,7 +66,7 @@ void Faults::clear() {
     mFaults.clear();
 }
 
-std::map<std::string, Fault, std::less<>> Faults::all() const {
+std::map<std::string, Fault> Faults::all() const {
     std::lock_guard lock(mMutex);
     return mFaults;
 }
@@ -77,13 +75,8 @@ void Faults::checkFunction(const std::string& function) {
     if (std::find(std::begin(API_FUNCTIONS), std::end(API_FUNCTIONS), function) ==
         std::end(API_FUNCTIONS)) {
         throw std::invalid_argument("the modem API has no function '" + function +
-                                    "'; 'help functions' lists them");
+                                    "'; 'calls' lists them");
     }
-}
-
-Fault& Faults::entry(std::string_view function) {
-    const auto found = mFaults.find(function);
-    return found != mFaults.end() ? found->second : mFaults[std::string(function)];
 }
 
 Milliseconds Faults::draw(const Fault& fault) {

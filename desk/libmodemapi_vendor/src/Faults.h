@@ -6,7 +6,6 @@
 #include <optional>
 #include <random>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "Scheduler.h"
@@ -31,34 +30,33 @@ struct Fault {
 class Faults {
 public:
     /** Starts a call: counts it, blocks for its delay if `blocks`, gives its failure code or 0. */
-    int enter(std::string_view function, bool blocks);
+    int enter(const std::string& function, bool blocks);
 
     /** How long the answer of `function` waits; `ordinary` unless a fault says otherwise. */
-    Milliseconds answerDelay(std::string_view function, Milliseconds ordinary);
+    Milliseconds answerDelay(const std::string& function, Milliseconds ordinary);
 
     /** The record as the faults have it: patched, then cut or extended with zeros. */
-    Bytes shape(std::string_view function, const void* record, size_t size);
+    Bytes shape(const std::string& function, const void* record, size_t size);
 
     /** Throws std::invalid_argument when the modem API has no such function. */
     template <class Change>
     void edit(const std::string& function, Change&& change) {
         checkFunction(function);
         std::lock_guard lock(mMutex);
-        change(entry(function));
+        change(mFaults[function]);
     }
 
     /** All faults off and all counts zero. */
     void clear();
 
-    std::map<std::string, Fault, std::less<>> all() const;
+    std::map<std::string, Fault> all() const;
 
 private:
     static void checkFunction(const std::string& function);
-    Fault& entry(std::string_view function);
     Milliseconds draw(const Fault& fault);
 
     mutable std::mutex mMutex;
-    std::map<std::string, Fault, std::less<>> mFaults;
+    std::map<std::string, Fault> mFaults;
     std::mt19937 mRandom;
 };
 

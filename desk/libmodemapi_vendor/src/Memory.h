@@ -40,9 +40,6 @@ struct Configuration {
     size_t total = 0;
     Bytes data;
 
-    Configuration() = default;
-    Configuration(size_t size, Bytes content) : total(size), data(std::move(content)) {}
-
     bool isComplete() const { return data.size() == total; }
 
     /**
@@ -92,7 +89,7 @@ struct Memory {
     Store efsFiles{FILE_LARGEST};  ///< by sub-selector and file
     Store prls{FILE_LARGEST};      ///< by selector and 0
     std::map<std::string, Configuration> configurations = {
-            {FACTORY_CONFIGURATION, Configuration(1, {0})}};
+            {FACTORY_CONFIGURATION, Configuration{1, {0}}}};
     std::map<int32_t, std::string> selected = {};  ///< configuration by type
     std::map<int32_t, std::string> active = {{0, FACTORY_CONFIGURATION},
                                              {1, FACTORY_CONFIGURATION}};

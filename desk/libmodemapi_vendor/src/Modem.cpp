@@ -53,16 +53,13 @@ int Modem::admit(const char* function, Needs needs, bool isAnsweredLater) {
         return MODEM_API_RESULT_FAILURE;
     }
     std::lock_guard lock(mMutex);
-    return isReady(needs) ? MODEM_API_RESULT_SUCCESS : MODEM_API_RESULT_FAILURE;
+    return mLinks.isReady(needs) ? MODEM_API_RESULT_SUCCESS : MODEM_API_RESULT_FAILURE;
 }
 
-bool Modem::isReady(Needs needs) const {
-    if (needs.service == 0) {
-        return true;
-    }
-    const auto found = mConnections.find(needs.service);
-    return found != mConnections.end() && found->second.isUp &&
-           (!needs.bound || found->second.bound >= 0);
+bool Links::isReady(Needs needs) const {
+    const auto found = connections.find(needs.service);
+    return needs.service == 0 || (found != connections.end() && found->second.isUp &&
+                                  (!needs.bound || found->second.bound >= 0));
 }
 
 Milliseconds Modem::timeOf(const char* name) {
@@ -87,21 +84,6 @@ void Modem::answerByEvent(const char* function, modem_api_event_type event, cons
                  });
 }
 
-void Modem::setEventCallback(modem_api_event_callback callback) {
-    std::lock_guard lock(mMutex);
-    mEventCallback = callback;
-}
-
-void Modem::subscribe(modem_api_event_type event) {
-    std::lock_guard lock(mMutex);
-    mSubscribed.insert(event);
-}
-
-void Modem::registerIndications() {
-    std::lock_guard lock(mMutex);
-    mIndications = true;
-}
-
 bool Modem::isWanted(modem_api_event_type event) {
     return receiver(event, false) != nullptr;
 }
@@ -109,10 +91,12 @@ bool Modem::isWanted(modem_api_event_type event) {
 modem_api_event_callback Modem::receiver(modem_api_event_type event, bool always) {
     std::lock_guard lock(mMutex);
     const bool isPossible =
-            event == MODEM_API_EVENT_AT_COMMAND ? isReady({MODEM_API_QMI_SERVICE_AT, false})
-            : isIndication(event) ? mIndications && isReady({MODEM_API_QMI_SERVICE_VS, true})
-                                  : true;
-    return always || (isPossible && mSubscribed.count(event) != 0) ? mEventCallback : nullptr;
+            event == MODEM_API_EVENT_AT_COMMAND ? mLinks.isReady({MODEM_API_QMI_SERVICE_AT, false})
+            : isIndication(event)
+                    ? mLinks.indications && mLinks.isReady({MODEM_API_QMI_SERVICE_VS, true})
+                    : true;
+    return always || (isPossible && mLinks.subscribed.count(event) != 0) ? mLinks.callback
+                                                                         : nullptr;
 }
 
 void Modem::raise(modem_api_event_type event, Bytes data, bool always) {
@@ -174,12 +158,12 @@ void Modem::reportRadio(uint64_t run) {
 
 bool Modem::open(modem_api_qmi_service_type service) {
     if (std::none_of(std::begin(SERVICES), std::end(SERVICES),
-                     [&](const ServiceName& known) { return known.service == service; })) {
+                     [&](const auto& known) { return known.first == service; })) {
         return false;
     }
     {
         std::lock_guard lock(mMutex);
-        mConnections[service].isOpen = true;
+        mLinks.connections[service].isOpen = true;
     }
     mEvents.post(timeOf("latency-ms"), [this, service] { comeUp(service, true); });
     return true;
@@ -188,7 +172,7 @@ bool Modem::open(modem_api_qmi_service_type service) {
 void Modem::comeUp(modem_api_qmi_service_type service, bool ifOpen) {
     {
         std::lock_guard lock(mMutex);
-        Connection& connection = mConnections[service];
+        Connection& connection = mLinks.connections[service];
         if (ifOpen && (mRestarting || !connection.isOpen)) {
             return;
         }
@@ -200,19 +184,7 @@ void Modem::comeUp(modem_api_qmi_service_type service, bool ifOpen) {
 bool Modem::release(modem_api_qmi_service_type service) {
     goDown(service);
     std::lock_guard lock(mMutex);
-    return std::exchange(mConnections[service].isOpen, false);
-}
-
-int Modem::bind(modem_api_qmi_service_type service, int32_t instance) {
-    if (instance < 0 || instance > 1) {
-        return MODEM_API_RESULT_INVALID_PARAM;
-    }
-    std::lock_guard lock(mMutex);
-    if (!isReady({service, false})) {
-        return MODEM_API_RESULT_FAILURE;
-    }
-    mConnections[service].bound = instance;
-    return MODEM_API_RESULT_SUCCESS;
+    return std::exchange(mLinks.connections[service].isOpen, false);
 }
 
 void Modem::connect(modem_api_qmi_service_type service) {
@@ -227,16 +199,16 @@ void Modem::disconnect(modem_api_qmi_service_type service) {
 void Modem::goDown(modem_api_qmi_service_type service) {
     {
         std::lock_guard lock(mMutex);
-        Connection& connection = mConnections[service];
+        Connection& connection = mLinks.connections[service];
         connection.isUp = false;
         connection.bound = -1;
         if (service == MODEM_API_QMI_SERVICE_PDC) {
             mMemory.dropUnfinished();
         }
         if (service == MODEM_API_QMI_SERVICE_VS) {
-            mIndications = false;
+            mLinks.indications = false;
             for (const modem_api_event_type event : INDICATIONS) {
-                mSubscribed.erase(event);
+                mLinks.subscribed.erase(event);
             }
         }
     }
@@ -250,14 +222,8 @@ void Modem::restart(std::optional<Milliseconds> pause) {
     const uint64_t life = ++mLife;
     mRestarting = true;
     const Milliseconds back = pause.value_or(mMemory.time("restart-ms"));
-    std::vector<modem_api_qmi_service_type> up;
-    for (const auto& [service, connection] : mConnections) {
-        if (connection.isUp) {
-            up.push_back(service);
-        }
-    }
     lock.unlock();
-    for (const modem_api_qmi_service_type service : up) {
+    for (const modem_api_qmi_service_type service : services(&Connection::isUp)) {
         disconnect(service);
     }
     mEvents.post(timeOf("latency-ms") + back, [this, life] {
@@ -268,21 +234,21 @@ void Modem::restart(std::optional<Milliseconds> pause) {
             }
             mRestarting = false;
         }
-        for (const modem_api_qmi_service_type service : openServices()) {
+        for (const modem_api_qmi_service_type service : services(&Connection::isOpen)) {
             comeUp(service, true);
         }
     });
 }
 
-std::vector<modem_api_qmi_service_type> Modem::openServices() {
+std::vector<modem_api_qmi_service_type> Modem::services(bool Connection::*state) {
     std::lock_guard lock(mMutex);
-    std::vector<modem_api_qmi_service_type> services;
-    for (const auto& [service, connection] : mConnections) {
-        if (connection.isOpen) {
-            services.push_back(service);
+    std::vector<modem_api_qmi_service_type> found;
+    for (const auto& [service, connection] : mLinks.connections) {
+        if (connection.*state) {
+            found.push_back(service);
         }
     }
-    return services;
+    return found;
 }
 
 }  // namespace fake

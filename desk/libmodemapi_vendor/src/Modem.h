@@ -21,16 +21,27 @@ struct Needs {
     bool bound;
 };
 
-struct ServiceName {
-    modem_api_qmi_service_type service;
-    const char* name;
-};
-
-constexpr ServiceName SERVICES[] = {
+constexpr std::pair<modem_api_qmi_service_type, const char*> SERVICES[] = {
         {MODEM_API_QMI_SERVICE_WDS, "wds"}, {MODEM_API_QMI_SERVICE_DMS, "dms"},
         {MODEM_API_QMI_SERVICE_NAS, "nas"}, {MODEM_API_QMI_SERVICE_AT, "at"},
         {MODEM_API_QMI_SERVICE_SAR, "sar"}, {MODEM_API_QMI_SERVICE_PDC, "pdc"},
         {MODEM_API_QMI_SERVICE_VS, "vs"},   {MODEM_API_QMI_SERVICE_VMS, "vms"},
+};
+
+struct Connection {
+    bool isOpen = false;
+    bool isUp = false;
+    int32_t bound = -1;  ///< instance, or -1
+};
+
+/** The modem's services, and what it reports to whom. Not locked: see Modem::withLinks(). */
+struct Links {
+    std::map<modem_api_qmi_service_type, Connection> connections;
+    modem_api_event_callback callback = nullptr;
+    std::set<modem_api_event_type> subscribed;
+    bool indications = false;
+
+    bool isReady(Needs needs) const;
 };
 
 /**
@@ -60,6 +71,13 @@ public:
         return work(mMemory);
     }
 
+    /** The same for the services. */
+    template <class Work>
+    auto withLinks(Work&& work) {
+        std::lock_guard lock(mMutex);
+        return work(mLinks);
+    }
+
     /** A time of the memory. */
     Milliseconds timeOf(const char* name);
 
@@ -73,9 +91,6 @@ public:
                        size_t size);
 
     // Events.
-    void setEventCallback(modem_api_event_callback callback);
-    void subscribe(modem_api_event_type event);
-    void registerIndications();
     /** False when too many events wait. */
     bool takesEvents() { return mEvents.takesMore(); }
     /** True when the event would reach the callback now. */
@@ -90,7 +105,6 @@ public:
     bool open(modem_api_qmi_service_type service);
     /** False when it was not open. */
     bool release(modem_api_qmi_service_type service);
-    int bind(modem_api_qmi_service_type service, int32_t instance);
     /** Takes a service up or down and reports it, whether or not somebody opened it. */
     void connect(modem_api_qmi_service_type service);
     void disconnect(modem_api_qmi_service_type service);
@@ -99,21 +113,15 @@ public:
      * memory's own time for it, the open services are back.
      */
     void restart(std::optional<Milliseconds> pause = {});
-    std::vector<modem_api_qmi_service_type> openServices();
+    /** Those that are open, or up. */
+    std::vector<modem_api_qmi_service_type> services(bool Connection::*state);
 
     /** The modem's whole state as keys and values, for `state` of the text port. */
     std::vector<std::pair<std::string, std::string>> describe();
 
 private:
-    struct Connection {
-        bool isOpen = false;
-        bool isUp = false;
-        int32_t bound = -1;  ///< instance, or -1
-    };
-
     Modem() = default;
 
-    bool isReady(Needs needs) const;
     modem_api_event_callback receiver(modem_api_event_type event, bool always);
     void deliver(modem_api_event_type event, Bytes data, bool always);
     void deliverAtCommand(const AtCommand& command);
@@ -124,10 +132,7 @@ private:
 
     std::mutex mMutex;
     Memory mMemory;
-    std::map<modem_api_qmi_service_type, Connection> mConnections;
-    modem_api_event_callback mEventCallback = nullptr;
-    std::set<modem_api_event_type> mSubscribed;
-    bool mIndications = false;
+    Links mLinks;
     uint64_t mLife = 0;  ///< counts restarts: the last one decides when the modem is back
     bool mRestarting = false;
     bool mRadioReport = false;

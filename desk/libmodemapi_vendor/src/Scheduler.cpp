@@ -16,8 +16,18 @@ bool Scheduler::takesMore() {
 }
 
 void Scheduler::run() {
-    for (;;) {
-        takeDue()();
+    for (std::unique_lock lock(mMutex);;) {
+        const auto first = mTasks.begin();
+        if (first == mTasks.end()) {
+            mChanged.wait(lock);
+        } else if (const Clock::time_point due = first->first.first; due > Clock::now()) {
+            mChanged.wait_until(lock, due);
+        } else {
+            const auto node = mTasks.extract(first);
+            lock.unlock();
+            node.mapped()();
+            lock.lock();
+        }
     }
 }
 
@@ -26,24 +36,6 @@ void Scheduler::post(Milliseconds delay, std::function<void()> task) {
     mTasks.emplace(std::pair(Clock::now() + delay, ++mSequence), std::move(task));
     // All: a single wake-up may go to a thread that already waits for an earlier task.
     mChanged.notify_all();
-}
-
-std::function<void()> Scheduler::takeDue() {
-    std::unique_lock lock(mMutex);
-    for (;;) {
-        if (mTasks.empty()) {
-            mChanged.wait(lock);
-            continue;
-        }
-        const auto first = mTasks.begin();
-        const Clock::time_point due = first->first.first;
-        if (due <= Clock::now()) {
-            auto task = std::move(first->second);
-            mTasks.erase(first);
-            return task;
-        }
-        mChanged.wait_until(lock, due);
-    }
 }
 
 }  // namespace fake

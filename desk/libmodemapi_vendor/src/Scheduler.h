@@ -44,7 +44,6 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void run();
-    std::function<void()> takeDue();
 
     std::mutex mMutex;  ///< guards what follows; not held while a task runs
     std::condition_variable mChanged;

@@ -82,13 +82,13 @@ Lines Modem::describe() {
     Lines lines = mAtPort.describe();
     std::lock_guard lock(mMutex);
     for (const auto& [number, name] : SERVICES) {
-        const Connection& connection = mConnections[number];
+        const Connection& connection = mLinks.connections[number];
         std::string text = connection.isUp ? "up" : connection.isOpen ? "open" : "closed";
         text += connection.bound >= 0 ? " bound " + show(connection.bound) : "";
         lines.emplace_back(std::string("service.") + name, text);
     }
-    lines.emplace_back("subscribed", showAll(mSubscribed));
-    lines.emplace_back("indications", mIndications ? "on" : "off");
+    lines.emplace_back("subscribed", showAll(mLinks.subscribed));
+    lines.emplace_back("indications", mLinks.indications ? "on" : "off");
     lines.emplace_back("radio-report", mRadioReport ? "on" : "off");
     addMemory(lines, mMemory);
     return lines;

@@ -19,16 +19,9 @@ using Execute = std::function<std::string(const std::string&)>;
 
 std::atomic<int> sConnections{0};
 
-/** False when the peer is gone, or takes nothing for the time of the socket. */
+/** False when the peer is gone, or has not taken all in time. */
 bool sendAll(int fd, const std::string& text) {
-    for (size_t sent = 0; sent < text.size();) {
-        const ssize_t count = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        sent += count > 0 ? static_cast<size_t>(count) : 0;
-    }
-    return true;
+    return send(fd, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
 }
 
 void refuse(int fd, const std::string& reason) {
