@@ -3,6 +3,7 @@
 #include <atomic>
 #include <thread>
 
+#include "desk/libmodemapi_vendor/src/Api.h"
 #include "desk/libmodemapi_vendor/src/AtPort.h"
 #include "desk/libmodemapi_vendor/src/Commands.h"
 #include "desk/libmodemapi_vendor/src/Modem.h"
@@ -100,6 +101,8 @@ TEST_F(ModemTest, StoresGiveBackWhatFits) {
     EXPECT_NE(modem_read_nv_for_subid(0, 5, 9, bytes, &length), 0);
     EXPECT_EQ(modem_read_nv_for_subid(-1, 5, 9, bytes, &length), 0);
     EXPECT_EQ(length, 3U);
+    const auto noDefault = [](fake::Memory& memory) { fake::valueOf(memory.numbers, "none"); };
+    EXPECT_NE(fake::request("modem_none", fake::NO_SERVICE, noDefault), 0);
 }
 
 TEST_F(ModemTest, WrongCommandsSayWhatAndWhere) {
