@@ -4,19 +4,22 @@ import os
 import pty
 import signal
 import subprocess
-import tempfile
 import unittest
 
-HOST, PLUGIN, NO_PLUGIN, MODEMCTL = (
-    os.environ[name] for name in ("HOST", "PLUGIN", "NO_PLUGIN", "MODEMCTL"))
+from ox_modem import Desk
 
-
-def start(*words, stderr=subprocess.PIPE, **environment):
-    return subprocess.Popen([HOST, *words], text=True, stdout=subprocess.PIPE, stderr=stderr,
-                            env={**os.environ, **environment})
+PLUGIN, NO_PLUGIN = (os.environ[name] for name in ("PLUGIN", "NO_PLUGIN"))
 
 
 class HostTest(unittest.TestCase):
+    def setUp(self):
+        self.desk = Desk(1)
+        self.addCleanup(self.desk.close)
+
+    def start(self, *words, stderr=subprocess.PIPE, **environment):
+        return self.desk.start("ox-modem-host", *words, stderr=stderr,
+                               env={**self.desk.environment, **environment})
+
     def test_serves_until_a_signal_and_leaves_cleanly(self):
         rows = [
             ([], {}, "0: -i 0", signal.SIGTERM),
@@ -25,7 +28,7 @@ class HostTest(unittest.TestCase):
         ]
         for words, environment, recorded, stop in rows:
             with self.subTest(recorded):
-                host = start("--plugin", PLUGIN, *words, **environment)
+                host = self.start("--plugin", PLUGIN, *words, **environment)
                 self.assertEqual([host.stdout.readline() for _ in range(2)],
                                  [recorded + "\n", f"ready: {PLUGIN} serves nothing yet\n"])
                 host.send_signal(stop)
@@ -41,30 +44,28 @@ class HostTest(unittest.TestCase):
         ]
         for words, code, reason in rows:
             with self.subTest(words):
-                host = start(*words)
+                host = self.start(*words)
                 self.assertIn(reason, host.communicate(timeout=30)[1])
                 self.assertEqual(host.returncode, code)
 
     def test_serves_alone_and_outlives_whoever_read_its_output(self):
-        with tempfile.TemporaryDirectory() as folder:
-            host = start("--instance", "1", OX_RUNTIME_DIR=folder)
-            self.assertIn(" serves vendor.lyr.modem@1.0::IModem/", host.stdout.readline())
-            screen, terminal = pty.openpty()
-            second = start("--instance", "1", stderr=terminal, OX_RUNTIME_DIR=folder)
-            os.close(terminal)
-            with open(screen) as lines:  # ends with an error unless the reason comes
-                self.assertRegex(next(lines), r"\A\x1b\[2m.* I .*\x1b\[0m\n")
-                reason = f"instance 1 is already served by process {host.pid} ("
-                self.assertTrue(any(reason in line for line in lines))
-            self.assertEqual(second.wait(30), 1)
-            host.stdout.close()
-            host.stderr.close()
-            for _ in range(2):
-                subprocess.run([MODEMCTL, "--instance=1", "call", "getOperatingMode"], check=True,
-                               timeout=30, env={**os.environ, "OX_RUNTIME_DIR": folder})
-            host.send_signal(signal.SIGTERM)
-            self.assertEqual(host.wait(30), 0)
-            self.assertEqual(os.listdir(folder + "/vendor.lyr.modem@1.0::IModem"), [])
+        host = self.start("--instance", "1")
+        self.assertIn(" serves vendor.lyr.modem@1.0::IModem/", host.stdout.readline())
+        screen, terminal = pty.openpty()
+        second = self.start("--instance", "1", stderr=terminal)
+        os.close(terminal)
+        with open(screen) as lines:  # ends with an error unless the reason comes
+            self.assertRegex(next(lines), r"\A\x1b\[2m.* I .*\x1b\[0m\n")
+            reason = f"instance 1 is already served by process {host.pid} ("
+            self.assertTrue(any(reason in line for line in lines))
+        self.assertEqual(second.wait(30), 1)
+        host.stdout.close()
+        host.stderr.close()
+        for _ in range(2):
+            self.assertEqual(self.desk.call("getOperatingMode")["info"]["error"], 0)
+        host.send_signal(signal.SIGTERM)
+        self.assertEqual(host.wait(30), 0)
+        self.assertEqual(os.listdir(self.desk.folder / "vendor.lyr.modem@1.0::IModem"), [])
 
 
 if __name__ == "__main__":

@@ -5,17 +5,15 @@ import os
 import pathlib
 import pty
 import shlex
-import shutil
 import signal
 import socket
 import subprocess
-import tempfile
 import unittest
 from struct import pack
 
 from modem_double import Service, info, text
+from ox_modem import Desk, Host, program
 
-MODEMCTL = os.environ["MODEMCTL"]
 os.environ.pop("NO_COLOR", None)
 
 
@@ -29,29 +27,23 @@ def always(*calls):
 
 class ModemctlTest(unittest.TestCase):
     def setUp(self):
-        self.folder = tempfile.mkdtemp()
-        os.environ["OX_RUNTIME_DIR"] = self.folder
-        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
-
-    def start(self, *words):
-        return subprocess.Popen([MODEMCTL, *words], text=True, stdin=subprocess.PIPE,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.desk = Desk()
+        self.addCleanup(self.desk.close)
 
     def run_it(self, *words, stdin=""):
         """Exit status, stdout and stderr."""
-        process = self.start(*words)
-        out, err = process.communicate(stdin, timeout=60)
-        return process.returncode, out, err
+        done = self.desk.modemctl(*words, stdin=stdin)
+        return done.returncode, done.stdout, done.stderr
 
     def service(self, *arguments, **named):
         """A service in a folder of its own, which `run_it` looks into from now on."""
         self.setUp()
-        service = Service(self.folder, *arguments, **named)
+        service = Service(self.desk.folder, *arguments, **named)
         self.addCleanup(service.close)
         return service
 
     def test_messages(self):
-        large = pathlib.Path(self.folder, "large")
+        large = self.desk.folder / "large"
         large.write_bytes(bytes(1 << 20))
         rows = [
             ("", "which command?"),
@@ -80,9 +72,9 @@ class ModemctlTest(unittest.TestCase):
         for words, line in rows:
             with self.subTest(words):
                 out = "/dev/full" if words.endswith(" >") else "/dev/null"
-                command = f"exec {shlex.quote(MODEMCTL)} {words.rstrip(' >')} > {out}"
+                command = f"exec {shlex.quote(program('modemctl'))} {words.rstrip(' >')} > {out}"
                 done = subprocess.run(["sh", "-c", command], capture_output=True, text=True,
-                                      timeout=60)
+                                      timeout=60, env=self.desk.environment)
                 self.assertEqual(done.returncode, 3 if "run.sh" in line else 2)
                 self.assertIn(line.lower(), done.stderr.lower())
                 self.assertRegex(done.stderr, r"\Amodemctl: .*\n\Z")
@@ -92,7 +84,7 @@ class ModemctlTest(unittest.TestCase):
     def test_arguments_reach_the_service(self):
         service = self.service(lambda client, request: client.answer(
             request.name + "Response", info(request.serial)))
-        file = pathlib.Path(self.folder, "f")
+        file = self.desk.folder / "f"
         file.write_bytes(b"\0\xff\n")
         rows = [
             ("setAgpsTestMode 0xffffffff", b"\xff" * 4),
@@ -122,7 +114,7 @@ class ModemctlTest(unittest.TestCase):
             with self.subTest(line):
                 self.service(always(("answer", name, payload)))
                 call = ["call", "--serial", "7", *words.split()]
-                file = pathlib.Path(self.folder, "out")
+                file = self.desk.folder / "out"
                 self.assertEqual(self.run_it(*call, *(["--out", str(file)] if content else [])),
                                  (0, f"{name} {line}\n", ""))
                 self.assertEqual(file.read_bytes() if content else None, content)
@@ -135,9 +127,8 @@ class ModemctlTest(unittest.TestCase):
                               (33, f'{"78" * 32}... (33 bytes) "{xs}"...')):
             self.service(always(("answer", "readPrlResponse", info(7, 1) + text("x" * length))))
             screen, terminal = pty.openpty()
-            done = subprocess.run([MODEMCTL, "call", "--serial=7", "readPrl", "0"], stdout=terminal,
-                                  timeout=60)
-            self.assertEqual(done.returncode, 1)
+            call = self.desk.start("modemctl", "call", "--serial=7", "readPrl", 0, stdout=terminal)
+            self.assertEqual(call.wait(60), 1)
             with open(screen) as lines:
                 self.assertEqual(next(lines), "\x1b[1mreadPrlResponse\x1b[0m serial=7 "
                                  f"\x1b[31merror=1\x1b[0m data=hex:{shown}\n")
@@ -174,7 +165,7 @@ class ModemctlTest(unittest.TestCase):
     def test_watch_ends_with_a_signal_or_with_the_service(self):
         for stop in (signal.SIGINT, signal.SIGTERM):
             self.service()
-            watch = self.start("watch")
+            watch = self.desk.start("modemctl", "watch")
             self.assertIn("watching", watch.stderr.readline())
             watch.send_signal(stop)
             watch.communicate(timeout=60)
@@ -183,7 +174,7 @@ class ModemctlTest(unittest.TestCase):
         self.assertEqual(self.run_it("watch")[0], 3)
 
     def test_a_service_that_comes_and_goes(self):
-        waiting = [self.start(*words) for words in (
+        waiting = [self.desk.start("modemctl", *words) for words in (
             ("wait", "30"), ("call", "--wait=30", "--serial=7", "rebootModem"),
             ("watch", "--follow", "--count=2"))]
         self.assertEqual(self.run_it("wait", "0.1")[0], 3)
@@ -191,21 +182,21 @@ class ModemctlTest(unittest.TestCase):
 
         def on_join(client):
             client.event("powerSaveModeInd", pack("<Ii", 0, 1))
-        service = Service(self.folder, always(("answer", "rebootModemResponse", info(7)),
+        service = Service(self.desk.folder, always(("answer", "rebootModemResponse", info(7)),
                                               ("leave",)), on_join)
         self.assertEqual([client.wait(30) for client in waiting[:2]], [0, 0])
         self.assertIn("watching", waiting[2].stderr.readline())
         service.close()
-        self.addCleanup(Service(self.folder, on_join=on_join).close)
+        self.addCleanup(Service(self.desk.folder, on_join=on_join).close)
         watched, noted = waiting[2].communicate(timeout=30)
         self.assertEqual(watched, 2 * "powerSaveModeInd mode=1\n")
 
     def test_a_folder_that_cannot_be_used_is_named_at_once(self):
-        os.chmod(self.folder, 0o755)
-        for folder, reason in ((self.folder, "not a folder of this user's alone"),
-                               (self.folder + "/none/none", "No such file"),
+        os.chmod(self.desk.folder, 0o755)
+        for folder, reason in ((self.desk.folder, "not a folder of this user's alone"),
+                               (self.desk.folder / "none" / "none", "No such file"),
                                ("/tmp/" + 100 * "x", "File name too long")):
-            os.environ["OX_RUNTIME_DIR"] = folder
+            self.desk.environment["OX_RUNTIME_DIR"] = str(folder)
             for command in ("call --wait=9 rebootModem", "watch --follow", "wait", "status"):
                 with self.subTest((folder, command)):
                     status, *output = self.run_it(*command.split())
@@ -214,18 +205,16 @@ class ModemctlTest(unittest.TestCase):
 
     def test_fake_modem_that_does_not_reply(self):
         with socket.socket(socket.AF_UNIX) as port:
-            port.bind(os.path.join(self.folder, "fake-modem.0"))
+            port.bind(str(self.desk.folder / "fake-modem.0"))
             port.listen(0)
             self.assertEqual(self.run_it("fake", "state", "--timeout=0.2")[0], 4)
 
     def test_completion(self):
-        host = subprocess.Popen([os.environ["HOST"]], text=True, stdout=subprocess.PIPE,
-                                stderr=subprocess.DEVNULL)
-        self.addCleanup(lambda: (host.terminate(), host.communicate()))
-        host.stdout.readline()
-        pathlib.Path(self.folder, "b file").touch()
+        self.desk = Host()
+        self.addCleanup(self.desk.close)
+        (self.desk.folder / "b file").touch()
         script = self.run_it("completion", "bash")[1]
-        script += f"PATH={shlex.quote(os.path.dirname(MODEMCTL))}:$PATH; "
+        script += f"PATH={shlex.quote(os.path.dirname(program('modemctl')))}:$PATH; "
         for words, completed in (("call --serial 7 setSar", "setSarState"), ("compl", "completion"),
                                  ("watch --conf", "--confirm-log"), ("call --conf", ""),
                                  ("fake connect pd", "pdc"), ("fake set agps", "agps-test-mode"),
@@ -234,8 +223,8 @@ class ModemctlTest(unittest.TestCase):
             with self.subTest(words):
                 run = script + (f"COMP_WORDS=(modemctl {words}) COMP_CWORD={len(words.split(' '))};"
                                 '_modemctl; echo "${COMPREPLY[@]}"')
-                found = subprocess.run(["bash", "-euc", run], cwd=self.folder, capture_output=True,
-                                       text=True)
+                found = subprocess.run(["bash", "-euc", run], cwd=self.desk.folder, capture_output=True,
+                                       text=True, env=self.desk.environment)
                 self.assertEqual((found.stdout.strip(), found.stderr), (completed, ""))
 
 
