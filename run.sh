@@ -16,7 +16,13 @@ END
 }
 
 # Without the shell's complaint when the reader of the output has gone: the script ends then.
-echo() { builtin echo "$@" 2>/dev/null; }
+echo() {
+    local why
+    builtin echo "$@" 2>/dev/null && return
+    { why=$(builtin echo 2>&1 >&3) || true; } 3>&1
+    [[ $why == *"Broken pipe" ]] || builtin echo "run.sh: cannot write: ${why##*: }" >&2
+    return 1
+}
 
 # Runs when the script ends, however it ends: no process and no folder stays.
 clean_up() {

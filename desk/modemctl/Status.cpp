@@ -127,6 +127,11 @@ ordered_json read(int instance) {
         state["atPort"] = portOf(runtime::atPort(number));
         try {
             state["service"] = ordered_json::parse(debug(instance, {"json"}), nullptr, false);
+            for (ordered_json& client : state["service"]["clients"]) {
+                if (client.contains("bound") && !client["connected"].get<bool>()) {
+                    client["bound"] = false;  // the service forgets it when it is connected again
+                }
+            }
         } catch (const Failure& failure) {
             state["trouble"] = failure.what();
         }

@@ -11,9 +11,9 @@
 #include "Api.h"
 #include "At.h"
 #include "Call.h"
-#include "Documents.h"
 #include "Failure.h"
 #include "FakeModem.h"
+#include "Help.h"
 #include "LogCommand.h"
 #include "Options.h"
 #include "Printer.h"
@@ -45,7 +45,7 @@ public:
                 ->check(CLI::Range(0.001, 86400.0));
         mApp.add_option("--instance", mOptions.instance, "Instance of the service (0)")
                 ->check(CLI::Range(0, 1));
-        addDocuments();
+        addHelp();
         addCall();
         addWatch();
         addLog();
@@ -93,21 +93,21 @@ private:
         return api::unknown(given[0], "command", names, "--help");
     }
 
-    void addDocuments() {
+    void addHelp() {
         add("list", "Lists the requests with their arguments", 0,
-            [this](const Words&) { return print(documents::list(mOptions.json)); });
+            [this](const Words&) { return print(help::list(mOptions.json)); });
         add("show", "METHOD: what it does, its arguments and its answer", 1,
-            [](const Words& words) {
+            [this](const Words& words) {
                 if (words.empty()) {
                     throw Failure(WRONG_USAGE, "show: which method? see modemctl list");
                 }
-                return print(documents::show(api::request(words[0])));
+                return print(help::show(api::request(words[0]), mOptions.json));
             });
         add("completion", "bash or zsh: prints a completion script", 1, [](const Words& words) {
             if (words != Words{"bash"} && words != Words{"zsh"}) {
                 throw Failure(WRONG_USAGE, "completion: for which shell? bash or zsh");
             }
-            return print(documents::completion(words[0] == "zsh"));
+            return print(help::completion(words[0] == "zsh"));
         });
     }
 
@@ -177,7 +177,7 @@ private:
         } catch (const CLI::CallForHelp& help) {
             const Words words = mApp.remaining();
             if (mApp.got_subcommand("call") && !words.empty()) {
-                leave(print(documents::show(api::request(words[0]))));
+                leave(print(help::show(api::request(words[0]), mOptions.json)));
             }
             leave(mApp.exit(help));
         } catch (const CLI::Success& help) {

@@ -5,6 +5,7 @@ import os
 import pathlib
 import pty
 import shlex
+import shutil
 import signal
 import socket
 import subprocess
@@ -226,6 +227,31 @@ class ModemctlTest(unittest.TestCase):
                 found = subprocess.run(["bash", "-euc", run], cwd=self.desk.folder, capture_output=True,
                                        text=True, env=self.desk.environment)
                 self.assertEqual((found.stdout.strip(), found.stderr), (completed, ""))
+
+    def test_zsh_completes_an_empty_word(self):
+        if shutil.which("zsh") is None:
+            self.skipTest("no zsh")
+        script = "compdef() { :; }; " + self.run_it("completion", "zsh")[1] + (
+            "PATH=%s:$PATH; COMP_WORDS=(modemctl call '') COMP_CWORD=2; _modemctl x --; "
+            "print $COMPREPLY" % os.path.dirname(program("modemctl")))
+        found = subprocess.run(["zsh", "-fc", script], capture_output=True, text=True).stdout
+        self.assertIn("getBuildId", found)
+        self.assertNotIn("--", found)
+
+    def test_each_request_calls_the_function_that_list_names(self):
+        self.desk = Host()
+        self.addCleanup(self.desk.close)
+        file = self.desk.folder / "file"
+        file.write_bytes(b"x")
+        for request in map(json.loads, self.run_it("--json", "list")[1].splitlines()):
+            if request["function"]:
+                words = [str(file) if word == "hex:0a0b" and request["method"] == "loadMbnConfig"
+                         else word for word in request["example"].split()[2:]]
+                self.desk.fake("clear\nat +LOG 11 2 1 tc7\nwait atLogControlInfoInd")
+                self.desk.call(*words)
+                with self.subTest(request["method"]):
+                    self.assertNotEqual(self.desk.fake("calls", request["function"]), ["0"])
+                self.desk.fake("wait service.vs up bound 0\nwait at.registered")  # after rebootModem
 
 
 if __name__ == "__main__":
