@@ -1,7 +1,6 @@
 #include "At.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -23,13 +22,15 @@ constexpr size_t LONGEST_LINE = 64 << 10;
 
 runtime::UniqueFd openPort(int instance) {
     const std::string path = runtime::atPort(std::to_string(instance));
-    runtime::UniqueFd port(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    runtime::UniqueFd port(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     termios raw{};
     if (port.get() < 0 || tcgetattr(port.get(), &raw) != 0) {
         throw Failure(NO_SERVICE,
                       "no AT port: " + path + ": " + strerror(errno) + howToStart(instance));
     }
     cfmakeraw(&raw);
+    raw.c_cc[VMIN] = 0;
+    raw.c_cc[VTIME] = 1;  // tenths of a second that a read waits
     tcsetattr(port.get(), TCSANOW, &raw);
     tcflush(port.get(), TCIFLUSH);  // drops replies to whoever used the port before
     return port;
@@ -67,11 +68,9 @@ ExitCode runAt(int instance, std::chrono::milliseconds timeout, const std::strin
     std::string text;
     auto lines = nlohmann::ordered_json::array();
     while (Clock::now() < deadline) {
-        pollfd readable{port.get(), POLLIN, 0};
         std::array<char, 1024> part{};
-        ssize_t count =
-                poll(&readable, 1, 50) == 1 ? read(port.get(), part.data(), part.size()) : 0;
-        if (count < 0 && errno != EAGAIN) {
+        const ssize_t count = read(port.get(), part.data(), part.size());
+        if (count < 0 && errno != EINTR) {
             throw Failure(NO_SERVICE, "the modem has gone");
         }
         text.append(part.data(), static_cast<size_t>(count > 0 ? count : 0));

@@ -307,19 +307,19 @@ ExitCode runFakeModem(int instance, std::chrono::milliseconds timeout, std::istr
 ExitCode runFakeModem(const Options& options, const Words& words) {
     std::istringstream line(lineOf(words));
     std::ifstream file;
-    std::istream* commands = words.empty() ? &std::cin : &line;
     std::string name;
+    const bool isStdin = words.empty() || words == Words{"-"};
     if (words == Words{"-"}) {
-        commands = &std::cin;
         name = "stdin";
     } else if (isFile(words)) {
-        commands = &file;
         name = words[0];
         file.open(name);
         if (!file || std::filesystem::is_directory(name)) {
             throw Failure(WRONG_USAGE, name + ": " + strerror(file ? EISDIR : errno));
         }
     }
-    return runFakeModem(options.instance, options.patience(), *commands, std::cout, options.json,
+    std::istream& given = name.empty() ? static_cast<std::istream&>(line) : file;
+    std::istream& commands = isStdin ? std::cin : given;
+    return runFakeModem(options.instance, options.patience(), commands, std::cout, options.json,
                         name);
 }

@@ -53,6 +53,7 @@ _modemctl() {
             fail|delay|silence|patch|ok|calls) choices=$($ask fake calls | sed '/^ok$/d; s/ .*//') ;;
             set|state) choices=$($ask fake state | sed '/^ok$/d; s/ .*//') ;;
             esac ;;
+        0:3:fake:*) [[ ${COMP_WORDS[COMP_CWORD-2]} != patch ]] || choices='length result size token' ;;
     esac 2>/dev/null
     COMPREPLY=($(compgen -W "$choices" -- "$word"))
 }

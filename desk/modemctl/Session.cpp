@@ -136,9 +136,9 @@ std::optional<Arrival> Session::connect(Clock::time_point deadline) {
         join(connection);
         return std::nullopt;
     }
-    const Trouble trouble = troubleAt(path);
-    const std::string text = mWasReady ? "the service has gone" : "no service: " + trouble.reason;
-    if (!trouble.isAbsence || Clock::now() >= mPatience) {
+    const Peer peer = peerAt(path);
+    const std::string text = mWasReady ? "the service has gone" : "no service: " + peer.reason;
+    if (!peer.isAbsence || Clock::now() >= mPatience) {
         throw Failure(NO_SERVICE, text + howToStart(mInstance));
     }
     if (!std::exchange(mNoted, true)) {
@@ -204,13 +204,14 @@ std::string sharingPath(int instance) {
     return hal::servicePath(sharing::DESCRIPTOR, sharing::name(instance));
 }
 
-Trouble troubleAt(const std::string& path) {
+Peer peerAt(const std::string& path) {
     try {
-        runtime::connectTo(path, 1s);
-        return {path + ": it does not respond", true};
+        const auto socket = runtime::connectTo(path, 1s);
+        return {runtime::ownUsersProcess(socket.get()), path + ": it does not respond", true};
     } catch (const std::system_error& error) {
         const std::error_code code = error.code();
-        return {error.what(), code == std::errc::no_such_file_or_directory ||
-                                      code == std::errc::connection_refused};
+        const bool isAbsence = code == std::errc::no_such_file_or_directory ||
+                               code == std::errc::connection_refused;
+        return {0, error.what(), isAbsence};
     }
 }

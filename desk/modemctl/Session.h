@@ -81,9 +81,10 @@ private:
  */
 std::string sharingPath(int instance);
 
-/** Why nobody can be reached at a socket, and whether it is just that nobody is there. */
-struct Trouble {
-    std::string reason;
-    bool isAbsence;
+/** Who can be reached at a socket. */
+struct Peer {
+    int process;         ///< 0 for nobody
+    std::string reason;  ///< why nobody
+    bool isAbsence;      ///< it is just that nobody is there
 };
-Trouble troubleAt(const std::string& path);
+Peer peerAt(const std::string& path);

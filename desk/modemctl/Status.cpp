@@ -85,16 +85,6 @@ std::string debug(int instance, const std::vector<std::string>& options) {
     return text;
 }
 
-/** The process that serves a socket; 0 when it cannot be reached. */
-int processOf(const std::string& path) {
-    try {
-        const auto socket = runtime::connectTo(path, 1s);
-        return runtime::ownUsersProcess(socket.get());
-    } catch (const std::system_error&) {
-        return 0;
-    }
-}
-
 /** Who holds the callbacks, as far as the host has seen. */
 sharing::Holder holderOf(int instance) {
     const auto connection = hal::Connection::connect(sharingPath(instance), nullptr);
@@ -110,18 +100,16 @@ sharing::Holder holderOf(int instance) {
 }
 
 ordered_json portOf(const std::string& path) {
-    std::error_code error;
-    const bool there = std::filesystem::symlink_status(path, error).type() !=
-                       std::filesystem::file_type::not_found;
-    return there ? ordered_json(path) : ordered_json(nullptr);
+    std::error_code ignored;
+    return std::filesystem::exists(path, ignored) ? ordered_json(path) : ordered_json();
 }
 
 ordered_json read(int instance) {
     const std::string number = std::to_string(instance);
     ordered_json state{{"instance", instance}, {"process", nullptr}};
     const std::string path = pathOf(instance);
-    if (const int process = processOf(path); process != 0) {
-        state["process"] = process;
+    if (const Peer peer = peerAt(path); peer.process != 0) {
+        state["process"] = peer.process;
         state["callbacks"] = HOLDERS[holderOf(instance) % std::size(HOLDERS)];
         state["textPort"] = portOf(runtime::fakeModemPort(number));
         state["atPort"] = portOf(runtime::atPort(number));
@@ -135,8 +123,8 @@ ordered_json read(int instance) {
         } catch (const Failure& failure) {
             state["trouble"] = failure.what();
         }
-    } else if (const Trouble trouble = troubleAt(path); !trouble.isAbsence) {
-        state["trouble"] = trouble.reason;
+    } else if (!peer.isAbsence) {
+        state["trouble"] = peer.reason;
     }
     return state;
 }
@@ -160,14 +148,13 @@ void printText(const ordered_json& state) {
         return;
     }
     for (const ordered_json& client : state["service"].value("clients", ordered_json::array())) {
-        const bool connected = client.value("present", false) && client.value("connected", false);
+        const bool connected = client.value("connected", false);
         std::cout << "  " << client["name"].get<std::string>() << ": "
                   << (!client.value("present", false) ? "absent"
-                      : connected                     ? "connected"
-                                                      : "not connected")
-                  << (!connected || !client.contains("bound") ? ""
-                      : client["bound"].get<bool>()           ? ", bound"
-                                                              : ", not bound")
+                      : !connected                    ? "not connected"
+                      : client.value("bound", false)  ? "connected, bound"
+                      : client.contains("bound")      ? "connected, not bound"
+                                                      : "connected")
                   << '\n';
     }
 }
@@ -194,10 +181,9 @@ ExitCode print(bool json, int asked) {
 ExitCode wait(int instance, double seconds) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     const std::string path = sharingPath(instance);  // there when the service answers
-    while (processOf(path) == 0) {
-        const Trouble trouble = troubleAt(path);
-        if (!trouble.isAbsence || std::chrono::steady_clock::now() > deadline) {
-            throw Failure(NO_SERVICE, "no service: " + trouble.reason + howToStart(instance));
+    for (Peer peer = peerAt(path); peer.process == 0; peer = peerAt(path)) {
+        if (!peer.isAbsence || std::chrono::steady_clock::now() > deadline) {
+            throw Failure(NO_SERVICE, "no service: " + peer.reason + howToStart(instance));
         }
         std::this_thread::sleep_for(20ms);
     }

@@ -218,7 +218,7 @@ class ModemctlTest(unittest.TestCase):
         script += f"PATH={shlex.quote(os.path.dirname(program('modemctl')))}:$PATH; "
         for words, completed in (("call --serial 7 setSar", "setSarState"), ("compl", "completion"),
                                  ("watch --conf", "--confirm-log"), ("call --conf", ""),
-                                 ("fake connect pd", "pdc"), ("fake set agps", "agps-test-mode"),
+                                 ("fake connect pd", "pdc"), ("fake patch x re", "result"), ("fake set agps", "agps-test-mode"),
                                  ("fake fail modem_set_sar", "modem_set_sar_dsi"),
                                  ("call writePrl 0 @b", r"@b\ file")):
             with self.subTest(words):
