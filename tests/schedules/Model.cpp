@@ -15,7 +15,7 @@
 
 class Model::Rules {
 public:
-    Rules(World& world, const std::vector<Deed>& deeds) : mWorld(world), mDeeds(deeds) {}
+    Rules(World& world, const std::vector<Effect>& effects) : mWorld(world), mEffects(effects) {}
 
     /** Follows one action; all that the plug-in did has to be its consequence. */
     void follow(const Action& action) {
@@ -111,42 +111,42 @@ private:
 
     // ---- What the plug-in must have done next ---------------------------------------------------
 
-    const Deed* next() const { return mAt < mDeeds.size() ? &mDeeds[mAt] : nullptr; }
-    bool isNext(Deed::Kind kind) const { return next() != nullptr && next()->kind == kind; }
+    const Effect* next() const { return mAt < mEffects.size() ? &mEffects[mAt] : nullptr; }
+    bool isNext(Effect::Kind kind) const { return next() != nullptr && next()->kind == kind; }
 
-    const Deed& call(const std::string& text) {
-        check(isNext(Deed::CALL) && next()->text == text,
+    const Effect& call(const std::string& text) {
+        check(isNext(Effect::CALL) && next()->text == text,
               "expected " + text + ", not " + (next() != nullptr ? next()->text : "nothing"));
-        return mDeeds[mAt++];
+        return mEffects[mAt++];
     }
 
     /** A call to a callback; `withoutMemory` is what it may carry when an allocation failed. */
-    int deliver(Deed::Kind kind, int client, uint32_t code, const std::string& bytes,
+    int deliver(Effect::Kind kind, int client, uint32_t code, const std::string& bytes,
                 const std::string& withoutMemory) {
-        if (mStruck && isNext(Deed::LOST)) {
+        if (mStruck && isNext(Effect::LOST)) {
             mStruck = false;
             ++mAt;
             return 1;
         }
         check(isNext(kind) && next()->client == client && next()->code == code,
               "expected callback " + std::to_string(code) + " of client " + std::to_string(client));
-        const Deed& deed = mDeeds[mAt++];
-        const bool lacksMemory = mStruck && !withoutMemory.empty() && deed.text == withoutMemory;
-        check(deed.text == bytes || lacksMemory, "callback " + std::to_string(code) + " carries " +
-                                                         toHex(deed.text.data(), deed.text.size()) +
-                                                         ", expected " +
-                                                         toHex(bytes.data(), bytes.size()));
+        const Effect& effect = mEffects[mAt++];
+        const bool lacksMemory = mStruck && !withoutMemory.empty() && effect.text == withoutMemory;
+        check(effect.text == bytes || lacksMemory,
+              "callback " + std::to_string(code) + " carries " +
+                      toHex(effect.text.data(), effect.text.size()) + ", expected " +
+                      toHex(bytes.data(), bytes.size()));
         mStruck = mStruck && !lacksMemory;
-        const int result = deed.result;
-        strike(Fault::CALLBACK_FAILS, result != 0);
-        if (result != 0 && isNext(Deed::LOST)) {
+        const int result = effect.result;
+        tally(Fault::CALLBACK_FAILS, result != 0);
+        if (result != 0 && isNext(Effect::LOST)) {
             mStruck = false;  // for the text of the failure
             ++mAt;
         }
-        if (const auto inside = deed.inside) {
+        if (const auto inside = effect.inside) {
             const bool isRequest = inside->kind == Action::REQUEST;
-            strike(Fault::REQUEST_INSIDE_A_CALLBACK, isRequest);
-            strike(Fault::INSTALLED_INSIDE_A_CALLBACK, !isRequest);
+            tally(Fault::REQUEST_INSIDE_A_CALLBACK, isRequest);
+            tally(Fault::INSTALLED_INSIDE_A_CALLBACK, !isRequest);
             apply(*inside);
         }
         return result;
@@ -154,10 +154,11 @@ private:
 
     void respond(const Request& request, int32_t serial, int err, const std::string& payload,
                  const std::string& withoutMemory) {
-        strike(Fault::NO_RESPONSE_CALLBACK, mResponse < 0);
+        tally(Fault::NO_RESPONSE_CALLBACK, mResponse < 0);
         if (mResponse >= 0) {
             const uint32_t error = err == 0 || err == 2 ? err : 1;
-            deliver(Deed::ANSWER, mResponse, request.response->code, info(serial, error) + payload,
+            deliver(Effect::ANSWER, mResponse, request.response->code,
+                    info(serial, error) + payload,
                     payload.empty() ? "" : info(serial, 1) + withoutMemory);
         }
     }
@@ -172,10 +173,10 @@ private:
     }
 
     int indicate(Indication code, const std::string& bytes) {
-        strike(Fault::NO_INDICATION_CALLBACK, mIndication < 0);
-        return mIndication < 0
-                       ? 4
-                       : deliver(Deed::INDICATION, mIndication, code, raw(uint32_t{0}) + bytes, "");
+        tally(Fault::NO_INDICATION_CALLBACK, mIndication < 0);
+        return mIndication < 0 ? 4
+                               : deliver(Effect::INDICATION, mIndication, code,
+                                         raw(uint32_t{0}) + bytes, "");
     }
 
     void apply(const Action& action) {
@@ -188,16 +189,16 @@ private:
                 break;
             case Action::ANSWER:
                 if (!mPending.empty()) {
-                    strike(Fault::ANSWER_OUT_OF_ORDER, action.number != 0);
-                    strike(Fault::ANSWER_AFTER_DISCONNECTION, !mConnected[VS]);
-                    strike(Fault::NO_MEMORY_FOR_AN_ANSWER, mStruck);
+                    tally(Fault::ANSWER_OUT_OF_ORDER, action.number != 0);
+                    tally(Fault::ANSWER_AFTER_DISCONNECTION, !mConnected[VS]);
+                    tally(Fault::NO_MEMORY_FOR_AN_ANSWER, mStruck);
                     const Action pending = mPending[action.number];
                     mPending.erase(mPending.begin() + static_cast<ptrdiff_t>(action.number));
                     finish(pending, action.record);
                 }
                 break;
             case Action::EVENT:
-                strike(Fault::NO_MEMORY_FOR_AN_EVENT, mStruck);
+                tally(Fault::NO_MEMORY_FOR_AN_EVENT, mStruck);
                 event(static_cast<int>(action.number), action);
                 break;
             case Action::INSTALL:
@@ -224,11 +225,11 @@ private:
     void request(const Action& action) {
         const Qmi client = action.request->service;
         mWaiting.insert(action.serial);
-        strike(Fault::CLIENT_ABSENT, isAbsent(client));
+        tally(Fault::CLIENT_ABSENT, isAbsent(client));
         if (isAbsent(client)) {
             refuse(action, 4);
         } else if (mStruck) {
-            strike(Fault::NO_MEMORY_FOR_A_REQUEST);
+            tally(Fault::NO_MEMORY_FOR_A_REQUEST);
             mStruck = false;
             refuse(action, 5);
         } else if (!post({client, Item::REQUEST, action})) {
@@ -241,7 +242,7 @@ private:
             return other.client == item.client;
         });
         const bool isFull = static_cast<size_t>(waiting) >= mLimit;
-        strike(Fault::QUEUE_FULL, isFull);
+        tally(Fault::QUEUE_FULL, isFull);
         // Without memory for a message, only one of the plug-in's own may vanish.
         const bool hasVanished = mStruck && desk::pendingMessages() == mQueue.size();
         mStruck = mStruck && !hasVanished;
@@ -266,7 +267,7 @@ private:
                                         [&](const Item& item) { return item.client == client; });
         const Item item = *first;
         mQueue.erase(first);
-        strike(Fault::NO_MEMORY_FOR_A_STEP, mStruck);
+        tally(Fault::NO_MEMORY_FOR_A_STEP, mStruck);
         if (item.kind == Item::REQUEST) {
             if ((client == NAS || client == WDS) && !mBindings[client].isBound) {
                 mBindings[client].retries = 20;
@@ -284,16 +285,17 @@ private:
 
     void bind(Qmi client) {
         Binding& binding = mBindings[client];
-        const Deed& deed = call(std::string("modem_api_bind_") + (client == NAS ? "nas" : "wds") +
-                                "_subscription(" + std::to_string(mWorld.instance()) + ")");
-        check(deed.isConnected == mConnected[client], "a bind before the connection is marked");
-        if (deed.result == 0) {
+        const Effect& effect =
+                call(std::string("modem_api_bind_") + (client == NAS ? "nas" : "wds") +
+                     "_subscription(" + std::to_string(mWorld.instance()) + ")");
+        check(effect.isConnected == mConnected[client], "a bind before the connection is marked");
+        if (effect.result == 0) {
             binding = {true, 0};
         } else if (binding.retries < 20) {
             ++binding.retries;
             post({client, Item::BIND});
         } else {
-            strike(Fault::BIND_GIVEN_UP);
+            tally(Fault::BIND_GIVEN_UP);
         }
     }
 
@@ -303,7 +305,7 @@ private:
                 mConnected[row.service] && (row.service != NAS || mBindings[NAS].isBound) &&
                 (row.service != WDS || row.way == Way::DELETE || mBindings[WDS].isBound);
         if (!isReady && row.way != Way::FILE && row.way != Way::CONFIRM) {
-            strike(Fault::NOT_CONNECTED);
+            tally(Fault::NOT_CONNECTED);
             refuseToken(action, 4);
             return;
         }
@@ -322,30 +324,30 @@ private:
         }
     }
 
-    const Deed& call(const Action& action) {
+    const Effect& call(const Action& action) {
         return call(filled(action.request->call, *action.request, action.serial, action.args));
     }
 
     void serveSync(const Action& action) {
         const Request& row = *action.request;
-        const Deed& deed = call(action);
+        const Effect& effect = call(action);
         // Two requests hand out what the modem wrote, also when it failed.
-        const bool isGiven = deed.result == 0 || row.service == DMS || row.service == WDS;
-        answer(action, deed.result == 0 ? 0 : 1,
-               isGiven ? payloadOf(row.payload, deed.given) : emptyOf(row.payload));
+        const bool isGiven = effect.result == 0 || row.service == DMS || row.service == WDS;
+        answer(action, effect.result == 0 ? 0 : 1,
+               isGiven ? payloadOf(row.payload, effect.given) : emptyOf(row.payload));
     }
 
     void serveAsync(const Action& action) {
-        if (mStruck && !isNext(Deed::CALL)) {
+        if (mStruck && !isNext(Effect::CALL)) {
             mStruck = false;  // for the cookie
             refuse(action, 5);
             return;
         }
-        const Deed& deed = call(action);
-        if (deed.result != 0) {
+        const Effect& effect = call(action);
+        if (effect.result != 0) {
             refuse(action, 1);
-        } else if (deed.early) {
-            finish(action, *deed.early);
+        } else if (effect.early) {
+            finish(action, *effect.early);
         } else {
             mPending.push_back(action);
         }
@@ -398,17 +400,17 @@ private:
         int err = path == "missing" ? 1 : 0;
         for (size_t sent = 0; err == 0 && sent < content.size(); sent += 900) {
             const std::string chunk = content.substr(sent, 900);
-            const Deed& deed = call("modem_pdc_load_configuration(MbnApp_" + path + ", " +
-                                    std::to_string(chunk.size()) + ", " +
-                                    std::to_string(content.size()) + ")");
-            err = deed.result == 0 ? 0 : 1;
-            check(err != 0 || deed.given == chunk, "the modem got another chunk");
+            const Effect& effect = call("modem_pdc_load_configuration(MbnApp_" + path + ", " +
+                                        std::to_string(chunk.size()) + ", " +
+                                        std::to_string(content.size()) + ")");
+            err = effect.result == 0 ? 0 : 1;
+            check(err != 0 || effect.given == chunk, "the modem got another chunk");
         }
         answer(action, err, "");
     }
 
     void deleteProfiles(const Action& action) {
-        const Deed& listed = call(action);
+        const Effect& listed = call(action);
         const std::string profiles = listed.result == 0 ? listed.given : "";
         int result = 1;
         for (size_t i = 0; i < profiles.size(); i += 8) {
@@ -426,9 +428,9 @@ private:
         const std::string& data = action.record.bytes;
         const size_t size = action.record.isNull ? 0 : data.size();
         const auto layout = SIZES.find(number);
-        strike(Fault::EVENT_UNKNOWN, layout == SIZES.end());
+        tally(Fault::EVENT_UNKNOWN, layout == SIZES.end());
         if (layout == SIZES.end() || size < layout->second) {
-            strike(Fault::EVENT_TOO_SHORT, layout != SIZES.end());
+            tally(Fault::EVENT_TOO_SHORT, layout != SIZES.end());
         } else if (number <= 1) {
             if (size == 4 && !isAbsent(at<int>(data, 0))) {
                 connect(at<int>(data, 0), number == 0);
@@ -450,7 +452,7 @@ private:
         if (service == 231 || service == 99) {
             return;
         }
-        strike(isConnected ? Fault::CONNECTED_AGAIN : Fault::DISCONNECTED);
+        tally(isConnected ? Fault::CONNECTED_AGAIN : Fault::DISCONNECTED);
         mConnected[service] = isConnected;
         if (!isConnected) {
             return;
@@ -476,11 +478,11 @@ private:
     void token(int number, const std::string& data) {
         const size_t kind = number == 17 ? 0 : number == 18 ? 1 : 2;
         const auto serial = at<int32_t>(data, 8);
-        auto& owed = mWorld.tokens[kind];
-        const auto found = std::find(owed.begin(), owed.end(), serial);
-        strike(Fault::TOKEN_UNKNOWN, found == owed.end());  // sent upward all the same
-        if (found != owed.end()) {
-            owed.erase(found);
+        auto& pending = mWorld.tokens[kind];
+        const auto found = std::find(pending.begin(), pending.end(), serial);
+        tally(Fault::TOKEN_UNKNOWN, found == pending.end());  // sent upward all the same
+        if (found != pending.end()) {
+            pending.erase(found);
             check(mWaiting.erase(serial) == 1, "a request is answered again");
         }
         const auto row = std::find_if(requests().begin(), requests().end(),
@@ -497,7 +499,7 @@ private:
 
     void keep(std::optional<std::string>& kept, Indication code, const std::string& bytes) {
         if (indicate(code, bytes) == 4 && !kept && !mStruck) {
-            strike(Fault::EVENT_KEPT);
+            tally(Fault::EVENT_KEPT);
             kept = bytes;  // the first one stays
         }
     }
@@ -506,8 +508,8 @@ private:
     int replay(std::optional<std::string>& kept, Indication code) {
         const std::optional<std::string> taken = std::exchange(kept, std::nullopt);
         const int result = taken ? indicate(code, *taken) : 0;
-        strike(Fault::EVENT_REPLAYED, taken && result != 4);
-        strike(Fault::EVENT_PUT_BACK, result == 4);
+        tally(Fault::EVENT_REPLAYED, taken && result != 4);
+        tally(Fault::EVENT_PUT_BACK, result == 4);
         if (result == 4) {
             kept = taken;
         }
@@ -525,7 +527,7 @@ private:
         const bool isLog = command.op_code == 11 && strcasecmp(command.name, "+LOG") == 0;
         mIsOpen = mIsOpen || isLog;
         if (!isLog || !readCommand(action.tokens)) {
-            strike(Fault::AT_COMMAND_REFUSED);
+            tally(Fault::AT_COMMAND_REFUSED);
             if (mConnected[AT]) {
                 call("modem_atlog_send_resp(" + std::to_string(mHandle) + ", 0, 3, 0)");
                 mIsOpen = false;
@@ -558,7 +560,7 @@ private:
 
     void confirm(const Action& action) {
         const bool isSent = mIsOpen && mConnected[AT];
-        strike(Fault::AT_NOTHING_TO_CONFIRM, !isSent);
+        tally(Fault::AT_NOTHING_TO_CONFIRM, !isSent);
         int result = 4;
         if (isSent) {
             result = call("modem_atlog_send_resp(" + std::to_string(mHandle) + ", 1, 3, 0)").result;
@@ -568,7 +570,7 @@ private:
     }
 
     World& mWorld;
-    const std::vector<Deed>& mDeeds;
+    const std::vector<Effect>& mEffects;
     size_t mAt = 0;
     bool mStruck = false;  ///< an allocation failed, and nothing has shown for it yet
 
@@ -581,11 +583,11 @@ private:
     std::optional<std::string> mRrc, mPowerSave;
     uint64_t mHandle = 0;
     bool mIsOpen = false;        ///< an AT command waits for its confirmation
-    std::set<int32_t> mWaiting;  ///< serials that are owed an answer
+    std::set<int32_t> mWaiting;  ///< serials that wait for an answer
 };
 
-Model::Model(World& world, const std::vector<Deed>& deeds)
-    : mRules(std::make_unique<Rules>(world, deeds)) {
+Model::Model(World& world, const std::vector<Effect>& effects)
+    : mRules(std::make_unique<Rules>(world, effects)) {
 }
 Model::~Model() = default;
 

@@ -27,7 +27,7 @@ namespace {
 class Run {
 public:
     Run(World::Random random, bool tells)
-        : mTells(tells), mWorld(std::move(random), mDeeds), mModel(mWorld, mDeeds) {}
+        : mTells(tells), mWorld(std::move(random), mEffects), mModel(mWorld, mEffects) {}
 
     void all() {
         install();
@@ -51,7 +51,7 @@ private:
     void install() { act({Action::INSTALL, 0, {}, nullptr, 0, {}, {}, 0, 0}); }
 
     void act(const Action& action) {
-        mDeeds.clear();
+        mEffects.clear();
         mWorld.perform(action);
         if (mTells) {
             tell(action);
@@ -65,11 +65,12 @@ private:
                action.request != nullptr ? action.request->name : "", action.serial,
                static_cast<unsigned long long>(action.number), action.response, action.indication,
                static_cast<ssize_t>(action.failing));
-        for (const Deed& deed : mDeeds) {
-            printf("    deed %d code %u client %d result %d %s\n", deed.kind, deed.code,
-                   deed.client, deed.result,
-                   deed.kind == Deed::CALL ? deed.text.c_str()
-                                           : toHex(deed.text.data(), deed.text.size()).c_str());
+        for (const Effect& effect : mEffects) {
+            printf("    effect %d code %u client %d result %d %s\n", effect.kind, effect.code,
+                   effect.client, effect.result,
+                   effect.kind == Effect::CALL
+                           ? effect.text.c_str()
+                           : toHex(effect.text.data(), effect.text.size()).c_str());
         }
     }
 
@@ -96,7 +97,7 @@ private:
     }
 
     const bool mTells;
-    std::vector<Deed> mDeeds;
+    std::vector<Effect> mEffects;
     World mWorld;
     Model mModel;
 };

@@ -5,9 +5,9 @@
 #include <random>
 #include <stdexcept>
 
-World::World(Random random, std::vector<Deed>& deeds)
+World::World(Random random, std::vector<Effect>& effects)
     : mRandom(std::move(random)),
-      mDeeds(deeds),
+      mEffects(effects),
       mInstance(below(8) == 0),
       mRefusesOneIn(oneOf({2, 8, 1000})),
       mBindFailsOneIn(oneOf({1, 2, 1000})),
@@ -194,13 +194,13 @@ Record World::drawRecord() {
         const auto length = static_cast<uint32_t>(text.size());
         response.payload.build.length =
                 isOther ? oneOf<uint32_t>({255, 256, 540, UINT32_MAX}) : length;
-        strike(Fault::PAYLOAD_TOO_LONG, response.payload.build.length > 255);
+        tally(Fault::PAYLOAD_TOO_LONG, response.payload.build.length > 255);
     }
     response.result = chance(4) ? result() : 0;
-    strike(Fault::ANSWER_BAD_RESULT, response.result != 0);
+    tally(Fault::ANSWER_BAD_RESULT, response.result != 0);
     Record record{chance(12), {reinterpret_cast<char*>(&response), sizeof(response)}};
     record.bytes.resize(sizeof(response) + (chance(12) ? oneOf({-1, 1}) : 0));
-    strike(Fault::ANSWER_BAD_RECORD, record.isNull || record.bytes.size() != sizeof(response));
+    tally(Fault::ANSWER_BAD_RECORD, record.isNull || record.bytes.size() != sizeof(response));
     return record;
 }
 
@@ -220,10 +220,11 @@ Action World::drawEvent() {
     if (number <= 1) {
         put(0, oneOf<int>({WDS, DMS, NAS, AT, SAR, PDC, VS, 231, 99}));
     } else if (kind != std::end(TOKEN_EVENTS)) {
-        const auto& owed = tokens[kind - TOKEN_EVENTS];
+        const auto& pending = tokens[kind - TOKEN_EVENTS];
         put(usual - 4, oneOf({0, 1, 2, 124, 125, 256, 260, -1}));
         put(0, chance(3) ? result() : 0);
-        put(8, owed.empty() || chance(5) ? -static_cast<int>(below(9)) : owed[below(owed.size())]);
+        put(8, pending.empty() || chance(5) ? -static_cast<int>(below(9))
+                                            : pending[below(pending.size())]);
     } else if (number == 2 && data.size() == usual) {
         drawCommand(action);
     } else if (chance(20)) {
@@ -257,7 +258,7 @@ void World::prepareFailure(const Action& action) {
             arm();
         } else if (strstr(line, "exception = no memory") != nullptr) {
             const allocations::Pause pause;
-            mDeeds.push_back({Deed::LOST});
+            mEffects.push_back({Effect::LOST});
         }
     });
     allocations::start();
@@ -312,35 +313,35 @@ void World::raise(const Action& action) {
 
 int World::take(const ScriptedModem::Call& call) {
     const std::string function = call.function;
-    Deed deed{Deed::CALL};
-    deed.text = function + "(" + call.arguments + ")";
+    Effect effect{Effect::CALL};
+    effect.text = function + "(" + call.arguments + ")";
     const bool isBind = function.rfind("modem_api_bind_", 0) == 0;
     // A registration that fails starts a thread, which has a test of its own.
     if (function != "modem_atlog_cmd_reg" && chance(isBind ? mBindFailsOneIn : mRefusesOneIn)) {
-        deed.result = result();
-        strike(isBind                       ? Fault::BIND_FAILS
-               : function == "property_set" ? Fault::PROPERTY_NOT_WRITTEN
-                                            : Fault::MODEM_REFUSES);
+        effect.result = result();
+        tally(isBind                       ? Fault::BIND_FAILS
+              : function == "property_set" ? Fault::PROPERTY_NOT_WRITTEN
+                                           : Fault::MODEM_REFUSES);
     }
     if (isBind) {
         const int service = function[15] == 'n' ? NAS : function[15] == 'w' ? WDS : VS;
-        deed.isConnected = ModemImpl::getQmiClient(service)->isConnected();
+        effect.isConnected = ModemImpl::getQmiClient(service)->isConnected();
     }
-    if (call.out != nullptr && (deed.result == 0 || below(2) == 0)) {
-        fill(function, call.out, deed.given);
+    if (call.out != nullptr && (effect.result == 0 || below(2) == 0)) {
+        fill(function, call.out, effect.given);
     }
-    const int result = deed.result;
+    const int result = effect.result;
     const bool isEarly = call.callback != nullptr && result == 0 && below(4) == 0;
-    deed.early = isEarly ? std::optional(drawRecord()) : std::nullopt;
-    mDeeds.push_back(deed);
+    effect.early = isEarly ? std::optional(drawRecord()) : std::nullopt;
+    mEffects.push_back(effect);
     if (call.callback != nullptr) {
         const auto* cookie = static_cast<ModemAsyncCbData*>(call.cookie);
         const Pending pending{call.cookie, call.callback, cookie->msg};
         if (result != 0) {
             mGone.push_back(pending.message);
         } else if (isEarly) {
-            strike(Fault::ANSWER_INSIDE_THE_CALL);
-            answer(pending, *deed.early);
+            tally(Fault::ANSWER_INSIDE_THE_CALL);
+            answer(pending, *effect.early);
         } else {
             mPending.push_back(pending);
         }
@@ -372,23 +373,23 @@ void World::fill(const std::string& function, void* out, std::string& given) {
     }
 }
 
-android::hardware::Return<void> World::receive(Deed::Kind kind, int number, uint32_t code,
+android::hardware::Return<void> World::receive(Effect::Kind kind, int number, uint32_t code,
                                                hal::Parcel& args) {
     const allocations::Pause pause;
-    Deed deed{kind, number, code, {reinterpret_cast<const char*>(args.data()), args.size()}};
-    deed.result = mTransportFails[number];
-    if (deed.result == 0 && !mArmed && mDepth < 3 && chance(9)) {
-        deed.inside =
+    Effect effect{kind, number, code, {reinterpret_cast<const char*>(args.data()), args.size()}};
+    effect.result = mTransportFails[number];
+    if (effect.result == 0 && !mArmed && mDepth < 3 && chance(9)) {
+        effect.inside =
                 std::make_shared<Action>(below(2) == 0 ? drawRequest() : Action{Action::INSTALL});
-        deed.inside->response = oneOf({0, 1, -1});
-        deed.inside->indication = oneOf({0, 1, -1});
+        effect.inside->response = oneOf({0, 1, -1});
+        effect.inside->indication = oneOf({0, 1, -1});
     }
-    mDeeds.push_back(deed);
-    if (deed.inside) {
+    mEffects.push_back(effect);
+    if (effect.inside) {
         ++mDepth;
-        perform(*deed.inside);
+        perform(*effect.inside);
         --mDepth;
     }
     using android::hardware::Status;
-    return deed.result == 0 ? Status() : Status::fromStatusT(android::DEAD_OBJECT, "gone");
+    return effect.result == 0 ? Status() : Status::fromStatusT(android::DEAD_OBJECT, "gone");
 }

@@ -17,7 +17,7 @@
 #include "tests/support/Requests.h"
 #include "tests/support/ScriptedModem.h"
 
-// What can go wrong or come at an odd time; each is counted by how often it struck.
+// What can go wrong or come at an odd time; each is counted by how often it happened.
 // clang-format off
 #define FAULTS(X) \
     X(MODEM_REFUSES) X(BIND_FAILS) X(BIND_GIVEN_UP) X(ANSWER_INSIDE_THE_CALL) X(ANSWER_OUT_OF_ORDER) \
@@ -34,8 +34,8 @@ enum class Fault { FAULTS(NAME_ONLY) COUNT };
 
 inline uint64_t faults[static_cast<size_t>(Fault::COUNT)];
 
-inline void strike(Fault fault, bool struck = true) {
-    faults[static_cast<size_t>(fault)] += struck ? 1 : 0;
+inline void tally(Fault fault, bool happened = true) {
+    faults[static_cast<size_t>(fault)] += happened ? 1 : 0;
 }
 
 constexpr int TOKEN_EVENTS[] = {17, 18, 22};
@@ -60,7 +60,7 @@ struct Action {
 };
 
 /** One thing that the plug-in did. */
-struct Deed {
+struct Effect {
     enum Kind { CALL, ANSWER, INDICATION, LOST } kind;
     int client = 0;                    ///< that got an ANSWER or INDICATION
     uint32_t code = 0;                 ///< of its method
@@ -83,7 +83,7 @@ public:
     /** Where chance comes from: a seed's numbers, or a fuzzer's bytes. */
     using Random = std::function<uint64_t()>;
 
-    World(Random random, std::vector<Deed>& deeds);
+    World(Random random, std::vector<Effect>& effects);
     ~World();
     World(const World&) = delete;
     World& operator=(const World&) = delete;
@@ -104,7 +104,7 @@ public:
     /** Throws when an answered cookie is still there, or one that the modem owns has gone. */
     void checkCookies();
 
-    std::vector<int32_t> tokens[3];  ///< serials that the modem owes the events of TOKEN_EVENTS
+    std::vector<int32_t> tokens[3];  ///< serials whose event of TOKEN_EVENTS is still to come
 
 private:
     struct Pending {
@@ -117,11 +117,11 @@ private:
     struct Client {
         explicit Client(int number)
             : response(new vendor::lyr::modem::V1_0::BpHwModemResponse(
-                      channel(Deed::ANSWER, number), 1)),
+                      channel(Effect::ANSWER, number), 1)),
               indication(new vendor::lyr::modem::V1_0::BpHwModemIndication(
-                      channel(Deed::INDICATION, number), 1)) {}
+                      channel(Effect::INDICATION, number), 1)) {}
 
-        static std::shared_ptr<Channel> channel(Deed::Kind kind, int number) {
+        static std::shared_ptr<Channel> channel(Effect::Kind kind, int number) {
             return std::make_shared<Channel>([kind, number](uint32_t code, hal::Parcel& args) {
                 return sWorld->receive(kind, number, code, args);
             });
@@ -166,13 +166,13 @@ private:
     int take(const ScriptedModem::Call& call);
     /** Writes what the function is to give, and notes it. */
     void fill(const std::string& function, void* out, std::string& given);
-    android::hardware::Return<void> receive(Deed::Kind kind, int number, uint32_t code,
+    android::hardware::Return<void> receive(Effect::Kind kind, int number, uint32_t code,
                                             hal::Parcel& args);
 
     inline static World* sWorld = nullptr;
 
     const Random mRandom;
-    std::vector<Deed>& mDeeds;
+    std::vector<Effect>& mEffects;
     const int mInstance;
     const uint64_t mRefusesOneIn, mBindFailsOneIn;
     int32_t mSerial;
