@@ -1,22 +1,18 @@
 #include "MessageQueue.h"
 
+#include <hidl/Transport.h>
+
 #include <algorithm>
 #include <thread>
 #include <utility>
 
-#include "runtime/Burst.h"
-
-using runtime::Burst;
-using runtime::Caller;
-
 std::atomic<size_t> MessageQueue::sLimit{CAPACITY};
 
 bool MessageQueue::push(std::shared_ptr<Message> message) {
-    const std::shared_ptr<Caller>& caller = Caller::current();
-    if (caller != nullptr && caller->count(Caller::MESSAGES) >= SHARE) {
-        return false;
-    }
     std::unique_lock lock(mMutex);
+    if (hal::servesClient()) {
+        waitForRoom(lock);
+    }
     if (mCount >= std::min(CAPACITY, sLimit.load())) {
         return false;
     }
@@ -24,45 +20,40 @@ bool MessageQueue::push(std::shared_ptr<Message> message) {
         std::thread([self = shared_from_this()] { self->deliver(); }).detach();
         mStarted = true;
     }
-    if (caller != nullptr) {
-        caller->add(Caller::MESSAGES);
-    }
-    mRing[(mFirst + mCount++) % CAPACITY] = {std::move(message), caller};
-    lock.unlock();
-    sem_post(&mArrived);
+    mRing[(mFirst + mCount++) % CAPACITY] = std::move(message);
+    mArrived.notify_one();
     return true;
 }
 
+/** Back-pressure: a client that sends faster than the handler works is read more slowly. */
+void MessageQueue::waitForRoom(std::unique_lock<std::mutex>& lock) {
+    const uint64_t before = mFirst;
+    if (mCount > BUSY && mStuckAt != before &&
+        !mTaken.wait_for(lock, PATIENCE, [this] { return mCount <= BUSY; }) && mFirst == before) {
+        mStuckAt = before;
+    }
+}
+
 void MessageQueue::close() {
-    sem_post(&mArrived);
+    std::lock_guard lock(mMutex);
+    mClosed = true;
+    mArrived.notify_one();
 }
 
 void MessageQueue::deliver() {
-    for (Entry entry = pop(); entry.message != nullptr; entry = pop()) {
-        const Caller::Scope scope(std::move(entry.caller));
-        Message::deliver(std::move(entry.message));
+    while (std::shared_ptr<Message> message = pop()) {
+        Message::deliver(std::move(message));
     }
-    Burst::end();
 }
 
-MessageQueue::Entry MessageQueue::pop() {
-    while (sem_trywait(&mArrived) != 0) {
-        Burst::end();
-        if (sem_wait(&mArrived) == 0) {
-            break;
-        }
-    }
+/** The next message; null when the queue was closed. */
+std::shared_ptr<Message> MessageQueue::pop() {
     std::unique_lock lock(mMutex);
+    mArrived.wait(lock, [this] { return mCount != 0 || mClosed; });
     if (mCount == 0) {
-        return {};  // closed
+        return nullptr;
     }
-    Entry entry = std::move(mRing[mFirst]);
-    mFirst = (mFirst + 1) % CAPACITY;
-    const bool more = --mCount > 0;
-    lock.unlock();
-    Burst::goOn(more);
-    if (entry.caller != nullptr) {
-        entry.caller->giveBack(Caller::MESSAGES);
-    }
-    return entry;
+    --mCount;
+    mTaken.notify_one();
+    return std::move(mRing[mFirst++ % CAPACITY]);
 }

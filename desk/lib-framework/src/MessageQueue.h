@@ -2,15 +2,14 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
-#include <semaphore.h>
-
 #include <framework/Message.h>
-
-#include "runtime/Caller.h"
 
 /**
  * The messages of one handler, in order, and the thread that delivers them. The thread shares the
@@ -20,17 +19,15 @@ class MessageQueue : public std::enable_shared_from_this<MessageQueue> {
 public:
     static constexpr size_t CAPACITY = 1024;
 
-    /** Messages of one client that may wait in all queues together: room for others is left. */
-    static constexpr size_t SHARE = CAPACITY / 4 * 3;
+    /** With more messages waiting, the thread that reads a client's calls is held up. */
+    static constexpr size_t BUSY = 64;
 
-    MessageQueue() { sem_init(&mArrived, 0, 0); }
-    ~MessageQueue() { sem_destroy(&mArrived); }
-    MessageQueue(const MessageQueue&) = delete;
-    MessageQueue& operator=(const MessageQueue&) = delete;
+    /** A handler that takes no message for so long is not waited for. */
+    static constexpr auto PATIENCE = std::chrono::milliseconds(20);
 
     /**
-     * Takes a message without allocating; false when the queue is full, or its client has its
-     * share. The first one starts the thread.
+     * Takes a message without allocating; false when the queue is full. The first one starts the
+     * thread.
      */
     bool push(std::shared_ptr<Message> message);
 
@@ -40,19 +37,17 @@ public:
     static std::atomic<size_t> sLimit;
 
 private:
-    /** A message, and the client whose call made it; null when no client's did. */
-    struct Entry {
-        std::shared_ptr<Message> message;
-        std::shared_ptr<runtime::Caller> caller;
-    };
-
     void deliver();
-    Entry pop();
+    std::shared_ptr<Message> pop();
+    void waitForRoom(std::unique_lock<std::mutex>& lock);
 
-    std::mutex mMutex;
-    sem_t mArrived;  ///< counts as many as messages that wait, and one more when closed
-    std::array<Entry, CAPACITY> mRing;
-    size_t mFirst = 0;
+    std::mutex mMutex;  ///< guards what follows
+    std::condition_variable mArrived;
+    std::condition_variable mTaken;
+    std::array<std::shared_ptr<Message>, CAPACITY> mRing;
+    uint64_t mFirst = 0;  ///< number of messages taken so far
     size_t mCount = 0;
+    uint64_t mStuckAt = UINT64_MAX;  ///< `mFirst` when somebody waited in vain
     bool mStarted = false;
+    bool mClosed = false;
 };

@@ -34,9 +34,6 @@ constexpr size_t MAX_WAITING_SIZE = 4 * MAX_MESSAGE_SIZE;
 /** A client whose call fails waits so long for its reader thread to find out why. */
 constexpr auto REASON_LIMIT = std::chrono::milliseconds(1000);
 
-/** Handlers that take nothing of a client's for so long are not waited for. */
-constexpr auto HANDLERS_PATIENCE = std::chrono::milliseconds(20);
-
 // The connection whose reader thread this is.
 thread_local const Connection* tServing = nullptr;
 
@@ -57,6 +54,10 @@ bool canGo(const std::vector<int>& descriptors) {
 }
 
 }  // namespace
+
+bool servesClient() {
+    return tServing != nullptr && tServing->isServer();
+}
 
 Connection::Connection(int fd)
     : mOutgoing(std::make_shared<Outgoing>(fd)), mIncoming(std::make_unique<Incoming>(*mOutgoing)) {
@@ -255,7 +256,6 @@ void Connection::run() {
 /** Who asks faster than it is answered waits for itself, not in queues that others use. */
 void Connection::waitForOwnCalls() const {
     if (mCaller != nullptr) {
-        mCaller->waitUntil(Caller::MESSAGES, MAX_UNHANDLED, HANDLERS_PATIENCE);
         mCaller->waitUntil(Caller::BYTES, MAX_UNTAKEN, stallLimit());
     }
 }

@@ -54,12 +54,6 @@ constexpr size_t MAX_OUTGOING = 4 << 20;
  */
 constexpr size_t MAX_UNTAKEN = 64 << 10;
 
-/**
- * Nor is it while more messages than these that the client's calls made wait for handlers, unless
- * none of them gets on.
- */
-constexpr size_t MAX_UNHANDLED = 64;
-
 /** Bytes that a process keeps for all its peers; above, the one with most to take is cut. */
 constexpr size_t MAX_OUTGOING_IN_ALL = 16 << 20;
 
@@ -162,6 +156,9 @@ public:
 
     /** False as soon as a call can no longer reach the peer. */
     bool isOpen() const;
+
+    /** The peer is the client here; not of a connection made by `connect`. */
+    bool isServer() const { return !mToService; }
 
     /** Cuts the connection; calls under way fail with DEAD_OBJECT and this reason. */
     void close(const std::string& reason);
@@ -278,6 +275,9 @@ struct Registration {
 
 /** Every registration of this process so far, refused ones too, in their order. Any thread. */
 std::vector<Registration> registrations();
+
+/** This thread reads a client's calls and serves one of them. */
+bool servesClient();
 
 /** Connects to a published service; null when there is none. Closes itself when unused. */
 std::shared_ptr<Connection> connectToService(const std::string& descriptor,
