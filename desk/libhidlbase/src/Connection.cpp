@@ -9,14 +9,10 @@
 
 #include "Incoming.h"
 #include "Outgoing.h"
-#include "runtime/Burst.h"
-#include "runtime/Caller.h"
 
 using android::sp;
 using android::hardware::Return;
 using android::hardware::Status;
-using runtime::Burst;
-using runtime::Caller;
 
 namespace hal {
 
@@ -150,7 +146,7 @@ void Connection::releaseProxy(uint32_t target) {
     Parcel args;
     args.write(target);
     const size_t size = frameMessage(CONTROL_TARGET, CODE_RELEASE, 0, args);
-    (void)mOutgoing->push(args.frame(), size, {}, true);
+    (void)mOutgoing->push(args.frame(), size, {});
     closeIfUnused();
 }
 
@@ -196,12 +192,12 @@ Status Connection::send(uint32_t target, uint32_t code, uint32_t call, Parcel& a
                                    "not sent: descriptors that are not open, or more than " +
                                            std::to_string(MAX_DESCRIPTORS));
     }
-    if (mToService && tServing == nullptr) {
-        mOutgoing->waitUntilKept(MAX_OUTGOING / 2);
+    if (!mToService) {
+        mOutgoing->waitForPeer(MAX_UNTAKEN);
+    } else if (tServing == nullptr) {
+        mOutgoing->waitForRoom(MAX_OUTGOING / 2);
     }
-    const bool isOneway = call == 0;
-    return mOutgoing->push(args.frame(), size, args.descriptors(), isOneway) ? Status::ok()
-                                                                             : deadObject();
+    return mOutgoing->push(args.frame(), size, args.descriptors()) ? Status::ok() : deadObject();
 }
 
 bool Connection::isOpen() const {
@@ -233,13 +229,9 @@ Status Connection::deadObject() {
 
 void Connection::run() {
     tServing = this;
-    mCaller = mToService ? nullptr : std::make_shared<Caller>();
-    const Caller::Scope scope(mCaller);
     Message message{};
     while (mIncoming->receive(0, &message)) {
         mIncoming->pass(message);
-        waitForOwnCalls();
-        Burst::goOn(mIncoming->hasNext());
         if (!serve(message)) {
             close("call of target " + std::to_string(message.target) + ", code " +
                   std::to_string(message.code) + " with " + std::to_string(message.size) +
@@ -248,16 +240,8 @@ void Connection::run() {
             close("descriptors that no call takes");
         }
     }
-    Burst::end();
     end();
     tServing = nullptr;
-}
-
-/** Who asks faster than it is answered waits for itself, not in queues that others use. */
-void Connection::waitForOwnCalls() const {
-    if (mCaller != nullptr) {
-        mCaller->waitUntil(Caller::BYTES, MAX_UNTAKEN, stallLimit());
-    }
 }
 
 void Connection::end() {

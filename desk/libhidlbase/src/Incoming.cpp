@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "Outgoing.h"
-#include "runtime/Burst.h"
 
 namespace hal {
 
@@ -70,12 +69,6 @@ void Incoming::takeOut(size_t ahead, const Message& message) {
     mFilled -= size;
 }
 
-bool Incoming::hasNext() const {
-    const size_t left = mFilled - mBegin;
-    return left >= Parcel::HEADER_SIZE &&
-           left >= size_t{fieldAt(mBuffer.data() + mBegin, 0)} + SIZE_FIELD;
-}
-
 int Incoming::takeDescriptor() {
     if (mDescriptors.empty()) {
         return -1;
@@ -119,7 +112,6 @@ bool Incoming::waitReadable(bool started) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(*mMessageDue - Clock::now());
         timeout = std::max(0, static_cast<int>(left.count()));
     }
-    runtime::Burst::end();
     // A thread that sleeps in recvmsg itself is woken whenever the peer reads, too.
     pollfd readable{mConnection.socket(), POLLIN, 0};
     if (poll(&readable, 1, timeout) == 0) {

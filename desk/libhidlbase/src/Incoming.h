@@ -56,9 +56,6 @@ public:
     /** Takes a message out that stands so far ahead. */
     void takeOut(size_t ahead, const Message& message);
 
-    /** A whole message has come already. */
-    bool hasNext() const;
-
     /** The next descriptor that came along; the caller's from now on. -1 without. */
     int takeDescriptor();
 

@@ -2,39 +2,50 @@
 
 #include <fcntl.h>
 #include <hidl/Transport.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <system_error>
+#include <thread>
 #include <utility>
-
-#include "Writer.h"
 
 namespace hal {
 
 namespace {
 
-/** Room that stays with a connection while nothing is kept for its peer, in bytes. */
-constexpr size_t SPARE_ROOM = 64 * 1024;
+using std::chrono::milliseconds;
 
-/** Bytes that are held back at most. */
-constexpr size_t MAX_HELD = 4 * 1024;
+/** A message waits so long for a peer that is behind. */
+constexpr auto PATIENCE = milliseconds(20);
 
-/** Bytes of one mark at most, so that a caller gets back what has gone before all has. */
-constexpr size_t MAX_MARKED = 16 * 1024;
+/** At exit, what is queued has as long to get out, in all. */
+constexpr auto EXIT_LIMIT = milliseconds(1000);
+
+/** Memory that a queued message takes beside its bytes. */
+constexpr size_t ENTRY_SIZE = 128;
 
 std::atomic<int> sStallLimitMs{5000};
+std::atomic<ptrdiff_t> sQueuedInAll{0};
+
+void waitAtExit() {
+    const auto end = Outgoing::Clock::now() + EXIT_LIMIT;
+    while (sQueuedInAll > 0 && Outgoing::Clock::now() < end) {
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+}
 
 }  // namespace
 
-void setStallLimit(std::chrono::milliseconds limit) {
+void setStallLimit(milliseconds limit) {
     sStallLimitMs = static_cast<int>(limit.count());
 }
 
-std::chrono::milliseconds stallLimit() {
-    return std::chrono::milliseconds(sStallLimitMs);
+milliseconds stallLimit() {
+    return milliseconds(sStallLimitMs);
 }
 
 std::string stallReason(const std::string& what) {
@@ -42,7 +53,7 @@ std::string stallReason(const std::string& what) {
 }
 
 Outgoing::~Outgoing() {
-    drop();
+    count(-static_cast<ptrdiff_t>(mQueued));
 }
 
 std::string Outgoing::reason() const {
@@ -50,71 +61,20 @@ std::string Outgoing::reason() const {
     return mReason;
 }
 
-Outgoing::Clock::time_point Outgoing::due() const {
-    std::lock_guard lock(mLock);
-    return mMarks.empty() ? Clock::time_point::max() : mMarks.front().since + stallLimit();
-}
-
 // Sending.
 
-bool Outgoing::push(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors,
-                    bool mayBeHeld) {
+bool Outgoing::push(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors) {
     std::lock_guard lock(mLock);
-    const bool isSmall = mWaiting + size <= MAX_HELD && descriptors.empty();
-    if (!mOpen || (mHolding && !isSmall && !sendHeld())) {
+    if (!mOpen) {
         return false;
     }
-    const bool isHeld = mayBeHeld && isSmall && runtime::Burst::goesOn();
-    if (mWaiting != 0) {
-        return keep(bytes, size, descriptors) && (isHeld || !mHolding || sendHeld());
+    const ssize_t sent = mQueue.empty() ? sendSome(bytes, size, descriptors) : 0;
+    if (sent < 0 || static_cast<size_t>(sent) == size) {
+        return sent >= 0;
     }
-    if (isHeld) {
-        return keep(bytes, size, descriptors) && hold();
-    }
-    const ssize_t count = sendSome(bytes, size, descriptors);
-    if (count < 0) {
-        return false;
-    }
-    const auto gone = static_cast<size_t>(count);
-    mPlace += gone;
-    return gone == size ||
-           (keep(bytes + gone, size - gone, gone == 0 ? descriptors : std::vector<int>()) &&
-            passToWriter());
-}
-
-/** The first bytes of a burst; where nobody could look after them they are sent now. */
-bool Outgoing::hold() {
-    mHolding = true;
-    if (!mHeldWithWriter) {
-        try {
-            writer::hold(shared_from_this());
-            mHeldWithWriter = true;
-        } catch (const std::system_error&) {
-            return sendHeld();
-        }
-    }
-    runtime::Burst::keep(shared_from_this());
-    return true;
-}
-
-void Outgoing::release() {
-    std::lock_guard lock(mLock);
-    (void)sendHeld();  // where it does not get through, `reason` tells
-}
-
-void Outgoing::flushHeld() {
-    std::lock_guard lock(mLock);
-    mHeldWithWriter = false;
-    (void)sendHeld();
-}
-
-/** False when it does not get through. */
-bool Outgoing::sendHeld() {
-    if (std::exchange(mHolding, false)) {
-        sendKept();
-        return mOpen && (mWaiting == 0 || passToWriter());
-    }
-    return mOpen;
+    return queue(bytes + sent, size - static_cast<size_t>(sent),
+                 sent == 0 ? descriptors : std::vector<int>()) &&
+           startWriter();
 }
 
 /** What the socket takes now; -1 when the peer is gone. */
@@ -134,145 +94,120 @@ ssize_t Outgoing::sendSome(const uint8_t* bytes, size_t size, const std::vector<
         header->cmsg_len = CMSG_LEN(length);
         memcpy(CMSG_DATA(header), descriptors.data(), length);
     }
-    ssize_t count = 0;
+    ssize_t sent = 0;
     do {
-        count = sendmsg(mFd.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-    } while (count < 0 && errno == EINTR);
-    if (count < 0 && errno != EAGAIN) {
+        sent = sendmsg(mFd.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    } while (sent < 0 && errno == EINTR);
+    if (sent < 0 && errno != EAGAIN) {
         end(std::string("peer gone, ") + strerror(errno), false);
         return -1;
     }
-    return std::max<ssize_t>(count, 0);
+    return std::max<ssize_t>(sent, 0);
 }
 
-bool Outgoing::keep(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors) {
-    if (mWaiting + size > MAX_OUTGOING) {
+bool Outgoing::queue(const uint8_t* bytes, size_t size, const std::vector<int>& descriptors) {
+    const size_t queued = mQueued + size + ENTRY_SIZE;
+    if (queued > MAX_OUTGOING) {
         end("peer has left more than " + std::to_string(MAX_OUTGOING) + " bytes untaken", true);
         return false;
     }
-    const uint64_t place = mPlace + mWaiting;
-    if (!descriptors.empty()) {
-        Attached attached{place, {}};
-        for (const int descriptor : descriptors) {
-            attached.descriptors.emplace_back(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
-            if (attached.descriptors.back().get() < 0) {
-                end(std::string("a descriptor cannot wait, ") + strerror(errno), true);
-                return false;
-            }
-        }
-        mAttached.push_back(std::move(attached));
+    if (queued > MAX_UNTAKEN && sQueuedInAll > static_cast<ptrdiff_t>(MAX_OUTGOING_IN_ALL)) {
+        end("peer has left bytes untaken, and all together more than " +
+                    std::to_string(MAX_OUTGOING_IN_ALL),
+            true);
+        return false;
     }
-    mKept.insert(mKept.end(), bytes, bytes + size);
-    count(static_cast<ptrdiff_t>(size));
-    mark(place + size, size);
+    Message message{{bytes, bytes + size}, 0, {}, Clock::now() + stallLimit()};
+    for (const int descriptor : descriptors) {
+        message.descriptors.emplace_back(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+        if (message.descriptors.back().get() < 0) {
+            end(std::string("a descriptor cannot wait, ") + strerror(errno), true);
+            return false;
+        }
+    }
+    mQueue.push_back(std::move(message));
+    count(static_cast<ptrdiff_t>(size + ENTRY_SIZE));
     return true;
 }
 
-/** Few marks do: what is kept at about the same time because of the same caller shares one. */
-void Outgoing::mark(uint64_t end, size_t size) {
-    const std::shared_ptr<runtime::Caller>& caller = runtime::Caller::current();
-    if (caller != nullptr) {
-        caller->add(runtime::Caller::BYTES, size);
-    }
-    const bool isLike = !mMarks.empty() && mMarks.back().caller == caller &&
-                        mMarks.back().size + size <= MAX_MARKED;
-    if (isLike && mHolding) {
-        mMarks.back().end = end;
-        mMarks.back().size += size;
-        return;
-    }
-    const auto now = Clock::now();
-    if (!isLike || now - mMarks.back().since > stallLimit() / 50) {
-        mMarks.push_back({end, 0, now, caller});
-    }
-    mMarks.back().end = end;
-    mMarks.back().size += size;
+void Outgoing::count(ptrdiff_t bytes) {
+    mQueued += static_cast<size_t>(bytes);
+    sQueuedInAll += bytes;
 }
 
-void Outgoing::unmark() {
-    if (const Mark& first = mMarks.front(); first.caller != nullptr) {
-        first.caller->giveBack(runtime::Caller::BYTES, first.size);
-    }
-    mMarks.pop_front();
-}
-
-bool Outgoing::passToWriter() {
-    if (mWithWriter) {
+bool Outgoing::startWriter() {
+    if (mWriting) {
         return true;
     }
+    static const int sAtExit = std::atexit(waitAtExit);
+    (void)sAtExit;
     try {
-        writer::add(shared_from_this());
-        return mWithWriter = true;
+        std::thread([self = shared_from_this()] { self->write(); }).detach();
+        return mWriting = true;
     } catch (const std::system_error& error) {
         end(std::string("no thread that could write, ") + error.what(), true);
         return false;
     }
 }
 
-void Outgoing::count(ptrdiff_t bytes) {
-    mWaiting += static_cast<size_t>(bytes);
-    writer::countKept(bytes);
-}
-
-bool Outgoing::flush() {
-    std::lock_guard lock(mLock);
-    sendKept();
-    if (mWaiting != 0) {
-        return true;
+/** The writer thread: sends until nothing is queued, or the peer is too late. */
+void Outgoing::write() {
+    std::unique_lock lock(mLock);
+    while (!mQueue.empty()) {
+        if (sendFirst() || mQueue.empty()) {
+            continue;
+        }
+        const auto left = std::chrono::ceil<milliseconds>(mQueue.front().due - Clock::now());
+        if (left.count() <= 0) {
+            end(stallReason("peer has not taken a message"), true);
+            break;
+        }
+        lock.unlock();
+        // At least so often, since the system calls a socket writable when most of it is free.
+        pollfd writable{mFd.get(), POLLOUT, 0};
+        poll(&writable, 1, static_cast<int>(std::min(left, stallLimit() / 4).count() + 1));
+        lock.lock();
     }
-    mWithWriter = false;
+    mWriting = false;
     if (mFinishing) {
         shutdown(mFd.get(), SHUT_RDWR);
     }
-    return false;
 }
 
-/** In one system call, or one for each message that carries descriptors. */
-void Outgoing::sendKept() {
-    while (mWaiting != 0) {
-        const bool attached = !mAttached.empty() && mAttached.front().place == mPlace;
-        std::vector<int> descriptors;
-        if (attached) {
-            for (const runtime::UniqueFd& descriptor : mAttached.front().descriptors) {
-                descriptors.push_back(descriptor.get());
-            }
-        }
-        size_t size = mWaiting;
-        if (const size_t next = attached ? 1 : 0; next < mAttached.size()) {
-            size = static_cast<size_t>(mAttached[next].place - mPlace);
-        }
-        const ssize_t count = sendSome(mKept.data() + mBegin, size, descriptors);
-        if (count <= 0) {
-            return;
-        }
-        if (attached) {
-            mAttached.pop_front();
-        }
-        sent(static_cast<size_t>(count));
+/** False when the socket did not take the rest of the first message. */
+bool Outgoing::sendFirst() {
+    Message& first = mQueue.front();
+    std::vector<int> descriptors;
+    for (const runtime::UniqueFd& descriptor : first.descriptors) {
+        descriptors.push_back(descriptor.get());
     }
+    const ssize_t sent =
+            sendSome(first.bytes.data() + first.sent, first.bytes.size() - first.sent, descriptors);
+    if (sent <= 0) {
+        return false;
+    }
+    first.descriptors.clear();
+    first.sent += static_cast<size_t>(sent);
+    if (first.sent < first.bytes.size()) {
+        return false;
+    }
+    count(-static_cast<ptrdiff_t>(first.bytes.size() + ENTRY_SIZE));
+    mQueue.pop_front();
+    mStuck = false;
+    mTaken.notify_all();
+    return true;
 }
 
-void Outgoing::sent(size_t size) {
-    mBegin += size;
-    mPlace += size;
-    count(-static_cast<ptrdiff_t>(size));
-    while (!mMarks.empty() && mMarks.front().end <= mPlace) {
-        unmark();
-    }
-    if (mWaiting == 0 && mKept.capacity() > SPARE_ROOM) {
-        mKept = {};
-        mBegin = 0;
-    } else if (mBegin >= mWaiting) {  // moves no byte twice for nothing
-        mKept.erase(mKept.begin(), mKept.begin() + static_cast<ptrdiff_t>(mBegin));
-        mBegin = 0;
-    }
-    mRoom.notify_all();
+void Outgoing::waitForRoom(size_t bytes) {
+    std::unique_lock lock(mLock);
+    mTaken.wait(lock, [&] { return !mOpen || mQueued <= bytes; });
 }
 
-void Outgoing::waitUntilKept(size_t bytes) {
-    if (mWaiting > bytes) {
-        std::unique_lock lock(mLock);
-        mRoom.wait(lock, [&] { return !mOpen || mWaiting <= bytes; });
+void Outgoing::waitForPeer(size_t bytes) {
+    std::unique_lock lock(mLock);
+    if (mQueued > bytes && !mStuck) {
+        mStuck = true;  // until it takes a message
+        mTaken.wait_for(lock, PATIENCE, [&] { return !mOpen || mQueued <= bytes; });
     }
 }
 
@@ -293,17 +228,17 @@ void Outgoing::cut(const std::string& reason) {
 
 void Outgoing::finish(const std::string& reason) {
     std::lock_guard lock(mLock);
-    if (!sendHeld()) {
+    if (!mOpen) {
         return;
     }
-    if (mWaiting == 0) {
+    if (mQueue.empty()) {
         end(reason, true);
         return;
     }
     mOpen = false;
     mFinishing = true;
     mReason = reason;
-    mRoom.notify_all();
+    mTaken.notify_all();
 }
 
 void Outgoing::end(const std::string& reason, bool cut) {
@@ -311,22 +246,12 @@ void Outgoing::end(const std::string& reason, bool cut) {
         mReason = reason;
     }
     mCut = mCut || cut;
-    drop();
-    mRoom.notify_all();
+    count(-static_cast<ptrdiff_t>(mQueued));
+    mQueue.clear();
+    mTaken.notify_all();
     if (cut) {
         shutdown(mFd.get(), SHUT_RDWR);
     }
-}
-
-void Outgoing::drop() {
-    count(-static_cast<ptrdiff_t>(mWaiting.load()));
-    mKept = {};
-    mBegin = 0;
-    mHolding = false;
-    while (!mMarks.empty()) {
-        unmark();
-    }
-    mAttached.clear();
 }
 
 }  // namespace hal

@@ -20,10 +20,6 @@
  * The desk's transport for HIDL calls: a Unix stream socket per client, both directions on it.
  * Interfaces use it through generated code; a tool that encodes calls itself uses it directly.
  */
-namespace runtime {
-class Caller;
-}
-
 namespace hal {
 
 class Incoming;
@@ -49,12 +45,12 @@ constexpr size_t MAX_MESSAGE_SIZE = 1 << 20;
 constexpr size_t MAX_OUTGOING = 4 << 20;
 
 /**
- * While peers, this client or others, have yet to take more bytes than these because of a client's
- * calls, its next call is not served.
+ * A thread that sends to a client with more bytes than these queued waits a moment, and not again
+ * before the client has taken a message.
  */
 constexpr size_t MAX_UNTAKEN = 64 << 10;
 
-/** Bytes that a process keeps for all its peers; above, the one with most to take is cut. */
+/** Bytes that a process keeps for all its peers; above, one with more than MAX_UNTAKEN is cut. */
 constexpr size_t MAX_OUTGOING_IN_ALL = 16 << 20;
 
 /** Proxies of one peer's objects that may live at a time; one more closes its connection. */
@@ -191,7 +187,6 @@ private:
     };
 
     void run();
-    void waitForOwnCalls() const;
     void end();
     bool serve(const Message& message);
     bool serveCall(const Message& message);
@@ -206,7 +201,6 @@ private:
 
     const std::shared_ptr<Outgoing> mOutgoing;
     const std::unique_ptr<Incoming> mIncoming;  ///< the reader thread's own
-    std::shared_ptr<runtime::Caller> mCaller;   ///< the peer, as a client that is served
     std::function<void()> mThreadEnded;
     bool mToService = false;  ///< made by `connect`
 
