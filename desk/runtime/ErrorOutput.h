@@ -19,7 +19,7 @@
 namespace runtime {
 
 /**
- * stderr for threads that must not wait: a line goes out whole and at once, or it is counted as
+ * stderr for threads that must not wait long: a line goes out whole and soon, or it is counted as
  * lost. No lock is held while a line is written. Callable from any thread, at any time of the
  * process's life; the process ignores SIGPIPE.
  *
@@ -35,14 +35,21 @@ public:
 
     static ErrorOutput& get() { return sOutput; }
 
+    /** A full pipe gets so long, in ms, and no longer wait before its reader has taken something.
+     */
+    static constexpr int PATIENCE_MS = 100;
+
     /**
      * Writes a line that ends with a newline.
      *
-     * @param patience milliseconds that a reader may take to make room, for a process's last words
+     * @param patience milliseconds that the reader may take to make room
      * @return false when the line was lost, all or in part
      */
-    bool write(const char* line, size_t size, int patience = 0) {
+    bool write(const char* line, size_t size, int patience = PATIENCE_MS) {
         const Target target = find();
+        if (patience == PATIENCE_MS && mStalled) {
+            patience = 0;
+        }
         size_t written = 0;
         if (!mTorn.exchange(false) || tryWrite(target, "\n", 1, patience) == 1) {
             written = tryWrite(target, line, size, patience);
@@ -50,6 +57,7 @@ public:
         } else {
             mTorn = true;
         }
+        mStalled = written < size;
         mLost += written < size ? 1 : 0;
         return written == size;
     }
@@ -116,10 +124,14 @@ private:
 
     /** @return bytes written */
     static size_t tryWrite(const Target& target, const char* bytes, size_t size, int patience) {
+        using std::chrono::milliseconds;
+        using Clock = std::chrono::steady_clock;
+        const auto end = Clock::now() + milliseconds(patience);
         ssize_t count = tryOnce(target, bytes, size);
-        if (count < 0 && errno == EAGAIN && patience > 0) {
+        while (count < 0 && errno == EAGAIN && Clock::now() < end) {  // others may take the room
+            const auto left = std::chrono::ceil<milliseconds>(end - Clock::now()).count();
             pollfd room{target.fd, POLLOUT, 0};
-            poll(&room, 1, patience);
+            poll(&room, 1, static_cast<int>(left));
             count = tryOnce(target, bytes, size);
         }
         return static_cast<size_t>(std::max<ssize_t>(count, 0));
@@ -142,7 +154,8 @@ private:
     static ErrorOutput sOutput;
 
     std::atomic<uint64_t> mLost{0};
-    std::atomic<bool> mTorn{false};  ///< the last line has no end yet
+    std::atomic<bool> mTorn{false};     ///< the last line has no end yet
+    std::atomic<bool> mStalled{false};  ///< the last line was lost
 
     std::mutex mMutex;  ///< guards what follows, never during a write
     int mFd = -1;       ///< stderr, opened once more

@@ -128,7 +128,7 @@ void writeLine(bool coloured, int priority, const char* tag, const char* text) {
     if (unkept > 0 || lost > 0) {
         size = format(lost, STDERR);
     }
-    const int patience = priority == LOG_PRIORITY_FATAL ? LAST_WORDS_MS : 0;
+    const int patience = priority == LOG_PRIORITY_FATAL ? LAST_WORDS_MS : ErrorOutput::PATIENCE_MS;
     if (!ErrorOutput::get().write(lines, size, patience)) {
         ErrorOutput::get().addLost(lost);
     }

@@ -12,9 +12,10 @@ enum : int {
 };
 
 /**
- * The system log, on stderr. Safe on any thread, and no thread waits in it: a line that stderr does
- * not take at once is dropped, and a later line tells how many were. Only a fatal line, after which
- * the process ends, waits up to a second. The process ignores SIGPIPE, as ox-modem-host does.
+ * The system log, on stderr. Safe on any thread. A line that finds stderr full waits up to 100 ms,
+ * and no line waits again before the reader has taken something; what stderr does not take then is
+ * dropped, and a later line tells how many were. Only a fatal line, after which the process ends,
+ * waits up to a second. The process ignores SIGPIPE, as ox-modem-host does.
  */
 class Log {
 public:
