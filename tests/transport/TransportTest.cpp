@@ -1,6 +1,7 @@
-#include <gtest/gtest.h>
+#include <framework/Handler.h>
+#include <framework/Message.h>
+#include <gmock/gmock.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -311,31 +312,6 @@ TEST_F(TransportTest, peerThatBreaksTheRulesLosesItsConnectionAlone) {
     EXPECT_TRUE(await([&] { return countOf("fd") <= files + 2; })) << "descriptors stay open";
 }
 
-TEST_F(TransportTest, threadThatCannotBeHadRefusesOneConnectionAlone) {
-    ASSERT_EQ(publish(), android::OK);
-    Client before;
-    pthread_attr_t usual;
-    pthread_attr_t huge;
-    pthread_getattr_default_np(&usual);
-    pthread_getattr_default_np(&huge);
-    pthread_attr_setstacksize(&huge, size_t{1} << 46);  // there is no room for such a stack
-    pthread_setattr_default_np(&huge);
-    const int fd = connectRaw();
-    char refusal[200] = {};
-    EXPECT_GT(recv(fd, refusal, sizeof(refusal) - 1, MSG_WAITALL), 20);
-    EXPECT_NE(std::string(refusal + 20, sizeof(refusal) - 20).find("Resource temporarily"),
-              std::string::npos);
-    close(fd);
-    std::string error;
-    EXPECT_EQ(Connection::connect(path(), &error), nullptr);
-    EXPECT_NE(error, "");
-    EXPECT_EQ(hal::publish(IModem::descriptor, "instance1", modem), -EAGAIN);
-    pthread_setattr_default_np(&usual);
-    EXPECT_EQ(hal::publish(IModem::descriptor, "instance1", modem), android::OK);
-    EXPECT_TRUE(before.isServed(1));
-    EXPECT_TRUE(Client().isServed(2));
-}
-
 /** A process sends more than a socket takes, and closes the connection in order or exits. */
 TEST_F(TransportTest, whatWasSentArrivesThoughItsSenderLeaves) {
     for (const bool exits : {false, true}) {
@@ -501,42 +477,39 @@ TEST_F(TransportTest, registrationNeedsAFreeNameAndASafeFolder) {
     EXPECT_EQ(IModem::getService("instance1"), nullptr);
 }
 
-/** Processes that all want the name at once; each reports its status and waits for its end. */
-TEST_F(TransportTest, ofManyProcessesOneServesAndItsSocketIsReplacedAfterwards) {
-    int reports[2];
-    int wishes[2];
-    ASSERT_EQ(pipe(reports) + pipe(wishes), 0);
-    std::vector<pid_t> children(4);
-    for (pid_t& child : children) {
-        child = fork();
-        if (child == 0) {
-            const android::status_t status = publish();
-            char wish = 0;
-            const bool told = write(reports[1], &status, sizeof(status)) == sizeof(status) &&
-                              read(wishes[0], &wish, 1) == 1;
-            exit(told ? 0 : 1);
+/** Counts its messages, once it is let go. */
+class Counter : public Handler {
+public:
+    int handle(std::shared_ptr<Message>) override {
+        std::lock_guard lock(gate);
+        ++count;
+        return 0;
+    }
+
+    /** How many of so many messages are taken. */
+    int take(int messages) {
+        int taken = 0;
+        for (; messages > 0; --messages) {
+            taken += Message::obtain(1, shared_from_this(), nullptr, nullptr)->dispatch() == 0;
         }
+        return taken;
     }
-    int served = 0;
-    for (size_t i = 0; i < children.size(); ++i) {
-        android::status_t status = 1;
-        ASSERT_EQ(read(reports[0], &status, sizeof(status)), ssize_t(sizeof(status)));
-        EXPECT_TRUE(status == android::OK || status == android::ALREADY_EXISTS) << status;
-        served += status == android::OK;
-    }
-    EXPECT_EQ(served, 1);
-    EXPECT_TRUE(Client().isServed(1));
-    for (const pid_t child : children) {
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
-    }
-    EXPECT_TRUE(std::filesystem::exists(path())) << "nothing stale to replace";
-    EXPECT_EQ(IModem::getService("instance0"), nullptr);
-    EXPECT_EQ(publish(), android::OK);
-    EXPECT_TRUE(Client().isServed(2));
-    for (const int fd : {reports[0], reports[1], wishes[0], wishes[1]}) {
-        close(fd);
-    }
+
+    std::mutex gate;
+    std::atomic<int> count{0};
+};
+
+TEST_F(TransportTest, handlersHoldUpWhoAsksTooFastAndRefuseWhenTheyHang) {
+    const auto moving = std::make_shared<Counter>();
+    const auto hanging = std::make_shared<Counter>();
+    modem->onSetCallback = [&](IModemIndication*) {
+        std::lock_guard lock(hanging->gate);
+        EXPECT_THAT(hanging->take(2000), testing::AllOf(testing::Ge(1024), testing::Le(1025)));
+        EXPECT_EQ(moving->take(20000), 20000) << "of another handler";
+    };
+    ASSERT_EQ(publish(), android::OK);
+    const Client client;
+    EXPECT_TRUE(await([&] { return hanging->count >= 1024 && moving->count == 20000; }));
 }
 
 }  // namespace
