@@ -30,7 +30,7 @@ CEILINGS = {
     'bench': (530, ('bench',)),
     'everything': (22700, ('',)),
 }
-TESTS_MAX = 37.6  # in % of the rest
+TESTS_MAX = 38.0  # in % of the rest
 
 
 def is_code(path):
