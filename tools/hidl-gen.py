@@ -423,15 +423,44 @@ class Table:
         return self.array("Method", f"{interface.name}_METHODS", rows)
 
 
+def log_table(interfaces, plugin):
+    """What the log reader knows: the requests, and which message of which client carries one."""
+    ids = {(name.lower(), constant): int(value)
+           for name, body in re.findall(r"namespace (\w+)Message \{(.*?)\n\}",
+                                        (plugin / "params/MessageIds.h").read_text(), re.S)
+           for constant, value in re.findall(r"(\w+) = (\d+),", body)}
+    methods = [m.name for i in interfaces for m in i.methods
+               if m.args and m.args[0].name == "serial" and i.name == "IModem"]
+    messages = {}
+    for source in sorted(plugin.glob("clients/*.cpp")):
+        function = None
+        for own, name, constant in re.findall(
+                r"^\S[^\n]*QmiClient::(\w+)\(|__func__,\s*(\w+)Message::(\w+)",
+                source.read_text(), re.M):
+            function = own or function
+            if not own and function in methods:
+                messages[name.lower(), ids[name.lower(), constant]] = function
+    rows = "".join(f"    {key!r}: {messages[key]!r},\n" for key in sorted(messages))
+    names = "".join(f"    {name!r},\n" for name in methods)
+    return (f"# Made by tools/hidl-gen.py --log-table.\nMETHODS = (\n{names})\n"
+            f"MESSAGES = {{\n{rows}}}\n").replace("'", '"')
+
+
 def main():
     arguments = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     arguments.add_argument("out", type=pathlib.Path, help="folder that becomes the include folder")
     arguments.add_argument("hal", type=pathlib.Path, nargs="+", help="all files of one package")
+    arguments.add_argument("--log-table", type=pathlib.Path, metavar="PLUGIN", help="writes to the "
+                           "file OUT what the log reader takes from there and from the plug-in")
     options = arguments.parse_args()
     try:
-        writer = Writer(*parse(options.hal), options.out)
+        package = parse(options.hal)
     except Error as error:
         sys.exit(str(error))
+    if options.log_table:
+        options.out.write_text(log_table(package[2], options.log_table))
+        return
+    writer = Writer(*package, options.out)
     writer.types()
     for interface in writer.interfaces:
         writer.interface(interface)
