@@ -435,7 +435,7 @@ def log_table(interfaces, plugin):
     for source in sorted(plugin.glob("clients/*.cpp")):
         function = None
         for own, name, constant in re.findall(
-                r"^\S[^\n]*QmiClient::(\w+)\(|__func__,\s*(\w+)Message::(\w+)",
+                r"^\S[^\n]*QmiClient::(\w+)\(|[ (](\w+)Message::(\w+)",
                 source.read_text(), re.M):
             function = own or function
             if not own and function in methods:
