@@ -45,6 +45,8 @@ install(FILES ${CMAKE_BINARY_DIR}/installed/completion RENAME modemctl
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES ${CMAKE_BINARY_DIR}/installed/modemctl.1
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(PROGRAMS desk/ox-modem-log DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES desk/ox_modem_table.py DESTINATION ${CMAKE_INSTALL_BINDIR})  # beside its reader
 install(FILES desk/ox_modem.py DESTINATION lib/python3/dist-packages)
 install(FILES CHANGELOG.md README.md TYPE DOC)
 install(DIRECTORY docs TYPE DOC)

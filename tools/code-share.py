@@ -12,7 +12,8 @@ import sys
 
 WIDTH = 100
 SUFFIXES = {'.cpp', '.h', '.hal', '.py', '.sh'}
-SCRIPTS = {'.ci/run'}
+LOG_READER = pathlib.Path('desk/ox-modem-log')  # has a row of its own
+SCRIPTS = {'.ci/run', 'desk/ox-modem-log'}
 DOC = '"""'
 
 
@@ -24,13 +25,14 @@ CEILINGS = {
     'libcutils, libutils': (285, ('desk/libcutils', 'desk/libutils')),
     'fake modem': (2250, ('desk/libmodemapi_vendor',)),
     'host, with the sharing of the callbacks': (450, ('desk/host',)),
-    'modemctl, with the log reader': (3930, ('desk/modemctl',)),
-    'scripts and generator': (720, ('tools',)),
+    'modemctl': (1950, ('desk/modemctl',)),
+    'log reader': (850, ('desk/ox-modem-log',)),
+    'scripts and generator': (735, ('tools',)),
     'device checks': (220, ('tools/device',)),
     'bench': (530, ('bench',)),
-    'everything': (22700, ('',)),
+    'everything': (21300, ('',)),
 }
-TESTS_MAX = 38.0  # in % of the rest
+TESTS_MAX = 40.7  # in % of the rest
 
 
 def is_code(path):
@@ -66,7 +68,8 @@ def main():
     folders = collections.Counter()
     for path in map(pathlib.Path, filter(None, listed)):
         if is_code(path) and path.exists():
-            folders['/'.join(path.parts[:-1][:2]) or '.'] += count(path)
+            folder = str(path) if path == LOG_READER else '/'.join(path.parts[:-1][:2]) or '.'
+            folders[folder] += count(path)
     if options.verbose:
         for folder, lines in sorted(folders.items()):
             print(f'{lines:7} {folder}')

@@ -4,12 +4,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 
 #include "Api.h"
-#include "LogCommand.h"
 #include "Printer.h"
 #include "Session.h"
 #include "Values.h"
@@ -162,13 +164,40 @@ private:
             return {};
         }
         try {
-            return logs::whyOf(mOptions.instance, mName, mSerial);
+            return askLogReader();
         } catch (const std::exception& error) {  // must not spoil the answer
             if (mOptions.why) {
                 note(std::string("--why: ") + error.what());
             }
             return {};
         }
+    }
+
+    /** Lines on this request from the log reader, which is beside this program. */
+    Words askLogReader() const {
+        const auto program = std::filesystem::read_symlink("/proc/self/exe");
+        setenv("OX_LOG_READER", (program.parent_path() / "ox-modem-log").c_str(), 1);
+        const std::string command = "exec \"$OX_LOG_READER\" --instance " +
+                                    std::to_string(mOptions.instance) + " --why " + mName + " " +
+                                    std::to_string(mSerial) + " 2>&1";
+        FILE* const reader = popen(command.c_str(), "r");
+        if (reader == nullptr) {
+            throw std::runtime_error(strerror(errno));
+        }
+        std::string text;
+        for (int byte = 0; (byte = getc(reader)) != EOF;) {
+            text += static_cast<char>(byte);
+        }
+        const bool well = pclose(reader) == 0;
+        Words lines;
+        std::istringstream rest(text);
+        for (std::string line; std::getline(rest, line);) {
+            lines.push_back(line);
+        }
+        if (!well) {
+            throw std::runtime_error(lines.empty() ? "no answer of the log reader" : lines.back());
+        }
+        return lines;
     }
 
     static std::string indented(const Words& lines) {

@@ -14,7 +14,6 @@
 #include "Failure.h"
 #include "FakeModem.h"
 #include "Help.h"
-#include "LogCommand.h"
 #include "Options.h"
 #include "Printer.h"
 #include "Session.h"
@@ -39,7 +38,7 @@ public:
         mApp.set_version_flag("--version", "modemctl " OX_VERSION);
         mApp.set_help_all_flag("--help-all", "Help with the options of each command");
         mApp.allow_extras();
-        mApp.require_subcommand(0, 1);  // behind one, "at" or "log" is a word like any other
+        mApp.require_subcommand(0, 1);  // behind one, "at" or "list" is a word like any other
         mApp.add_flag("--json", mOptions.json, "One JSON object a line");
         mApp.add_option("--timeout", mOptions.timeout, "Seconds to wait for an answer (10)")
                 ->check(CLI::Range(0.001, 86400.0));
@@ -48,7 +47,6 @@ public:
         addHelp();
         addCall();
         addWatch();
-        addLog();
         addFakeModem();
         addStatus();
     }
@@ -134,15 +132,6 @@ private:
                 ->check(CLI::Range(int64_t(1), std::numeric_limits<int64_t>::max()));
     }
 
-    void addLog() {
-        CLI::App& log =
-                add("log", "[FILE]: tells what happened from the plug-in's log, or stdin's", 1,
-                    [this](const Words& words) {
-                        return logs::run(mLog, mOptions.json, words.empty() ? "" : words[0]);
-                    });
-        logs::addOptions(log, mLog);
-    }
-
     void addFakeModem() {
         add("fake", "[WORD...], FILE, -: gives the fake modem a command, or those of a file", ANY,
             [this](const Words& words) { return runFakeModem(mOptions, words); });
@@ -193,7 +182,6 @@ private:
     }
 
     Options mOptions;
-    logs::Options mLog;
     std::map<std::string, std::pair<size_t, Action>> mCommands;
     CLI::App mApp{"Client of the modem service: makes its requests and shows answers and events.",
                   "modemctl"};

@@ -10,7 +10,7 @@ cpack --config "$build/CPackConfig.cmake" -B "$folder" >"$folder/log" || { cat "
 package=$(echo "$folder"/ox-modem_*.deb)
 dpkg --extract "$package" "$folder/root"
 cd "$folder/root"
-libraries=$(ldd usr/bin/* usr/lib/ox-modem/*.so)
+libraries=$(ldd usr/bin/{modemctl,ox-modem-host} usr/lib/ox-modem/*.so)
 [[ $libraries != *"$build"* && $libraries != *"not found"* && -z $(grep -ral "$build" .) ]]
 list=$(strings usr/lib/ox-modem/libox-modem.so | grep 'oem_sw\.txt$')
 [[ -s .$list && $(dpkg --info "$package" conffiles) == "$list" ]]
@@ -26,3 +26,4 @@ host=$!
 while read -r -t 30 line <&"$output" && [[ $line != ready:* ]]; do :; done
 [[ $line == "ready: $PWD/usr/lib/ox-modem/libox-modem.so serves"* ]]
 usr/bin/modemctl call setOperatingMode 1
+[[ $(usr/bin/ox-modem-log --method setOperatingMode <"$folder/host.log") == *"1 request: 1 succeeded"* ]]

@@ -1,4 +1,4 @@
-"""What `modemctl log` tells of a session with faults, beside what was really asked and answered."""
+"""What `ox-modem-log` tells of a session with faults, beside what was really asked and answered."""
 
 import collections
 import concurrent.futures
@@ -9,6 +9,7 @@ import pathlib
 import random
 import re
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
@@ -26,9 +27,14 @@ def modemctl(*words, stdin=b"", **options):
                           capture_output=True, timeout=90, **options)
 
 
+def read_log(*words, stdin):
+    program = pathlib.Path(os.environ["MODEMCTL"]).with_name("ox-modem-log")
+    return subprocess.run([program, *words], input=stdin, capture_output=True, timeout=90)
+
+
 # What it tells, as rows by kind.
 def tell(log, *options):
-    done, rows = modemctl("log", *options, stdin=log), {}
+    done, rows = read_log("--json", *options, stdin=log), {}
     assert done.returncode == 0, (done.returncode, done.stderr)
     for row in map(json.loads, done.stdout.splitlines()):
         rows.setdefault(row["kind"], []).append(row)
@@ -105,6 +111,14 @@ def run_with_faults(session, dice):
 
 
 class LogTest(unittest.TestCase):
+    def test_table_is_fresh(self):
+        source = pathlib.Path(__file__).parents[2]
+        with tempfile.NamedTemporaryFile() as fresh:
+            subprocess.run([sys.executable, source / "tools/hidl-gen.py", fresh.name,
+                            *pathlib.Path(os.environ["INTERFACES"]).glob("*.hal"),
+                            "--log-table", source / "plugin"], check=True)
+            self.assertEqual(fresh.read(), (source / "desk/ox_modem_table.py").read_bytes())
+
     def test_tells_what_happened(self):
         print("SEED", seed := int(os.environ.get("SEED", time.time())))
         with tempfile.TemporaryDirectory() as folder:
@@ -133,9 +147,7 @@ class LogTest(unittest.TestCase):
                              {row["method"]: row["requests"] for row in told["method"]})
             self.assertEqual([row.get("byDesign") for row in asked if not row["answers"]],
                              ["yes", "no", "yes"])
-        report = subprocess.run([os.environ["MODEMCTL"], "log", "--all"], input=log,
-                                capture_output=True, check=True)
-        self.read(report.stdout.decode(), rows)
+        self.read(read_log("--all", stdin=log).stdout.decode(), rows)
         # A client that leaves with its answer may have left before the transport looks.
         self.assertLess(rows["summary"][0]["undelivered"], 20)
         for row in asked:
@@ -155,7 +167,15 @@ class LogTest(unittest.TestCase):
             cut = log[-100000:-dice.randrange(1, 100000)]
             noise = bytes(dice.randrange(256) if dice.random() < 0.01 else byte for byte in cut)
             for damaged in (cut, noise, b"".join(dice.choices(cut.splitlines(True), k=300))):
-                self.assertEqual(len(tell(damaged)["summary"]), 1)
+                told = tell(damaged)
+                summary, requests = told["summary"][0], told.get("request", [])
+                self.assertEqual(summary["lines"], len(damaged.split(b"\n")) - (
+                    damaged[-1:] in (b"", b"\n")))
+                self.assertEqual(summary["requests"], len(requests))
+                for row in requests:
+                    self.assertIn(row["method"], session.methods)
+                    self.assertLess(row["totalMs"] or 0, 3600000)
+                    self.assertEqual(row["answers"] == 0, row["errno"] is None)
 
     def read(self, report, rows):
         """The text for people tells what the rows tell, in cells below their heads."""
