@@ -32,7 +32,7 @@ CEILINGS = {
     'bench': (530, ('bench',)),
     'everything': (21300, ('',)),
 }
-TESTS_MAX = 40.7  # in % of the rest
+TESTS_MAX = 40.8  # in % of the rest
 
 
 def is_code(path):

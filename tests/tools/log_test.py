@@ -2,6 +2,7 @@
 
 import collections
 import concurrent.futures
+import gzip
 import itertools
 import json
 import os
@@ -118,6 +119,33 @@ class LogTest(unittest.TestCase):
                             *pathlib.Path(os.environ["INTERFACES"]).glob("*.hal"),
                             "--log-table", source / "plugin"], check=True)
             self.assertEqual(fresh.read(), (source / "desk/ox_modem_table.py").read_bytes())
+
+    def test_crash_in_each_format(self):
+        texts = (("I", "LIB-OX-MODEM", "[0] ModemImpl::getBuildTime: serial = 5"),
+                 ("I", "LIB-OX-MODEM", "[0] respondGetBuildTime: serial = 5, err = 0"),
+                 ("I", "LIB-OX-MODEM", "[0] ModemImpl::getBuildId: serial = 6"),
+                 ("F", "libc", "Fatal signal 11"))
+        lives = [f"{date} 10:00:00.000  7  8 {level} {tag}: {text}\n" for (level, tag, text), date
+                 in zip(texts, ("11-23", "01-01", "01-01", "01-01"))]  # the clock is set
+        threads = "".join(lives).encode()
+        with tempfile.TemporaryDirectory() as folder:
+            adb = pathlib.Path(folder, "adb")
+            adb.write_text('#!/bin/sh\n[ "$2" = emu ] && cat "$0.log"\n')
+            adb.chmod(0o755)
+            pathlib.Path(folder, "adb.log").write_bytes(threads)
+            os.environ["PATH"] = folder + ":" + os.environ["PATH"]
+            told = [tell(b"", "--adb", "emu")]
+        told += map(tell, (
+            threads, gzip.compress(threads), threads.decode().encode("utf-16"),
+            "".join("{}/{}( 7): {}\n".format(*line) for line in texts).encode(),
+            "".join("17000000{}0.000  7  8 {} {}: {}\n".format(index, *line)
+                    for index, line in enumerate(texts)).encode()))
+        for rows in told:
+            self.assertEqual([row["text"] for row in rows["crash"]], ["Fatal signal 11"])
+            first, second = rows["request"]
+            self.assertEqual((first["result"], second["result"]), (0, None))
+            self.assertLess(first["totalMs"] or 0, 20000)
+            self.assertIn("crashed: Fatal signal 11", second["lastSign"])
 
     def test_tells_what_happened(self):
         print("SEED", seed := int(os.environ.get("SEED", time.time())))
