@@ -39,8 +39,8 @@ int DmsQmiClient::handleGetOperatingModeMessage(const MessagePtr& msg) {
         }
         return result;
     };
-    return serve<SerialVoidParam>(func, {"failed to get operating mode"}, msg, get,
-                                  &ModemResponseProxy::respondGetOperatingMode);
+    return serve<SerialVoidParam>(func, {"failed to get operating mode"}, msg,
+                                  &ModemResponseProxy::respondGetOperatingMode, get);
 }
 
 int DmsQmiClient::setOperatingMode(int serial, int mode) {
@@ -52,8 +52,8 @@ int DmsQmiClient::setOperatingMode(int serial, int mode) {
 int DmsQmiClient::handleSetOperatingModeMessage(const MessagePtr& msg) {
     return serve<SerialIntParam>(
             __func__, {"failed to set operating mode", "successfully set operating mode"}, msg,
-            [](const SerialIntParam& request) { return modem_set_operating_mode(request.value); },
-            &ModemResponseProxy::respondSetOperatingMode);
+            &ModemResponseProxy::respondSetOperatingMode,
+            [](const SerialIntParam& request) { return modem_set_operating_mode(request.value); });
 }
 
 void DmsQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {

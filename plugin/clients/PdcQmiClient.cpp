@@ -152,13 +152,11 @@ int PdcQmiClient::selectMbn(int serial, int type, const std::vector<uint8_t>& co
 }
 
 int PdcQmiClient::handleSelectMbnMessage(const MessagePtr& msg) {
-    return serve<SelectedMbnParam>(
-            __func__, SELECTED, msg,
-            [](const SelectedMbnParam& request) {
-                return modem_pdc_set_selected_config_info(request.type,
-                                                          configIdOf(request.data).data());
-            },
-            &ModemResponseProxy::respondSelectMbn);
+    return serve<SelectedMbnParam>(__func__, SELECTED, msg, &ModemResponseProxy::respondSelectMbn,
+                                   [](const SelectedMbnParam& request) {
+                                       return modem_pdc_set_selected_config_info(
+                                               request.type, configIdOf(request.data).data());
+                                   });
 }
 
 int PdcQmiClient::selectMbnExt(int serial, int type, const std::vector<uint8_t>& configId,
@@ -169,14 +167,13 @@ int PdcQmiClient::selectMbnExt(int serial, int type, const std::vector<uint8_t>&
 
 int PdcQmiClient::handleSelectMbnExtMessage(const MessagePtr& msg) {
     const char* func = __func__;
-    return serve<SelectedMbnExtParam>(
-            func, SELECTED, msg,
-            [func](const SelectedMbnExtParam& request) {
-                LOG_I("%s: config length = %d", func, request.length);
-                return modem_pdc_set_selected_config_info_ext(
-                        request.type, configIdOf(request.data).data(), request.length);
-            },
-            &ModemResponseProxy::respondSelectMbnExt);
+    return serve<SelectedMbnExtParam>(func, SELECTED, msg, &ModemResponseProxy::respondSelectMbnExt,
+                                      [func](const SelectedMbnExtParam& request) {
+                                          LOG_I("%s: config length = %d", func, request.length);
+                                          return modem_pdc_set_selected_config_info_ext(
+                                                  request.type, configIdOf(request.data).data(),
+                                                  request.length);
+                                      });
 }
 
 int PdcQmiClient::deleteAllMbns(int serial) {
@@ -186,8 +183,8 @@ int PdcQmiClient::deleteAllMbns(int serial) {
 int PdcQmiClient::handleDeleteAllMbnsMessage(const MessagePtr& msg) {
     return serve<SerialVoidParam>(
             __func__, {nullptr, "successfully delete all mbns"}, msg,
-            [](const SerialVoidParam&) { return modem_pdc_delete_all_mbns(); },
-            &ModemResponseProxy::respondDeleteAllMbns);
+            &ModemResponseProxy::respondDeleteAllMbns,
+            [](const SerialVoidParam&) { return modem_pdc_delete_all_mbns(); });
 }
 
 int PdcQmiClient::loadMbnConfig(int serial, const std::vector<uint8_t>& path) {
@@ -196,12 +193,10 @@ int PdcQmiClient::loadMbnConfig(int serial, const std::vector<uint8_t>& path) {
 
 int PdcQmiClient::handleLoadMbnConfigMessage(const MessagePtr& msg) {
     const char* func = __func__;
-    return serve<LoadMbnConfigParam>(
-            func, {}, msg,
-            [func](const LoadMbnConfigParam& request) {
-                return loadMbnConfigFile(func, request.data);
-            },
-            &ModemResponseProxy::respondLoadMbnConfig);
+    return serve<LoadMbnConfigParam>(func, {}, msg, &ModemResponseProxy::respondLoadMbnConfig,
+                                     [func](const LoadMbnConfigParam& request) {
+                                         return loadMbnConfigFile(func, request.data);
+                                     });
 }
 
 int PdcQmiClient::activateMbn(int serial, int type) {
@@ -211,8 +206,8 @@ int PdcQmiClient::activateMbn(int serial, int type) {
 int PdcQmiClient::handleActivateMbnMessage(const MessagePtr& msg) {
     return serve<SerialIntParam>(
             __func__, {nullptr, "successfully activate mbn"}, msg,
-            [](const SerialIntParam& request) { return modem_pdc_activate_config(request.value); },
-            &ModemResponseProxy::respondActivateMbn);
+            &ModemResponseProxy::respondActivateMbn,
+            [](const SerialIntParam& request) { return modem_pdc_activate_config(request.value); });
 }
 
 int PdcQmiClient::deactivateMbn(int serial, int type) {
@@ -220,12 +215,11 @@ int PdcQmiClient::deactivateMbn(int serial, int type) {
 }
 
 int PdcQmiClient::handleDeactivateMbnMessage(const MessagePtr& msg) {
-    return serve<SerialIntParam>(
-            __func__, {nullptr, "successfully deactivated mbn"}, msg,
-            [](const SerialIntParam& request) {
-                return modem_pdc_deactivate_config(request.value);
-            },
-            &ModemResponseProxy::respondDeactivateMbn);
+    return serve<SerialIntParam>(__func__, {nullptr, "successfully deactivated mbn"}, msg,
+                                 &ModemResponseProxy::respondDeactivateMbn,
+                                 [](const SerialIntParam& request) {
+                                     return modem_pdc_deactivate_config(request.value);
+                                 });
 }
 
 int PdcQmiClient::activateRegularMbn(int serial, int type) {

@@ -99,7 +99,7 @@ public:
 protected:
     using MessagePtr = std::shared_ptr<Message>;
     template <class... Payload>
-    using Respond = int (ModemResponseProxy::*)(int, Errno, Payload...);
+    using Respond = ModemResponseProxy::Respond<Payload...>;
 
     /** Wording of the lines that tell why a message could not be posted. */
     enum class PostTexts {
@@ -185,8 +185,8 @@ protected:
      * @return the respond call's result; 3 without an answer for a wrong record
      */
     template <class Record, class Call>
-    int serve(const char* func, CallTexts texts, const MessagePtr& msg, const Call& call,
-              Respond<> respond, Ready ready = &QmiClient::checkConnected) {
+    int serve(const char* func, CallTexts texts, const MessagePtr& msg, Respond<> respond,
+              const Call& call, Ready ready = &QmiClient::checkConnected) {
         const Record* request = takeRecord<Record>(func, msg);
         if (request == nullptr) {
             return ERRNO_INVALID_PARAM;
@@ -195,8 +195,8 @@ protected:
         return answer(respond, request->serial, err);
     }
     template <class Record, class Call, class Payload>
-    int serve(const char* func, CallTexts texts, const MessagePtr& msg, const Call& call,
-              Respond<Payload> respond, Ready ready = &QmiClient::checkConnected) {
+    int serve(const char* func, CallTexts texts, const MessagePtr& msg, Respond<Payload> respond,
+              const Call& call, Ready ready = &QmiClient::checkConnected) {
         const Record* request = takeRecord<Record>(func, msg);
         if (request == nullptr) {
             return ERRNO_INVALID_PARAM;

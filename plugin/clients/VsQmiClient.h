@@ -31,7 +31,7 @@ public:
     int getSimlockFuseStatus(int serial);
     int rebootModem(int serial);
 
-    // Settings: VsQmiClientSettings.cpp
+    // Settings of the modem: VsQmiClientModem.cpp
     int setAgpsTestMode(int serial, unsigned int mode);
     int getAgpsTestMode(int serial);
     int getModemPowerSaveMode(int serial);
@@ -171,8 +171,8 @@ private:
      * @param call makes the modem call; gets the record and the cookie, returns what it returned
      */
     template <class Record, class Call, class... Payload>
-    int serveAsync(const char* func, const MessagePtr& msg, const Call& call,
-                   Respond<Payload...> respond);
+    int serveAsync(const char* func, const MessagePtr& msg, Respond<Payload...> respond,
+                   const Call& call);
 
     /** Makes the cookie and the call; 0 when the modem took it, else the code to answer with. */
     Errno sendAsync(const char* func, const MessagePtr& msg, FunctionRef<int(void* cookie)> call);
@@ -197,3 +197,27 @@ private:
     const int mInstanceId;
     std::atomic<bool> mBound{false};  ///< what the bind at the last connection came to
 };
+
+template <class Record, class Call, class... Payload>
+int VsQmiClient::serveAsync(const char* func, const MessagePtr& msg, Respond<Payload...> respond,
+                            const Call& call) {
+    const Record* request = takeRecord<Record>(func, msg);
+    if (request == nullptr) {
+        return ERRNO_INVALID_PARAM;
+    }
+    const Errno err = sendAsync(func, msg, [&](void* cookie) { return call(*request, cookie); });
+    return err == ERRNO_SUCCESS ? err
+                                : answer(respond, request->serial, err, std::decay_t<Payload>{}...);
+}
+
+template <class Extract, class Payload>
+int VsQmiClient::finish(const char* func, const void* data, size_t length,
+                        const SerialParam& request, Respond<Payload> respond,
+                        const Extract& extract) {
+    std::decay_t<Payload> payload{};
+    const Errno err =
+            readAsyncResponse(func, data, length, [&](const modem_async_response& reported) {
+                return extract(reported.payload, payload);
+            });
+    return answer(respond, request.serial, err, payload);
+}

@@ -1,11 +1,38 @@
-// The modem itself: build texts, configurations by name, debugging, SIM-lock, restart.
+// The modem itself, and its settings: AGPS test mode, power saving, properties.
 
-#include "clients/VsQmiClientSteps.h"
+#include <cstring>
+
+#include "clients/CheckedCopy.h"
+#include "clients/VsQmiClient.h"
 #include "params/MessageIds.h"
+#include "params/Params.h"
 
 namespace {
 
+/** The text in a field of a modem record: it ends at the first NUL, or at the field's end. */
+template <size_t Size>
+std::string textOf(const char (&field)[Size], size_t length = Size) {
+    return std::string(field, strnlen(field, std::min(length, Size)));
+}
+
 constexpr size_t BUILD_TEXT_MAX = 256;
+
+/**
+ * The record as the modem takes it. Lengths are not checked against the fields: the end of a longer
+ * name lies in the fields behind it, as far as the value and lengths do not overwrite it. A text
+ * that reaches beyond the record stops the process.
+ */
+modem_property_record propertyRecord(const char* func, const ModemPropertyParam& request) {
+    modem_property_record record{};
+    auto* bytes = reinterpret_cast<uint8_t*>(&record);
+    const auto put = [&](size_t offset, const std::string& text, uint32_t& length) {
+        checkedCopy(func, bytes + offset, sizeof(record) - offset, text.data(), text.size());
+        length = static_cast<uint32_t>(text.size());
+    };
+    put(offsetof(modem_property_record, name), request.name, record.name_length);
+    put(offsetof(modem_property_record, value), request.value, record.value_length);
+    return record;
+}
 
 }  // namespace
 
@@ -30,12 +57,11 @@ int VsQmiClient::getBuildTime(int serial) {
 }
 
 int VsQmiClient::handleGetBuildTimeMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(
-            __func__, msg,
-            [](const SerialVoidParam&, void* cookie) {
-                return modem_get_build_time(cookie, modemApiAsyncCallback);
-            },
-            &ModemResponseProxy::respondGetBuildTime);
+    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetBuildTime,
+                                       [](const SerialVoidParam&, void* cookie) {
+                                           return modem_get_build_time(cookie,
+                                                                       modemApiAsyncCallback);
+                                       });
 }
 
 int VsQmiClient::processGetBuildTimeAsyncResponse(const void* data, size_t length,
@@ -49,12 +75,10 @@ int VsQmiClient::getBuildId(int serial) {
 }
 
 int VsQmiClient::handleGetBuildIdMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(
-            __func__, msg,
-            [](const SerialVoidParam&, void* cookie) {
-                return modem_get_build_id(cookie, modemApiAsyncCallback);
-            },
-            &ModemResponseProxy::respondGetBuildId);
+    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetBuildId,
+                                       [](const SerialVoidParam&, void* cookie) {
+                                           return modem_get_build_id(cookie, modemApiAsyncCallback);
+                                       });
 }
 
 int VsQmiClient::processGetBuildIdAsyncResponse(const void* data, size_t length,
@@ -69,11 +93,10 @@ int VsQmiClient::activateMbnByName(int serial, const std::string& name) {
 
 int VsQmiClient::handleActivateMbnByNameMessage(const MessagePtr& msg) {
     return serveAsync<SerialStringParam>(
-            __func__, msg,
+            __func__, msg, &ModemResponseProxy::respondActivateMbnByName,
             [](const SerialStringParam& request, void* cookie) {
                 return modem_api_active_mbn(request.value.c_str(), cookie, modemApiAsyncCallback);
-            },
-            &ModemResponseProxy::respondActivateMbnByName);
+            });
 }
 
 int VsQmiClient::processActivateMbnByNameAsyncResponse(const void* data, size_t length,
@@ -86,12 +109,11 @@ int VsQmiClient::restoreMbn(int serial) {
 }
 
 int VsQmiClient::handleRestoreMbnMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(
-            __func__, msg,
-            [](const SerialVoidParam&, void* cookie) {
-                return modem_api_restore_mbn(cookie, modemApiAsyncCallback);
-            },
-            &ModemResponseProxy::respondRestoreMbn);
+    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondRestoreMbn,
+                                       [](const SerialVoidParam&, void* cookie) {
+                                           return modem_api_restore_mbn(cookie,
+                                                                        modemApiAsyncCallback);
+                                       });
 }
 
 int VsQmiClient::processRestoreMbnAsyncResponse(const void* data, size_t length,
@@ -105,25 +127,22 @@ int VsQmiClient::doCommonInterfaceDebug(int serial, unsigned int value) {
 }
 
 int VsQmiClient::handleDoCommonInterfaceDebugMessage(const MessagePtr& msg) {
-    return serve<SerialUintParam>(
-            __func__, SYNC_TEXTS, msg,
-            [](const SerialUintParam& request) {
-                return modem_common_interface_debug(request.value);
-            },
-            &ModemResponseProxy::respondDoCommonInterfaceDebug);
+    return serve<SerialUintParam>(__func__, SYNC_TEXTS, msg,
+                                  &ModemResponseProxy::respondDoCommonInterfaceDebug,
+                                  [](const SerialUintParam& request) {
+                                      return modem_common_interface_debug(request.value);
+                                  });
 }
 
 int VsQmiClient::serveSimlockInfo(const char* func, const MessagePtr& msg,
                                   uint8_t modem_simlock_info::*field, Respond<uint8_t> respond) {
-    return serve<SerialVoidParam>(
-            func, ASYNC_TEXTS, msg,
-            [field](const SerialVoidParam&, uint8_t& value) {
-                modem_simlock_info info{};
-                const int result = fetch(modem_api_get_simlock_info, info);
-                value = info.*field;
-                return result;
-            },
-            respond);
+    return serve<SerialVoidParam>(func, ASYNC_TEXTS, msg, respond,
+                                  [field](const SerialVoidParam&, uint8_t& value) {
+                                      modem_simlock_info info{};
+                                      const int result = fetch(modem_api_get_simlock_info, info);
+                                      value = info.*field;
+                                      return result;
+                                  });
 }
 
 int VsQmiClient::getSimlockInfoStatus(int serial) {
@@ -158,12 +177,11 @@ int VsQmiClient::getSimlockFuseStatus(int serial) {
 }
 
 int VsQmiClient::handleGetSimlockFuseStateMessage(const MessagePtr& msg) {
-    return serve<SerialVoidParam>(
-            __func__, ASYNC_TEXTS, msg,
-            [](const SerialVoidParam&, uint32_t& status) {
-                return fetch(modem_api_get_simlock_fuse_status, status);
-            },
-            &ModemResponseProxy::respondGetSimlockFuseStatus);
+    return serve<SerialVoidParam>(__func__, ASYNC_TEXTS, msg,
+                                  &ModemResponseProxy::respondGetSimlockFuseStatus,
+                                  [](const SerialVoidParam&, uint32_t& status) {
+                                      return fetch(modem_api_get_simlock_fuse_status, status);
+                                  });
 }
 
 int VsQmiClient::rebootModem(int serial) {
@@ -171,8 +189,167 @@ int VsQmiClient::rebootModem(int serial) {
 }
 
 int VsQmiClient::handleRebootModemMessage(const MessagePtr& msg) {
-    return serve<SerialVoidParam>(
-            __func__, ASYNC_TEXTS, msg,
-            [](const SerialVoidParam&) { return modem_subsystem_reboot(); },
-            &ModemResponseProxy::respondRebootModem);
+    return serve<SerialVoidParam>(__func__, ASYNC_TEXTS, msg,
+                                  &ModemResponseProxy::respondRebootModem,
+                                  [](const SerialVoidParam&) { return modem_subsystem_reboot(); });
+}
+
+// ---- Settings
+// ------------------------------------------------------------------------------------
+
+int VsQmiClient::setAgpsTestMode(int serial, unsigned int mode) {
+    LOG_I("%s: serial = %d, mode = %u", __func__, serial, mode);
+    return sendRequest(serial, VsMessage::SET_AGPS_TEST_MODE, mode);
+}
+
+int VsQmiClient::handleSetAgpsTestModeMessage(const MessagePtr& msg) {
+    return serveAsync<SerialUintParam>(__func__, msg, &ModemResponseProxy::respondSetAgpsTestMode,
+                                       [](const SerialUintParam& request, void* cookie) {
+                                           return modem_api_set_agps_test_mode(
+                                                   request.value, cookie, modemApiAsyncCallback);
+                                       });
+}
+
+int VsQmiClient::processSetAgpsTestModeAsyncResponse(const void* data, size_t length,
+                                                     const SerialParam& request) {
+    return finish(__func__, data, length, request, &ModemResponseProxy::respondSetAgpsTestMode);
+}
+
+int VsQmiClient::getAgpsTestMode(int serial) {
+    return postVoid(__func__, VsMessage::GET_AGPS_TEST_MODE, serial);
+}
+
+int VsQmiClient::handleGetAgpsTestModeMessage(const MessagePtr& msg) {
+    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetAgpsTestMode,
+                                       [](const SerialVoidParam&, void* cookie) {
+                                           return modem_api_get_agps_test_mode(
+                                                   cookie, modemApiAsyncCallback);
+                                       });
+}
+
+int VsQmiClient::processGetAgpsTestModeAsyncResponse(const void* data, size_t length,
+                                                     const SerialParam& request) {
+    return finish(__func__, data, length, request, &ModemResponseProxy::respondGetAgpsTestMode,
+                  [](const auto& payload, uint32_t& mode) {
+                      mode = payload.agps_test_mode;
+                      return ERRNO_SUCCESS;
+                  });
+}
+
+int VsQmiClient::getModemPowerSaveMode(int serial) {
+    return postVoid(__func__, VsMessage::GET_MODEM_POWER_SAVE_MODE, serial);
+}
+
+int VsQmiClient::handleGetModemPowerSaveModeMessage(const MessagePtr& msg) {
+    return serveAsync<SerialVoidParam>(
+            __func__, msg, &ModemResponseProxy::respondGetModemPowerSaveMode,
+            [](const SerialVoidParam&, void* cookie) {
+                return modem_api_get_power_save_mode(cookie, modemApiAsyncCallback);
+            });
+}
+
+int VsQmiClient::processGetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
+                                                           const SerialParam& request) {
+    return finish(__func__, data, length, request,
+                  &ModemResponseProxy::respondGetModemPowerSaveMode,
+                  [](const auto& payload, uint8_t& mode) {
+                      mode = payload.power_save_mode;
+                      return ERRNO_SUCCESS;
+                  });
+}
+
+int VsQmiClient::setModemPowerSaveMode(int serial, unsigned char mode) {
+    LOG_I("%s: serial = %d, mode = %u", __func__, serial, mode);
+    return sendRequest(serial, VsMessage::SET_MODEM_POWER_SAVE_MODE, mode);
+}
+
+int VsQmiClient::handleSetModemPowerSaveModeMessage(const MessagePtr& msg) {
+    return serveAsync<SerialByteParam>(
+            __func__, msg, &ModemResponseProxy::respondSetModemPowerSaveMode,
+            [](const SerialByteParam& request, void* cookie) {
+                return modem_api_set_power_save_mode(request.value, cookie, modemApiAsyncCallback);
+            });
+}
+
+int VsQmiClient::processSetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
+                                                           const SerialParam& request) {
+    return finish(__func__, data, length, request,
+                  &ModemResponseProxy::respondSetModemPowerSaveMode);
+}
+
+int VsQmiClient::setModemPowerSaveStatus(int serial, unsigned char status) {
+    LOG_I("%s: serial = %d, status = %u", __func__, serial, status);
+    return sendRequest(serial, VsMessage::SET_MODEM_POWER_SAVE_STATUS, status);
+}
+
+int VsQmiClient::handleSetModemPowerSaveStatusMessage(const MessagePtr& msg) {
+    return serveAsync<SerialByteParam>(__func__, msg,
+                                       &ModemResponseProxy::respondSetModemPowerSaveStatus,
+                                       [](const SerialByteParam& request, void* cookie) {
+                                           return modem_api_set_power_save_status(
+                                                   request.value, cookie, modemApiAsyncCallback);
+                                       });
+}
+
+int VsQmiClient::processSetModemPowerSaveStatusAsyncResponse(const void* data, size_t length,
+                                                             const SerialParam& request) {
+    return finish(__func__, data, length, request,
+                  &ModemResponseProxy::respondSetModemPowerSaveStatus);
+}
+
+int VsQmiClient::setModemProperty(int serial, const std::string& name, const std::string& value) {
+    LOG_I("%s: serial = %d", __func__, serial);
+    return post<ModemPropertyParam>(PostTexts::BY_NAME_SHORT, __func__,
+                                    VsMessage::SET_MODEM_PROPERTY, serial, name, value);
+}
+
+int VsQmiClient::handleSetModemPropertyMessage(const MessagePtr& msg) {
+    const char* func = __func__;
+    return serveAsync<ModemPropertyParam>(
+            func, msg, &ModemResponseProxy::respondSetModemProperty,
+            [func](const ModemPropertyParam& request, void* cookie) {
+                const modem_property_record record = propertyRecord(func, request);
+                return modem_api_set_modem_property(&record, cookie, modemApiAsyncCallback);
+            });
+}
+
+int VsQmiClient::processSetModemPropertyAsyncResponse(const void* data, size_t length,
+                                                      const SerialParam& request) {
+    return finish(__func__, data, length, request, &ModemResponseProxy::respondSetModemProperty);
+}
+
+int VsQmiClient::getModemProperty(int serial, const std::string& name) {
+    LOG_I("%s: serial = %d", __func__, serial);
+    return sendRequest(serial, VsMessage::GET_MODEM_PROPERTY, name);
+}
+
+int VsQmiClient::handleGetModemPropertyMessage(const MessagePtr& msg) {
+    return serveAsync<SerialStringParam>(
+            __func__, msg, &ModemResponseProxy::respondGetModemProperty,
+            [](const SerialStringParam& request, void* cookie) {
+                return modem_api_get_modem_property(request.value.c_str(), cookie,
+                                                    modemApiAsyncCallback);
+            });
+}
+
+int VsQmiClient::processGetModemPropertyAsyncResponse(const void* data, size_t length,
+                                                      const SerialParam& request) {
+    return finish(__func__, data, length, request, &ModemResponseProxy::respondGetModemProperty,
+                  [](const auto& payload, std::string& value) {
+                      value = textOf(payload.property_value);
+                      return ERRNO_SUCCESS;
+                  });
+}
+
+int VsQmiClient::deleteModemProperty(int serial, const std::string& name) {
+    LOG_I("%s: serial = %d", __func__, serial);
+    return sendRequest(serial, VsMessage::DELETE_MODEM_PROPERTY, name);
+}
+
+int VsQmiClient::handleDeleteModemPropertyMessage(const MessagePtr& msg) {
+    return serve<SerialStringParam>(
+            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDeleteModemProperty,
+            [](const SerialStringParam& request) {
+                return modem_api_delete_modem_property_sync(request.value.c_str());
+            });
 }

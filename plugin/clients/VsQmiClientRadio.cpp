@@ -1,6 +1,10 @@
-// Radio: bands, RAT mask, RRC connection, and the switch of the radio reports.
+// Radio: bands, RAT mask, RRC connection, the switch of the radio reports; and the events.
 
-#include "clients/VsQmiClientSteps.h"
+#include <algorithm>
+#include <cstring>
+
+#include "clients/EventRecord.h"
+#include "clients/VsQmiClient.h"
 #include "params/MessageIds.h"
 
 namespace {
@@ -24,6 +28,21 @@ BandsInfoType bandsOf(const modem_bands_info& reported) {
     return bands;
 }
 
+NetworkStatusInfoType networkStatusOf(const modem_nr_radio_info_event& event) {
+    NetworkStatusInfoType info{};
+    info.field1 = event.field1;
+    info.field2 = event.field2;
+    memcpy(&info.field3, event.field3, sizeof(info.field3));
+    info.field4 = event.field4;
+    std::copy(std::begin(event.field5), std::end(event.field5), info.field5);
+    info.field6 = event.field6;
+    info.field7 = event.field7;
+    std::copy(std::begin(event.field8), std::end(event.field8), info.field8);
+    info.field9 = event.field9;
+    memcpy(info.field10, event.field10, sizeof(info.field10));
+    return info;
+}
+
 }  // namespace
 
 int VsQmiClient::getBandsInfo(int serial) {
@@ -31,12 +50,11 @@ int VsQmiClient::getBandsInfo(int serial) {
 }
 
 int VsQmiClient::handleGetBandsInfoMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(
-            __func__, msg,
-            [](const SerialVoidParam&, void* cookie) {
-                return modem_get_bands_info(cookie, modemApiAsyncCallback);
-            },
-            &ModemResponseProxy::respondGetBandsInfo);
+    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetBandsInfo,
+                                       [](const SerialVoidParam&, void* cookie) {
+                                           return modem_get_bands_info(cookie,
+                                                                       modemApiAsyncCallback);
+                                       });
 }
 
 int VsQmiClient::processGetBandsInfoAsyncResponse(const void* data, size_t length,
@@ -53,12 +71,11 @@ int VsQmiClient::removeRatMask(int serial) {
 }
 
 int VsQmiClient::handleRemoveRatMaskMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(
-            __func__, msg,
-            [](const SerialVoidParam&, void* cookie) {
-                return modem_api_remove_rat_mask(cookie, modemApiAsyncCallback);
-            },
-            &ModemResponseProxy::respondRemoveRatMask);
+    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondRemoveRatMask,
+                                       [](const SerialVoidParam&, void* cookie) {
+                                           return modem_api_remove_rat_mask(cookie,
+                                                                            modemApiAsyncCallback);
+                                       });
 }
 
 int VsQmiClient::processRemoveRatMaskAsyncResponse(const void* data, size_t length,
@@ -72,11 +89,10 @@ int VsQmiClient::abortRRCConnection(int serial) {
 
 int VsQmiClient::handleAbortRRCConnectionMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(
-            __func__, msg,
+            __func__, msg, &ModemResponseProxy::respondAbortRRCConnection,
             [](const SerialVoidParam&, void* cookie) {
                 return modem_abort_rrc_connection(cookie, modemApiAsyncCallback);
-            },
-            &ModemResponseProxy::respondAbortRRCConnection);
+            });
 }
 
 int VsQmiClient::processAbortRRCConnectionResponse(const void* data, size_t length,
@@ -90,17 +106,48 @@ int VsQmiClient::setRadioInfoReportEnabled(int serial, unsigned int enabled) {
 }
 
 int VsQmiClient::handleSetRadioInfoReportEnabledMessage(const MessagePtr& msg) {
-    return serveAsync<SerialUintParam>(
-            __func__, msg,
-            [](const SerialUintParam& request, void* cookie) {
-                return modem_api_set_radio_info_report_enabled(request.value, cookie,
-                                                               modemApiAsyncCallback);
-            },
-            &ModemResponseProxy::respondSetRadioInfoReportEnabled);
+    return serveAsync<SerialUintParam>(__func__, msg,
+                                       &ModemResponseProxy::respondSetRadioInfoReportEnabled,
+                                       [](const SerialUintParam& request, void* cookie) {
+                                           return modem_api_set_radio_info_report_enabled(
+                                                   request.value, cookie, modemApiAsyncCallback);
+                                       });
 }
 
 int VsQmiClient::processSetRadioInfoReportEnabledAsyncResponse(const void* data, size_t length,
                                                                const SerialParam& request) {
     return finish(__func__, data, length, request,
                   &ModemResponseProxy::respondSetRadioInfoReportEnabled);
+}
+
+// ---- Events, handed to the upper layer field by field
+// --------------------------------------------
+
+int VsQmiClient::reportRRCStateInd(const void* data, size_t length) const {
+    modem_rrc_state_event event;
+    if (!takeEvent(__func__, data, length, event)) {
+        return ERRNO_INVALID_PARAM;
+    }
+    LOG_I("%s: now report RRC state to upperlayer", __func__);
+    return mIndicationProxy->indicateModemRRCState(event.lte_valid, event.rrc_state,
+                                                   event.wcdma_valid, event.wcdma_rrc_state);
+}
+
+int VsQmiClient::reportRadioInfoInd(const void* data, size_t length) const {
+    modem_nr_radio_info_event event;
+    if (!takeEvent(__func__, data, length, event)) {
+        return ERRNO_INVALID_PARAM;
+    }
+    LOG_I("%s: now report radio info to upperlayer", __func__);
+    NetworkStatusInfoType info = networkStatusOf(event);
+    return mIndicationProxy->indicateModemRadioInfoReport(info);
+}
+
+int VsQmiClient::reportPowerSaveModeInd(const void* data, size_t length) const {
+    modem_power_save_mode_event event;
+    if (!takeEvent(__func__, data, length, event)) {
+        return ERRNO_INVALID_PARAM;
+    }
+    LOG_I("%s: now report power save mode to upperlayer", __func__);
+    return mIndicationProxy->indicatePowerSaveMode(event.mode);
 }

@@ -39,15 +39,14 @@ int VsQmiClient::readNVItem(int serial, signed char selector1, int item, signed 
 
 int VsQmiClient::handleReadNVItemMessage(const MessagePtr& msg) {
     return serve<NVItemParam>(
-            __func__, SYNC_TEXTS, msg,
+            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondReadNVItem,
             [](const NVItemParam& request, std::vector<uint8_t>& data) {
                 return readInto<NV_ITEM_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_nv_for_subid(request.selector1, request.item,
                                                    static_cast<uint8_t>(request.selector2), buffer,
                                                    length);
                 });
-            },
-            &ModemResponseProxy::respondReadNVItem);
+            });
 }
 
 int VsQmiClient::writeNVItem(int serial, signed char selector1, int item, signed char selector2,
@@ -58,13 +57,12 @@ int VsQmiClient::writeNVItem(int serial, signed char selector1, int item, signed
 
 int VsQmiClient::handleWriteNVItemMessage(const MessagePtr& msg) {
     // The modem's function for writing has no second selector.
-    return serve<NVItemParam>(
-            __func__, SYNC_TEXTS, msg,
-            [](const NVItemParam& request) {
-                return modem_write_nv_for_subid(request.selector1, request.item,
-                                                request.data.data(), request.data.size());
-            },
-            &ModemResponseProxy::respondWriteNVItem);
+    return serve<NVItemParam>(__func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondWriteNVItem,
+                              [](const NVItemParam& request) {
+                                  return modem_write_nv_for_subid(request.selector1, request.item,
+                                                                  request.data.data(),
+                                                                  request.data.size());
+                              });
 }
 
 int VsQmiClient::readEfsFile(int serial, int file, unsigned char subSelector) {
@@ -74,14 +72,13 @@ int VsQmiClient::readEfsFile(int serial, int file, unsigned char subSelector) {
 
 int VsQmiClient::handleReadEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, SYNC_TEXTS, msg,
+            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondReadEfsFile,
             [](const EfsAccessParam& request, std::vector<uint8_t>& data) {
                 return readInto<EFS_FILE_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_efs_for_subid(request.subSelector, request.file, buffer,
                                                     length);
                 });
-            },
-            &ModemResponseProxy::respondReadEfsFile);
+            });
 }
 
 int VsQmiClient::writeEfsFile(int serial, int file, unsigned char subSelector,
@@ -92,12 +89,11 @@ int VsQmiClient::writeEfsFile(int serial, int file, unsigned char subSelector,
 
 int VsQmiClient::handleWriteEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, SYNC_TEXTS, msg,
+            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondWriteEfsFile,
             [](const EfsAccessParam& request) {
                 return modem_write_efs_for_subid(request.subSelector, request.file,
                                                  request.data.data(), request.data.size());
-            },
-            &ModemResponseProxy::respondWriteEfsFile);
+            });
 }
 
 int VsQmiClient::deleteEfsFile(int serial, int file, unsigned char subSelector) {
@@ -107,11 +103,10 @@ int VsQmiClient::deleteEfsFile(int serial, int file, unsigned char subSelector) 
 
 int VsQmiClient::handleDeleteEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, SYNC_TEXTS, msg,
+            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDeleteEfsFile,
             [](const EfsAccessParam& request) {
                 return modem_del_efs_for_subid(request.subSelector, request.file);
-            },
-            &ModemResponseProxy::respondDeleteEfsFile);
+            });
 }
 
 int VsQmiClient::readPrl(int serial, unsigned char selector) {
@@ -120,13 +115,12 @@ int VsQmiClient::readPrl(int serial, unsigned char selector) {
 
 int VsQmiClient::handleReadPrlMessage(const MessagePtr& msg) {
     return serve<SerialByteParam>(
-            __func__, SYNC_TEXTS, msg,
+            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondReadPrl,
             [](const SerialByteParam& request, std::vector<uint8_t>& data) {
                 return readInto<PRL_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_prl(request.value, buffer, length);
                 });
-            },
-            &ModemResponseProxy::respondReadPrl);
+            });
 }
 
 int VsQmiClient::writePrl(int serial, unsigned char selector,
@@ -136,12 +130,11 @@ int VsQmiClient::writePrl(int serial, unsigned char selector,
 }
 
 int VsQmiClient::handleWritePrlMessage(const MessagePtr& msg) {
-    return serve<PrlParam>(
-            __func__, SYNC_TEXTS, msg,
-            [](const PrlParam& request) {
-                return modem_write_prl(request.selector, request.data.data(), request.data.size());
-            },
-            &ModemResponseProxy::respondWritePrl);
+    return serve<PrlParam>(__func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondWritePrl,
+                           [](const PrlParam& request) {
+                               return modem_write_prl(request.selector, request.data.data(),
+                                                      request.data.size());
+                           });
 }
 
 int VsQmiClient::verifyNV(int serial, int item, const std::vector<unsigned char>& data) {
@@ -151,15 +144,14 @@ int VsQmiClient::verifyNV(int serial, int item, const std::vector<unsigned char>
 
 int VsQmiClient::handleVerifyNVMessage(const MessagePtr& msg) {
     return serve<NVItemParam>(
-            __func__, SYNC_TEXTS, msg,
+            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondVerifyNV,
             [](const NVItemParam& request, uint8_t& verified) {
                 modem_nv_verification verification{};
                 const int result = modem_verify_nv(request.item, request.data.data(),
                                                    request.data.size(), &verification);
                 verified = result == 0 && verification.compared != 0 && verification.differs == 0;
                 return result;
-            },
-            &ModemResponseProxy::respondVerifyNV);
+            });
 }
 
 int VsQmiClient::deleteEfsFileDir(int serial, int directory) {
@@ -169,7 +161,6 @@ int VsQmiClient::deleteEfsFileDir(int serial, int directory) {
 
 int VsQmiClient::handleDeleteEfsFileDirMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, SYNC_TEXTS, msg,
-            [](const EfsAccessParam& request) { return modem_del_efs_file_dir(request.file); },
-            &ModemResponseProxy::respondDeleteEfsFileDir);
+            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDeleteEfsFileDir,
+            [](const EfsAccessParam& request) { return modem_del_efs_file_dir(request.file); });
 }

@@ -72,10 +72,11 @@ int WdsQmiClient::handleCheckImsProfileNormalMessage(const MessagePtr& msg) {
     // The modem decides what is normal; its value is passed on, also when the call failed.
     return serve<SerialVoidParam>(
             __func__, {"failed to check ims profile", "successfully check ims profile"}, msg,
+            &ModemResponseProxy::respondIsImsProfileNormal,
             [](const SerialVoidParam&, uint32_t& state) {
                 return modem_qdp_check_ims_profile(&state);
             },
-            &ModemResponseProxy::respondIsImsProfileNormal, BOUND);
+            BOUND);
 }
 
 int WdsQmiClient::deleteImsProfile(int serial) {
@@ -85,9 +86,8 @@ int WdsQmiClient::deleteImsProfile(int serial) {
 int WdsQmiClient::handleDeleteImsProfileMessage(const MessagePtr& msg) {
     // Needs the connection, but no bound subscription.
     const char* func = __func__;
-    return serve<SerialVoidParam>(
-            func, {}, msg, [func](const SerialVoidParam&) { return deleteProfiles(func); },
-            &ModemResponseProxy::respondDeleteImsProfile);
+    return serve<SerialVoidParam>(func, {}, msg, &ModemResponseProxy::respondDeleteImsProfile,
+                                  [func](const SerialVoidParam&) { return deleteProfiles(func); });
 }
 
 void WdsQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {

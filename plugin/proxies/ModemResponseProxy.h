@@ -22,6 +22,10 @@ uint32_t convertToResponseError(Errno err);
  */
 class ModemResponseProxy : public CallbackProxy {
 public:
+    /** A respond method whose answer has this payload, or none. */
+    template <class... Payload>
+    using Respond = int (ModemResponseProxy::*)(int serial, Errno err, Payload...);
+
     /** The installed callback, or null when there is none or it is of another interface. */
     android::sp<vendor::lyr::modem::V1_0::IModemResponse> getCallback() const;
 

@@ -17,20 +17,13 @@ using vendor::lyr::modem::V1_0::IModemIndication;
 using vendor::lyr::modem::V1_0::IModemResponse;
 
 const ModemImpl::ClientRow ModemImpl::CLIENTS[] = {
-        {AtQmiClient::SERVICE,
-         [](const ModemImpl& owner) -> QmiClient* { return owner.mAtClient.get(); }},
-        {DmsQmiClient::SERVICE,
-         [](const ModemImpl& owner) -> QmiClient* { return owner.mDmsClient.get(); }},
-        {NasQmiClient::SERVICE,
-         [](const ModemImpl& owner) -> QmiClient* { return owner.mNasClient.get(); }},
-        {PdcQmiClient::SERVICE,
-         [](const ModemImpl& owner) -> QmiClient* { return owner.mPdcClient.get(); }},
-        {SarQmiClient::SERVICE,
-         [](const ModemImpl& owner) -> QmiClient* { return owner.mSarClient.get(); }},
-        {VsQmiClient::SERVICE,
-         [](const ModemImpl& owner) -> QmiClient* { return owner.mVsClient.get(); }},
-        {WdsQmiClient::SERVICE,
-         [](const ModemImpl& owner) -> QmiClient* { return owner.mWdsClient.get(); }},
+        {AtQmiClient::SERVICE, clientOf<&ModemImpl::mAtClient>},
+        {DmsQmiClient::SERVICE, clientOf<&ModemImpl::mDmsClient>},
+        {NasQmiClient::SERVICE, clientOf<&ModemImpl::mNasClient>},
+        {PdcQmiClient::SERVICE, clientOf<&ModemImpl::mPdcClient>},
+        {SarQmiClient::SERVICE, clientOf<&ModemImpl::mSarClient>},
+        {VsQmiClient::SERVICE, clientOf<&ModemImpl::mVsClient>},
+        {WdsQmiClient::SERVICE, clientOf<&ModemImpl::mWdsClient>},
 };
 
 // Never destroyed: requests and events arrive even while the process exits.
@@ -179,6 +172,11 @@ void ModemImpl::modemApiEventCallback(modem_api_event_type event, void* data, si
     AtQmiClient* const at = service ? service->mAtClient.get() : nullptr;
     PdcQmiClient* const pdc = service ? service->mPdcClient.get() : nullptr;
     VsQmiClient* const vs = service ? service->mVsClient.get() : nullptr;
+    const auto deliver = [&](auto* client, auto report) {
+        if (client != nullptr) {
+            (client->*report)(data, length);
+        }
+    };
     switch (event) {
         case MODEM_API_EVENT_SERVICE_CONNECTED:
             processServiceEvent(true, data, length);
@@ -188,45 +186,31 @@ void ModemImpl::modemApiEventCallback(modem_api_event_type event, void* data, si
             break;
         case MODEM_API_EVENT_AT_COMMAND:
             LOG_I("AT command reported");
-            if (at != nullptr) {
-                at->processAtCommand(data, length);
-            }
+            deliver(at, &AtQmiClient::processAtCommand);
             break;
         case MODEM_API_EVENT_RRC_STATE:
             LOG_I("RRC STATE CHANGED");
-            if (vs != nullptr) {
-                vs->reportRRCStateInd(data, length);
-            }
+            deliver(vs, &VsQmiClient::reportRRCStateInd);
             break;
         case MODEM_API_EVENT_ACTIVE_MBN_INFO:
             LOG_I("async response for get-active-mbn-info reported");
-            if (pdc != nullptr) {
-                pdc->respondGetActiveMbnInfoAsync(data, length);
-            }
+            deliver(pdc, &PdcQmiClient::respondGetActiveMbnInfoAsync);
             break;
         case MODEM_API_EVENT_META_MBN_INFO:
             LOG_I("async response for get-meta-mbn-info reported");
-            if (pdc != nullptr) {
-                pdc->respondGetMetaMbnInfoAsync(data, length);
-            }
+            deliver(pdc, &PdcQmiClient::respondGetMetaMbnInfoAsync);
             break;
         case MODEM_API_EVENT_NR_RADIO_INFO:
             LOG_I("NR RADIO INFO");
-            if (vs != nullptr) {
-                vs->reportRadioInfoInd(data, length);
-            }
+            deliver(vs, &VsQmiClient::reportRadioInfoInd);
             break;
         case MODEM_API_EVENT_POWER_SAVE_MODE:
             LOG_I("POWER SAVE MODE REPORT");
-            if (vs != nullptr) {
-                vs->reportPowerSaveModeInd(data, length);
-            }
+            deliver(vs, &VsQmiClient::reportPowerSaveModeInd);
             break;
         case MODEM_API_EVENT_ACTIVATE_REGULAR_MBN:
             LOG_I("async response for activate-regular-mbn reported");
-            if (pdc != nullptr) {
-                pdc->respondActivateRegularMbnAsync(data, length);
-            }
+            deliver(pdc, &PdcQmiClient::respondActivateRegularMbnAsync);
             break;
         default:
             LOG_E("modem api event %d NOT supported", event);

@@ -31,6 +31,13 @@
 class ModemImpl : public vendor::lyr::modem::V1_0::IModem,
                   public std::enable_shared_from_this<ModemImpl> {
 public:
+    using hidl_handle = android::hardware::hidl_handle;
+    using hidl_string = android::hardware::hidl_string;
+    template <class Value>
+    using hidl_vec = android::hardware::hidl_vec<Value>;
+    template <class Value>
+    using Return = android::hardware::Return<Value>;
+
     /**
      * Makes the proxies and clients, and asks the modem for events.
      *
@@ -78,114 +85,103 @@ public:
      *
      * @param fd the first descriptor takes the state; at most 4096 bytes
      */
-    android::hardware::Return<void> debug(
-            const android::hardware::hidl_handle& fd,
-            const android::hardware::hidl_vec<android::hardware::hidl_string>& options) override;
+    Return<void> debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) override;
 
-    android::hardware::Return<void> setCallback(
+    Return<void> setCallback(
             const android::sp<vendor::lyr::modem::V1_0::IModemResponse>& response,
             const android::sp<vendor::lyr::modem::V1_0::IModemIndication>& indication) override;
 
-    android::hardware::Return<void> switchNRNetworkMode(int32_t serial, int32_t mode) override;
-    android::hardware::Return<void> getNRNetworkMode(int32_t serial) override;
-    android::hardware::Return<void> getBuildTime(int32_t serial) override;
-    android::hardware::Return<void> getBuildId(int32_t serial) override;
-    android::hardware::Return<void> getActiveMbnInfo(int32_t serial, int32_t type) override;
-    android::hardware::Return<void> getMetaMbnInfo(
-            int32_t serial, const android::hardware::hidl_vec<uint8_t>& configId,
-            int32_t length) override;
-    android::hardware::Return<void> getMbnList(int32_t serial) override;
-    android::hardware::Return<void> selectMbn(
-            int32_t serial, int32_t type,
-            const android::hardware::hidl_vec<uint8_t>& configId) override;
-    android::hardware::Return<void> selectMbnExt(
-            int32_t serial, int32_t type, const android::hardware::hidl_vec<uint8_t>& configId,
-            int32_t length) override;
-    android::hardware::Return<void> deleteAllMbns(int32_t serial) override;
-    android::hardware::Return<void> loadMbnConfig(
-            int32_t serial, const android::hardware::hidl_vec<uint8_t>& path) override;
-    android::hardware::Return<void> activateMbn(int32_t serial, int32_t type) override;
-    android::hardware::Return<void> deactivateMbn(int32_t serial, int32_t type) override;
-    android::hardware::Return<void> activateRegularMbn(int32_t serial, int32_t type) override;
-    android::hardware::Return<void> activateMbnByName(
-            int32_t serial, const android::hardware::hidl_string& name) override;
-    android::hardware::Return<void> restoreMbn(int32_t serial) override;
-    android::hardware::Return<void> readNVItem(int32_t serial, int32_t item, uint8_t selector1,
-                                               uint8_t selector2) override;
-    android::hardware::Return<void> writeNVItem(
-            int32_t serial, int32_t item, uint8_t selector1, uint8_t selector2,
-            const android::hardware::hidl_vec<uint8_t>& data) override;
-    android::hardware::Return<void> verifyNV(
-            int32_t serial, int32_t item,
-            const android::hardware::hidl_vec<uint8_t>& data) override;
-    android::hardware::Return<void> readEfsFile(int32_t serial, int32_t file,
-                                                uint8_t subSelector) override;
-    android::hardware::Return<void> writeEfsFile(
-            int32_t serial, int32_t file, uint8_t subSelector,
-            const android::hardware::hidl_vec<uint8_t>& data) override;
-    android::hardware::Return<void> deleteEfsFile(int32_t serial, int32_t file,
-                                                  uint8_t subSelector) override;
-    android::hardware::Return<void> deleteEfsFileDir(int32_t serial, int32_t directory) override;
-    android::hardware::Return<void> setAgpsTestMode(int32_t serial, uint32_t mode) override;
-    android::hardware::Return<void> getAgpsTestMode(int32_t serial) override;
-    android::hardware::Return<void> getModemPowerSaveMode(int32_t serial) override;
-    android::hardware::Return<void> setModemPowerSaveMode(int32_t serial, uint8_t mode) override;
-    android::hardware::Return<void> setModemPowerSaveStatus(int32_t serial,
-                                                            uint8_t status) override;
-    android::hardware::Return<void> setModemProperty(
-            int32_t serial, const android::hardware::hidl_string& name,
-            const android::hardware::hidl_string& value) override;
-    android::hardware::Return<void> getModemProperty(
-            int32_t serial, const android::hardware::hidl_string& name) override;
-    android::hardware::Return<void> deleteModemProperty(
-            int32_t serial, const android::hardware::hidl_string& name) override;
-    android::hardware::Return<void> doCommonInterfaceDebug(int32_t serial, uint32_t value) override;
-    android::hardware::Return<void> readPrl(int32_t serial, uint8_t selector) override;
-    android::hardware::Return<void> writePrl(
-            int32_t serial, uint8_t selector,
-            const android::hardware::hidl_vec<uint8_t>& data) override;
-    android::hardware::Return<void> getSimlockInfoStatus(int32_t serial) override;
-    android::hardware::Return<void> getSimlockInfoCategory(int32_t serial) override;
-    android::hardware::Return<void> getSimlockInfoNumberRetriesRemain(int32_t serial) override;
-    android::hardware::Return<void> getSimlockFuseStatus(int32_t serial) override;
-    android::hardware::Return<void> rebootModem(int32_t serial) override;
-    android::hardware::Return<void> getBandsInfo(int32_t serial) override;
-    android::hardware::Return<void> removeRatMask(int32_t serial) override;
-    android::hardware::Return<void> abortRRCConnection(int32_t serial) override;
-    android::hardware::Return<void> setRadioInfoReportEnabled(int32_t serial,
-                                                              uint32_t enabled) override;
-    android::hardware::Return<void> setVoNRMode(int32_t serial, int32_t mode) override;
-    android::hardware::Return<void> getVoNRMode(int32_t serial) override;
-    android::hardware::Return<void> isImsProfileNormal(int32_t serial) override;
-    android::hardware::Return<void> deprioritizeNr(int32_t serial, int32_t mode) override;
-    android::hardware::Return<void> deleteImsProfile(int32_t serial) override;
-    android::hardware::Return<void> setSarState(int32_t serial, int32_t state) override;
-    android::hardware::Return<void> getOperatingMode(int32_t serial) override;
-    android::hardware::Return<void> setOperatingMode(int32_t serial, int32_t mode) override;
-    android::hardware::Return<void> sendLogControlResp(int32_t serial) override;
+    Return<void> switchNRNetworkMode(int32_t serial, int32_t mode) override;
+    Return<void> getNRNetworkMode(int32_t serial) override;
+    Return<void> getBuildTime(int32_t serial) override;
+    Return<void> getBuildId(int32_t serial) override;
+    Return<void> getActiveMbnInfo(int32_t serial, int32_t type) override;
+    Return<void> getMetaMbnInfo(int32_t serial, const hidl_vec<uint8_t>& configId,
+                                int32_t length) override;
+    Return<void> getMbnList(int32_t serial) override;
+    Return<void> selectMbn(int32_t serial, int32_t type,
+                           const hidl_vec<uint8_t>& configId) override;
+    Return<void> selectMbnExt(int32_t serial, int32_t type, const hidl_vec<uint8_t>& configId,
+                              int32_t length) override;
+    Return<void> deleteAllMbns(int32_t serial) override;
+    Return<void> loadMbnConfig(int32_t serial, const hidl_vec<uint8_t>& path) override;
+    Return<void> activateMbn(int32_t serial, int32_t type) override;
+    Return<void> deactivateMbn(int32_t serial, int32_t type) override;
+    Return<void> activateRegularMbn(int32_t serial, int32_t type) override;
+    Return<void> activateMbnByName(int32_t serial, const hidl_string& name) override;
+    Return<void> restoreMbn(int32_t serial) override;
+    Return<void> readNVItem(int32_t serial, int32_t item, uint8_t selector1,
+                            uint8_t selector2) override;
+    Return<void> writeNVItem(int32_t serial, int32_t item, uint8_t selector1, uint8_t selector2,
+                             const hidl_vec<uint8_t>& data) override;
+    Return<void> verifyNV(int32_t serial, int32_t item, const hidl_vec<uint8_t>& data) override;
+    Return<void> readEfsFile(int32_t serial, int32_t file, uint8_t subSelector) override;
+    Return<void> writeEfsFile(int32_t serial, int32_t file, uint8_t subSelector,
+                              const hidl_vec<uint8_t>& data) override;
+    Return<void> deleteEfsFile(int32_t serial, int32_t file, uint8_t subSelector) override;
+    Return<void> deleteEfsFileDir(int32_t serial, int32_t directory) override;
+    Return<void> setAgpsTestMode(int32_t serial, uint32_t mode) override;
+    Return<void> getAgpsTestMode(int32_t serial) override;
+    Return<void> getModemPowerSaveMode(int32_t serial) override;
+    Return<void> setModemPowerSaveMode(int32_t serial, uint8_t mode) override;
+    Return<void> setModemPowerSaveStatus(int32_t serial, uint8_t status) override;
+    Return<void> setModemProperty(int32_t serial, const hidl_string& name,
+                                  const hidl_string& value) override;
+    Return<void> getModemProperty(int32_t serial, const hidl_string& name) override;
+    Return<void> deleteModemProperty(int32_t serial, const hidl_string& name) override;
+    Return<void> doCommonInterfaceDebug(int32_t serial, uint32_t value) override;
+    Return<void> readPrl(int32_t serial, uint8_t selector) override;
+    Return<void> writePrl(int32_t serial, uint8_t selector, const hidl_vec<uint8_t>& data) override;
+    Return<void> getSimlockInfoStatus(int32_t serial) override;
+    Return<void> getSimlockInfoCategory(int32_t serial) override;
+    Return<void> getSimlockInfoNumberRetriesRemain(int32_t serial) override;
+    Return<void> getSimlockFuseStatus(int32_t serial) override;
+    Return<void> rebootModem(int32_t serial) override;
+    Return<void> getBandsInfo(int32_t serial) override;
+    Return<void> removeRatMask(int32_t serial) override;
+    Return<void> abortRRCConnection(int32_t serial) override;
+    Return<void> setRadioInfoReportEnabled(int32_t serial, uint32_t enabled) override;
+    Return<void> setVoNRMode(int32_t serial, int32_t mode) override;
+    Return<void> getVoNRMode(int32_t serial) override;
+    Return<void> isImsProfileNormal(int32_t serial) override;
+    Return<void> deprioritizeNr(int32_t serial, int32_t mode) override;
+    Return<void> deleteImsProfile(int32_t serial) override;
+    Return<void> setSarState(int32_t serial, int32_t state) override;
+    Return<void> getOperatingMode(int32_t serial) override;
+    Return<void> setOperatingMode(int32_t serial, int32_t mode) override;
+    Return<void> sendLogControlResp(int32_t serial) override;
 
 private:
     static void processServiceEvent(bool connected, const void* data, size_t length);
 
     ServiceState getState() const;
 
+    template <class... Payload>
+    using Respond = ModemResponseProxy::Respond<Payload...>;
+
     /**
      * What every entry point does: logs the request, and hands it to its client with `send`. One
-     * that could not be handed over is answered with `refuse`: 4 without the client, 5 without
-     * memory, or what `send` returned.
+     * that could not be handed over is answered with `refuse`, its code and an empty payload.
      *
      * @param client null on an instance without it
      * @param send converts the arguments and calls the client's method
-     * @param refuse answers with the code that it gets and an empty payload
      */
-    android::hardware::Return<void> request(const char* func, int32_t serial, QmiClient* client,
-                                            FunctionRef<int()> send,
-                                            FunctionRef<void(Errno)> refuse);
+    template <class... Payload>
+    Return<void> request(const char* func, int32_t serial, QmiClient* client,
+                         Respond<Payload...> refuse, FunctionRef<int()> send);
 
     /** `request` without the log line, for an entry point with a line of its own. */
-    android::hardware::Return<void> handOver(const char* func, QmiClient* client,
-                                             FunctionRef<int()> send,
-                                             FunctionRef<void(Errno)> refuse);
+    template <class... Payload>
+    Return<void> requestUnlogged(const char* func, int32_t serial, QmiClient* client,
+                                 Respond<Payload...> refuse, FunctionRef<int()> send);
+
+    /** 0; 4 without the client, 5 without memory, or what `send` returned. */
+    static Errno handOver(const char* func, QmiClient* client, FunctionRef<int()> send);
+
+    template <auto Client>
+    static QmiClient* clientOf(const ModemImpl& owner) {
+        return (owner.*Client).get();
+    }
 
     /** A QMI service and its client, which is null on an instance without it. */
     struct ClientRow {

@@ -207,12 +207,9 @@ std::string toJson(const ServiceState& state) {
 
 int writeAtOnce(int fd, const std::string& text) {
     const WithoutSigpipe guard;
-    for (size_t done = 0; done < text.size();) {
-        const ssize_t count = writeSome(fd, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR) {
-            return errno;
-        }
-        done += count > 0 ? static_cast<size_t>(count) : 0;
+    const ssize_t count = writeSome(fd, text.data(), text.size());
+    if (count < 0) {
+        return errno;
     }
-    return 0;
+    return static_cast<size_t>(count) == text.size() ? 0 : EAGAIN;
 }
