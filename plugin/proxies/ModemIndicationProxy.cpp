@@ -115,7 +115,10 @@ int ModemIndicationProxy::keep(Cache<Value>& cache, const std::string& key, cons
     }
     // A callback installed between the look for one and the keeping has replayed without this
     // event, and nobody would replay again.
-    return getCallback() == nullptr ? ERRNO_NOT_CONNECTED : indicateCachedInfo();
+    if (getCallback() != nullptr) {
+        indicateCachedInfo();
+    }
+    return ERRNO_NOT_CONNECTED;
 }
 
 template <class Value, class Send>
