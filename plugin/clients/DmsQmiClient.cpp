@@ -32,7 +32,7 @@ int DmsQmiClient::getOperatingMode(int serial) {
 int DmsQmiClient::handleGetOperatingModeMessage(const MessagePtr& msg) {
     const char* func = __func__;
     // If the modem writes a mode and then fails, the answer carries that mode with the error.
-    const auto get = [func](const SerialVoidParam&, int32_t& mode) {
+    const auto get = [func](const auto&, int32_t& mode) {
         const int result = modem_get_operating_mode(&mode);
         if (result == 0) {
             LOG_I("%s: got operating mode %d", func, mode);
@@ -53,7 +53,7 @@ int DmsQmiClient::handleSetOperatingModeMessage(const MessagePtr& msg) {
     return serve<SerialIntParam>(
             __func__, {"failed to set operating mode", "successfully set operating mode"}, msg,
             &ModemResponseProxy::respondSetOperatingMode,
-            [](const SerialIntParam& request) { return modem_set_operating_mode(request.value); });
+            [](const auto& request) { return modem_set_operating_mode(request.value); });
 }
 
 void DmsQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {

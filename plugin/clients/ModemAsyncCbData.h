@@ -15,14 +15,6 @@ struct ModemAsyncCbData {
     ModemAsyncCbData(std::shared_ptr<Message> msg, std::shared_ptr<QmiClient> client)
         : msg(std::move(msg)), client(std::move(client)) {}
 
-    ~ModemAsyncCbData() {
-        msg.reset();
-        client.reset();
-    }
-
-    ModemAsyncCbData(const ModemAsyncCbData&) = delete;
-    ModemAsyncCbData& operator=(const ModemAsyncCbData&) = delete;
-
     std::shared_ptr<Message> msg;       ///< the request; its record gives serial and arguments
     std::shared_ptr<QmiClient> client;  ///< the client that made the call
 };

@@ -96,15 +96,15 @@ int NasQmiClient::postMode(const char* func, int msgId, int serial, int mode) {
 int NasQmiClient::serveSet(const char* func, CallTexts texts, const MessagePtr& msg,
                            int (*set)(int32_t), Respond<> respond) {
     return serve<SerialIntParam>(
-            func, texts, msg, respond,
-            [set](const SerialIntParam& request) { return set(request.value); }, BOUND);
+            func, texts, msg, respond, [set](const auto& request) { return set(request.value); },
+            BOUND);
 }
 
 int NasQmiClient::serveGet(const char* func, CallTexts texts, const MessagePtr& msg,
                            int (*get)(uint32_t*), Respond<uint32_t> respond) {
     return serve<SerialVoidParam>(
             func, texts, msg, respond,
-            [get](const SerialVoidParam&, uint32_t& mode) { return fetch(get, mode); }, BOUND);
+            [get](const auto&, uint32_t& mode) { return fetch(get, mode); }, BOUND);
 }
 
 void NasQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {

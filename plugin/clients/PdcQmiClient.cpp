@@ -153,7 +153,7 @@ int PdcQmiClient::selectMbn(int serial, int type, const std::vector<uint8_t>& co
 
 int PdcQmiClient::handleSelectMbnMessage(const MessagePtr& msg) {
     return serve<SelectedMbnParam>(__func__, SELECTED, msg, &ModemResponseProxy::respondSelectMbn,
-                                   [](const SelectedMbnParam& request) {
+                                   [](const auto& request) {
                                        return modem_pdc_set_selected_config_info(
                                                request.type, configIdOf(request.data).data());
                                    });
@@ -168,7 +168,7 @@ int PdcQmiClient::selectMbnExt(int serial, int type, const std::vector<uint8_t>&
 int PdcQmiClient::handleSelectMbnExtMessage(const MessagePtr& msg) {
     const char* func = __func__;
     return serve<SelectedMbnExtParam>(func, SELECTED, msg, &ModemResponseProxy::respondSelectMbnExt,
-                                      [func](const SelectedMbnExtParam& request) {
+                                      [func](const auto& request) {
                                           LOG_I("%s: config length = %d", func, request.length);
                                           return modem_pdc_set_selected_config_info_ext(
                                                   request.type, configIdOf(request.data).data(),
@@ -181,10 +181,9 @@ int PdcQmiClient::deleteAllMbns(int serial) {
 }
 
 int PdcQmiClient::handleDeleteAllMbnsMessage(const MessagePtr& msg) {
-    return serve<SerialVoidParam>(
-            __func__, {nullptr, "successfully delete all mbns"}, msg,
-            &ModemResponseProxy::respondDeleteAllMbns,
-            [](const SerialVoidParam&) { return modem_pdc_delete_all_mbns(); });
+    return serve<SerialVoidParam>(__func__, {nullptr, "successfully delete all mbns"}, msg,
+                                  &ModemResponseProxy::respondDeleteAllMbns,
+                                  [](const auto&) { return modem_pdc_delete_all_mbns(); });
 }
 
 int PdcQmiClient::loadMbnConfig(int serial, const std::vector<uint8_t>& path) {
@@ -193,10 +192,9 @@ int PdcQmiClient::loadMbnConfig(int serial, const std::vector<uint8_t>& path) {
 
 int PdcQmiClient::handleLoadMbnConfigMessage(const MessagePtr& msg) {
     const char* func = __func__;
-    return serve<LoadMbnConfigParam>(func, {}, msg, &ModemResponseProxy::respondLoadMbnConfig,
-                                     [func](const LoadMbnConfigParam& request) {
-                                         return loadMbnConfigFile(func, request.data);
-                                     });
+    return serve<LoadMbnConfigParam>(
+            func, {}, msg, &ModemResponseProxy::respondLoadMbnConfig,
+            [func](const auto& request) { return loadMbnConfigFile(func, request.data); });
 }
 
 int PdcQmiClient::activateMbn(int serial, int type) {
@@ -204,10 +202,10 @@ int PdcQmiClient::activateMbn(int serial, int type) {
 }
 
 int PdcQmiClient::handleActivateMbnMessage(const MessagePtr& msg) {
-    return serve<SerialIntParam>(
-            __func__, {nullptr, "successfully activate mbn"}, msg,
-            &ModemResponseProxy::respondActivateMbn,
-            [](const SerialIntParam& request) { return modem_pdc_activate_config(request.value); });
+    return serve<SerialIntParam>(__func__, {nullptr, "successfully activate mbn"}, msg,
+                                 &ModemResponseProxy::respondActivateMbn, [](const auto& request) {
+                                     return modem_pdc_activate_config(request.value);
+                                 });
 }
 
 int PdcQmiClient::deactivateMbn(int serial, int type) {
@@ -215,11 +213,10 @@ int PdcQmiClient::deactivateMbn(int serial, int type) {
 }
 
 int PdcQmiClient::handleDeactivateMbnMessage(const MessagePtr& msg) {
-    return serve<SerialIntParam>(__func__, {nullptr, "successfully deactivated mbn"}, msg,
-                                 &ModemResponseProxy::respondDeactivateMbn,
-                                 [](const SerialIntParam& request) {
-                                     return modem_pdc_deactivate_config(request.value);
-                                 });
+    return serve<SerialIntParam>(
+            __func__, {nullptr, "successfully deactivated mbn"}, msg,
+            &ModemResponseProxy::respondDeactivateMbn,
+            [](const auto& request) { return modem_pdc_deactivate_config(request.value); });
 }
 
 int PdcQmiClient::activateRegularMbn(int serial, int type) {

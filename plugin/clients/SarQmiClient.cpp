@@ -30,7 +30,7 @@ int SarQmiClient::setSarState(int serial, int state) {
 
 int SarQmiClient::handleSetSarStateMessage(const MessagePtr& msg) {
     const char* func = __func__;
-    const auto set = [func](const SerialIntParam& request) {
+    const auto set = [func](const auto& request) {
         LOG_I("%s: sar state = %d", func, request.value);
         const int result = modem_set_sar_dsi(request.value);
         if (result != 0) {

@@ -108,7 +108,7 @@ void VsQmiClient::modemApiAsyncCallback(const void* data, size_t length, void* c
             return;
         }
         auto& client = static_cast<VsQmiClient&>(*owned.client);
-        (client.*row->process)(data, length, static_cast<const SerialParam&>(*param));
+        (client.*row->process)({data, length, static_cast<const SerialParam&>(*param)});
     });
 }
 
@@ -161,8 +161,8 @@ Errno VsQmiClient::readAsyncResponse(
     return withMemory(func, [&] { return extract(response); });
 }
 
-int VsQmiClient::finish(const char* func, const void* data, size_t length,
-                        const SerialParam& request, Respond<> respond) {
+int VsQmiClient::finish(const char* func, const Completion& completion, Respond<> respond) {
     const auto nothing = [](const auto&) { return ERRNO_SUCCESS; };
-    return answer(respond, request.serial, readAsyncResponse(func, data, length, nothing));
+    return answer(respond, completion.request.serial,
+                  readAsyncResponse(func, completion.data, completion.length, nothing));
 }

@@ -81,8 +81,14 @@ private:
     static constexpr CallTexts ASYNC_TEXTS{"failed to send async request",
                                            "successfully sent async request"};
 
-    using Process = int (VsQmiClient::*)(const void* data, size_t length,
-                                         const SerialParam& request);
+    /** What the modem reports for an asynchronous request, and the request's own record. */
+    struct Completion {
+        const void* data;
+        size_t length;
+        const SerialParam& request;
+    };
+
+    using Process = int (VsQmiClient::*)(const Completion& completion);
 
     /** A request's row: its handler and, for an asynchronous one, the completion. */
     struct VsRoute : Route<VsQmiClient> {
@@ -92,17 +98,15 @@ private:
 
     // The modem itself.
     int handleGetBuildTimeMessage(const MessagePtr& msg);
-    int processGetBuildTimeAsyncResponse(const void* data, size_t length,
-                                         const SerialParam& request);
+    int processGetBuildTimeAsyncResponse(const Completion& completion);
     int handleGetBuildIdMessage(const MessagePtr& msg);
-    int processGetBuildIdAsyncResponse(const void* data, size_t length, const SerialParam& request);
-    int finishBuildText(const char* func, const char* what, const void* data, size_t length,
-                        const SerialParam& request, Respond<const std::string&> respond);
+    int processGetBuildIdAsyncResponse(const Completion& completion);
+    int finishBuildText(const char* func, const char* what, const Completion& completion,
+                        Respond<const std::string&> respond);
     int handleActivateMbnByNameMessage(const MessagePtr& msg);
-    int processActivateMbnByNameAsyncResponse(const void* data, size_t length,
-                                              const SerialParam& request);
+    int processActivateMbnByNameAsyncResponse(const Completion& completion);
     int handleRestoreMbnMessage(const MessagePtr& msg);
-    int processRestoreMbnAsyncResponse(const void* data, size_t length, const SerialParam& request);
+    int processRestoreMbnAsyncResponse(const Completion& completion);
     int handleDoCommonInterfaceDebugMessage(const MessagePtr& msg);
     int serveSimlockInfo(const char* func, const MessagePtr& msg,
                          uint8_t modem_simlock_info::*field, Respond<uint8_t> respond);
@@ -114,26 +118,19 @@ private:
 
     // Settings.
     int handleSetAgpsTestModeMessage(const MessagePtr& msg);
-    int processSetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                            const SerialParam& request);
+    int processSetAgpsTestModeAsyncResponse(const Completion& completion);
     int handleGetAgpsTestModeMessage(const MessagePtr& msg);
-    int processGetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                            const SerialParam& request);
+    int processGetAgpsTestModeAsyncResponse(const Completion& completion);
     int handleGetModemPowerSaveModeMessage(const MessagePtr& msg);
-    int processGetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                  const SerialParam& request);
+    int processGetModemPowerSaveModeAsyncResponse(const Completion& completion);
     int handleSetModemPowerSaveModeMessage(const MessagePtr& msg);
-    int processSetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                  const SerialParam& request);
+    int processSetModemPowerSaveModeAsyncResponse(const Completion& completion);
     int handleSetModemPowerSaveStatusMessage(const MessagePtr& msg);
-    int processSetModemPowerSaveStatusAsyncResponse(const void* data, size_t length,
-                                                    const SerialParam& request);
+    int processSetModemPowerSaveStatusAsyncResponse(const Completion& completion);
     int handleSetModemPropertyMessage(const MessagePtr& msg);
-    int processSetModemPropertyAsyncResponse(const void* data, size_t length,
-                                             const SerialParam& request);
+    int processSetModemPropertyAsyncResponse(const Completion& completion);
     int handleGetModemPropertyMessage(const MessagePtr& msg);
-    int processGetModemPropertyAsyncResponse(const void* data, size_t length,
-                                             const SerialParam& request);
+    int processGetModemPropertyAsyncResponse(const Completion& completion);
     int handleDeleteModemPropertyMessage(const MessagePtr& msg);
 
     // NV items, EFS files and PRL.
@@ -149,17 +146,13 @@ private:
 
     // Radio.
     int handleGetBandsInfoMessage(const MessagePtr& msg);
-    int processGetBandsInfoAsyncResponse(const void* data, size_t length,
-                                         const SerialParam& request);
+    int processGetBandsInfoAsyncResponse(const Completion& completion);
     int handleRemoveRatMaskMessage(const MessagePtr& msg);
-    int processRemoveRatMaskAsyncResponse(const void* data, size_t length,
-                                          const SerialParam& request);
+    int processRemoveRatMaskAsyncResponse(const Completion& completion);
     int handleAbortRRCConnectionMessage(const MessagePtr& msg);
-    int processAbortRRCConnectionResponse(const void* data, size_t length,
-                                          const SerialParam& request);
+    int processAbortRRCConnectionResponse(const Completion& completion);
     int handleSetRadioInfoReportEnabledMessage(const MessagePtr& msg);
-    int processSetRadioInfoReportEnabledAsyncResponse(const void* data, size_t length,
-                                                      const SerialParam& request);
+    int processSetRadioInfoReportEnabledAsyncResponse(const Completion& completion);
 
     /** The Errno of an asynchronous response record; 3 for one of another size. */
     Errno verifyModemAPIResponse(const void* data, size_t length) const;
@@ -178,8 +171,7 @@ private:
     Errno sendAsync(const char* func, const MessagePtr& msg, FunctionRef<int(void* cookie)> call);
 
     /** Finishes a request whose answer is its result alone. */
-    int finish(const char* func, const void* data, size_t length, const SerialParam& request,
-               Respond<> respond);
+    int finish(const char* func, const Completion& completion, Respond<> respond);
 
     /**
      * Finishes a request with a payload.
@@ -187,8 +179,8 @@ private:
      * @param extract fills the payload from the response; returns 0, or the Errno to answer with
      */
     template <class Extract, class Payload>
-    int finish(const char* func, const void* data, size_t length, const SerialParam& request,
-               Respond<Payload> respond, const Extract& extract);
+    int finish(const char* func, const Completion& completion, Respond<Payload> respond,
+               const Extract& extract);
 
     /** Checks a response record and hands it to `extract`; returns the code to answer with. */
     Errno readAsyncResponse(const char* func, const void* data, size_t length,
@@ -211,13 +203,12 @@ int VsQmiClient::serveAsync(const char* func, const MessagePtr& msg, Respond<Pay
 }
 
 template <class Extract, class Payload>
-int VsQmiClient::finish(const char* func, const void* data, size_t length,
-                        const SerialParam& request, Respond<Payload> respond,
+int VsQmiClient::finish(const char* func, const Completion& completion, Respond<Payload> respond,
                         const Extract& extract) {
     std::decay_t<Payload> payload{};
-    const Errno err =
-            readAsyncResponse(func, data, length, [&](const modem_async_response& reported) {
-                return extract(reported.payload, payload);
-            });
-    return answer(respond, request.serial, err, payload);
+    const Errno err = readAsyncResponse(func, completion.data, completion.length,
+                                        [&](const modem_async_response& reported) {
+                                            return extract(reported.payload, payload);
+                                        });
+    return answer(respond, completion.request.serial, err, payload);
 }

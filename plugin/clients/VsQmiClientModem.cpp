@@ -36,20 +36,17 @@ modem_property_record propertyRecord(const char* func, const ModemPropertyParam&
 
 }  // namespace
 
-int VsQmiClient::finishBuildText(const char* func, const char* what, const void* data,
-                                 size_t length, const SerialParam& request,
+int VsQmiClient::finishBuildText(const char* func, const char* what, const Completion& completion,
                                  Respond<const std::string&> respond) {
-    return finish(func, data, length, request, respond,
-                  [&](const auto& payload, std::string& text) {
-                      const size_t reported = payload.build.length;
-                      if (reported >= BUILD_TEXT_MAX) {
-                          LOG_E("%s: %s string length %zu exceed max size, can't report", func,
-                                what, reported);
-                          return ERRNO_INVALID_PARAM;
-                      }
-                      text = textOf(payload.build.text, reported);
-                      return ERRNO_SUCCESS;
-                  });
+    return finish(func, completion, respond, [&](const auto& payload, std::string& text) {
+        const size_t reported = payload.build.length;
+        if (reported >= BUILD_TEXT_MAX) {
+            LOG_E("%s: %s string length %zu exceed max size, can't report", func, what, reported);
+            return ERRNO_INVALID_PARAM;
+        }
+        text = textOf(payload.build.text, reported);
+        return ERRNO_SUCCESS;
+    });
 }
 
 int VsQmiClient::getBuildTime(int serial) {
@@ -57,16 +54,14 @@ int VsQmiClient::getBuildTime(int serial) {
 }
 
 int VsQmiClient::handleGetBuildTimeMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetBuildTime,
-                                       [](const SerialVoidParam&, void* cookie) {
-                                           return modem_get_build_time(cookie,
-                                                                       modemApiAsyncCallback);
-                                       });
+    return serveAsync<SerialVoidParam>(
+            __func__, msg, &ModemResponseProxy::respondGetBuildTime, [](const auto&, void* cookie) {
+                return modem_get_build_time(cookie, modemApiAsyncCallback);
+            });
 }
 
-int VsQmiClient::processGetBuildTimeAsyncResponse(const void* data, size_t length,
-                                                  const SerialParam& request) {
-    return finishBuildText(__func__, "build time", data, length, request,
+int VsQmiClient::processGetBuildTimeAsyncResponse(const Completion& completion) {
+    return finishBuildText(__func__, "build time", completion,
                            &ModemResponseProxy::respondGetBuildTime);
 }
 
@@ -76,14 +71,13 @@ int VsQmiClient::getBuildId(int serial) {
 
 int VsQmiClient::handleGetBuildIdMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetBuildId,
-                                       [](const SerialVoidParam&, void* cookie) {
+                                       [](const auto&, void* cookie) {
                                            return modem_get_build_id(cookie, modemApiAsyncCallback);
                                        });
 }
 
-int VsQmiClient::processGetBuildIdAsyncResponse(const void* data, size_t length,
-                                                const SerialParam& request) {
-    return finishBuildText(__func__, "build Id", data, length, request,
+int VsQmiClient::processGetBuildIdAsyncResponse(const Completion& completion) {
+    return finishBuildText(__func__, "build Id", completion,
                            &ModemResponseProxy::respondGetBuildId);
 }
 
@@ -94,14 +88,13 @@ int VsQmiClient::activateMbnByName(int serial, const std::string& name) {
 int VsQmiClient::handleActivateMbnByNameMessage(const MessagePtr& msg) {
     return serveAsync<SerialStringParam>(
             __func__, msg, &ModemResponseProxy::respondActivateMbnByName,
-            [](const SerialStringParam& request, void* cookie) {
+            [](const auto& request, void* cookie) {
                 return modem_api_active_mbn(request.value.c_str(), cookie, modemApiAsyncCallback);
             });
 }
 
-int VsQmiClient::processActivateMbnByNameAsyncResponse(const void* data, size_t length,
-                                                       const SerialParam& request) {
-    return finish(__func__, data, length, request, &ModemResponseProxy::respondActivateMbnByName);
+int VsQmiClient::processActivateMbnByNameAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondActivateMbnByName);
 }
 
 int VsQmiClient::restoreMbn(int serial) {
@@ -109,16 +102,14 @@ int VsQmiClient::restoreMbn(int serial) {
 }
 
 int VsQmiClient::handleRestoreMbnMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondRestoreMbn,
-                                       [](const SerialVoidParam&, void* cookie) {
-                                           return modem_api_restore_mbn(cookie,
-                                                                        modemApiAsyncCallback);
-                                       });
+    return serveAsync<SerialVoidParam>(
+            __func__, msg, &ModemResponseProxy::respondRestoreMbn, [](const auto&, void* cookie) {
+                return modem_api_restore_mbn(cookie, modemApiAsyncCallback);
+            });
 }
 
-int VsQmiClient::processRestoreMbnAsyncResponse(const void* data, size_t length,
-                                                const SerialParam& request) {
-    return finish(__func__, data, length, request, &ModemResponseProxy::respondRestoreMbn);
+int VsQmiClient::processRestoreMbnAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondRestoreMbn);
 }
 
 int VsQmiClient::doCommonInterfaceDebug(int serial, unsigned int value) {
@@ -127,17 +118,15 @@ int VsQmiClient::doCommonInterfaceDebug(int serial, unsigned int value) {
 }
 
 int VsQmiClient::handleDoCommonInterfaceDebugMessage(const MessagePtr& msg) {
-    return serve<SerialUintParam>(__func__, SYNC_TEXTS, msg,
-                                  &ModemResponseProxy::respondDoCommonInterfaceDebug,
-                                  [](const SerialUintParam& request) {
-                                      return modem_common_interface_debug(request.value);
-                                  });
+    return serve<SerialUintParam>(
+            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDoCommonInterfaceDebug,
+            [](const auto& request) { return modem_common_interface_debug(request.value); });
 }
 
 int VsQmiClient::serveSimlockInfo(const char* func, const MessagePtr& msg,
                                   uint8_t modem_simlock_info::*field, Respond<uint8_t> respond) {
     return serve<SerialVoidParam>(func, ASYNC_TEXTS, msg, respond,
-                                  [field](const SerialVoidParam&, uint8_t& value) {
+                                  [field](const auto&, uint8_t& value) {
                                       modem_simlock_info info{};
                                       const int result = fetch(modem_api_get_simlock_info, info);
                                       value = info.*field;
@@ -179,7 +168,7 @@ int VsQmiClient::getSimlockFuseStatus(int serial) {
 int VsQmiClient::handleGetSimlockFuseStateMessage(const MessagePtr& msg) {
     return serve<SerialVoidParam>(__func__, ASYNC_TEXTS, msg,
                                   &ModemResponseProxy::respondGetSimlockFuseStatus,
-                                  [](const SerialVoidParam&, uint32_t& status) {
+                                  [](const auto&, uint32_t& status) {
                                       return fetch(modem_api_get_simlock_fuse_status, status);
                                   });
 }
@@ -191,7 +180,7 @@ int VsQmiClient::rebootModem(int serial) {
 int VsQmiClient::handleRebootModemMessage(const MessagePtr& msg) {
     return serve<SerialVoidParam>(__func__, ASYNC_TEXTS, msg,
                                   &ModemResponseProxy::respondRebootModem,
-                                  [](const SerialVoidParam&) { return modem_subsystem_reboot(); });
+                                  [](const auto&) { return modem_subsystem_reboot(); });
 }
 
 // ---- Settings
@@ -204,15 +193,14 @@ int VsQmiClient::setAgpsTestMode(int serial, unsigned int mode) {
 
 int VsQmiClient::handleSetAgpsTestModeMessage(const MessagePtr& msg) {
     return serveAsync<SerialUintParam>(__func__, msg, &ModemResponseProxy::respondSetAgpsTestMode,
-                                       [](const SerialUintParam& request, void* cookie) {
+                                       [](const auto& request, void* cookie) {
                                            return modem_api_set_agps_test_mode(
                                                    request.value, cookie, modemApiAsyncCallback);
                                        });
 }
 
-int VsQmiClient::processSetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                                     const SerialParam& request) {
-    return finish(__func__, data, length, request, &ModemResponseProxy::respondSetAgpsTestMode);
+int VsQmiClient::processSetAgpsTestModeAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondSetAgpsTestMode);
 }
 
 int VsQmiClient::getAgpsTestMode(int serial) {
@@ -221,15 +209,14 @@ int VsQmiClient::getAgpsTestMode(int serial) {
 
 int VsQmiClient::handleGetAgpsTestModeMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetAgpsTestMode,
-                                       [](const SerialVoidParam&, void* cookie) {
+                                       [](const auto&, void* cookie) {
                                            return modem_api_get_agps_test_mode(
                                                    cookie, modemApiAsyncCallback);
                                        });
 }
 
-int VsQmiClient::processGetAgpsTestModeAsyncResponse(const void* data, size_t length,
-                                                     const SerialParam& request) {
-    return finish(__func__, data, length, request, &ModemResponseProxy::respondGetAgpsTestMode,
+int VsQmiClient::processGetAgpsTestModeAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondGetAgpsTestMode,
                   [](const auto& payload, uint32_t& mode) {
                       mode = payload.agps_test_mode;
                       return ERRNO_SUCCESS;
@@ -243,15 +230,13 @@ int VsQmiClient::getModemPowerSaveMode(int serial) {
 int VsQmiClient::handleGetModemPowerSaveModeMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(
             __func__, msg, &ModemResponseProxy::respondGetModemPowerSaveMode,
-            [](const SerialVoidParam&, void* cookie) {
+            [](const auto&, void* cookie) {
                 return modem_api_get_power_save_mode(cookie, modemApiAsyncCallback);
             });
 }
 
-int VsQmiClient::processGetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                           const SerialParam& request) {
-    return finish(__func__, data, length, request,
-                  &ModemResponseProxy::respondGetModemPowerSaveMode,
+int VsQmiClient::processGetModemPowerSaveModeAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondGetModemPowerSaveMode,
                   [](const auto& payload, uint8_t& mode) {
                       mode = payload.power_save_mode;
                       return ERRNO_SUCCESS;
@@ -266,15 +251,13 @@ int VsQmiClient::setModemPowerSaveMode(int serial, unsigned char mode) {
 int VsQmiClient::handleSetModemPowerSaveModeMessage(const MessagePtr& msg) {
     return serveAsync<SerialByteParam>(
             __func__, msg, &ModemResponseProxy::respondSetModemPowerSaveMode,
-            [](const SerialByteParam& request, void* cookie) {
+            [](const auto& request, void* cookie) {
                 return modem_api_set_power_save_mode(request.value, cookie, modemApiAsyncCallback);
             });
 }
 
-int VsQmiClient::processSetModemPowerSaveModeAsyncResponse(const void* data, size_t length,
-                                                           const SerialParam& request) {
-    return finish(__func__, data, length, request,
-                  &ModemResponseProxy::respondSetModemPowerSaveMode);
+int VsQmiClient::processSetModemPowerSaveModeAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondSetModemPowerSaveMode);
 }
 
 int VsQmiClient::setModemPowerSaveStatus(int serial, unsigned char status) {
@@ -285,16 +268,14 @@ int VsQmiClient::setModemPowerSaveStatus(int serial, unsigned char status) {
 int VsQmiClient::handleSetModemPowerSaveStatusMessage(const MessagePtr& msg) {
     return serveAsync<SerialByteParam>(__func__, msg,
                                        &ModemResponseProxy::respondSetModemPowerSaveStatus,
-                                       [](const SerialByteParam& request, void* cookie) {
+                                       [](const auto& request, void* cookie) {
                                            return modem_api_set_power_save_status(
                                                    request.value, cookie, modemApiAsyncCallback);
                                        });
 }
 
-int VsQmiClient::processSetModemPowerSaveStatusAsyncResponse(const void* data, size_t length,
-                                                             const SerialParam& request) {
-    return finish(__func__, data, length, request,
-                  &ModemResponseProxy::respondSetModemPowerSaveStatus);
+int VsQmiClient::processSetModemPowerSaveStatusAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondSetModemPowerSaveStatus);
 }
 
 int VsQmiClient::setModemProperty(int serial, const std::string& name, const std::string& value) {
@@ -307,15 +288,14 @@ int VsQmiClient::handleSetModemPropertyMessage(const MessagePtr& msg) {
     const char* func = __func__;
     return serveAsync<ModemPropertyParam>(
             func, msg, &ModemResponseProxy::respondSetModemProperty,
-            [func](const ModemPropertyParam& request, void* cookie) {
+            [func](const auto& request, void* cookie) {
                 const modem_property_record record = propertyRecord(func, request);
                 return modem_api_set_modem_property(&record, cookie, modemApiAsyncCallback);
             });
 }
 
-int VsQmiClient::processSetModemPropertyAsyncResponse(const void* data, size_t length,
-                                                      const SerialParam& request) {
-    return finish(__func__, data, length, request, &ModemResponseProxy::respondSetModemProperty);
+int VsQmiClient::processSetModemPropertyAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondSetModemProperty);
 }
 
 int VsQmiClient::getModemProperty(int serial, const std::string& name) {
@@ -326,15 +306,14 @@ int VsQmiClient::getModemProperty(int serial, const std::string& name) {
 int VsQmiClient::handleGetModemPropertyMessage(const MessagePtr& msg) {
     return serveAsync<SerialStringParam>(
             __func__, msg, &ModemResponseProxy::respondGetModemProperty,
-            [](const SerialStringParam& request, void* cookie) {
+            [](const auto& request, void* cookie) {
                 return modem_api_get_modem_property(request.value.c_str(), cookie,
                                                     modemApiAsyncCallback);
             });
 }
 
-int VsQmiClient::processGetModemPropertyAsyncResponse(const void* data, size_t length,
-                                                      const SerialParam& request) {
-    return finish(__func__, data, length, request, &ModemResponseProxy::respondGetModemProperty,
+int VsQmiClient::processGetModemPropertyAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondGetModemProperty,
                   [](const auto& payload, std::string& value) {
                       value = textOf(payload.property_value);
                       return ERRNO_SUCCESS;
@@ -349,7 +328,7 @@ int VsQmiClient::deleteModemProperty(int serial, const std::string& name) {
 int VsQmiClient::handleDeleteModemPropertyMessage(const MessagePtr& msg) {
     return serve<SerialStringParam>(
             __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDeleteModemProperty,
-            [](const SerialStringParam& request) {
+            [](const auto& request) {
                 return modem_api_delete_modem_property_sync(request.value.c_str());
             });
 }

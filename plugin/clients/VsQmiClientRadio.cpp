@@ -50,16 +50,14 @@ int VsQmiClient::getBandsInfo(int serial) {
 }
 
 int VsQmiClient::handleGetBandsInfoMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetBandsInfo,
-                                       [](const SerialVoidParam&, void* cookie) {
-                                           return modem_get_bands_info(cookie,
-                                                                       modemApiAsyncCallback);
-                                       });
+    return serveAsync<SerialVoidParam>(
+            __func__, msg, &ModemResponseProxy::respondGetBandsInfo, [](const auto&, void* cookie) {
+                return modem_get_bands_info(cookie, modemApiAsyncCallback);
+            });
 }
 
-int VsQmiClient::processGetBandsInfoAsyncResponse(const void* data, size_t length,
-                                                  const SerialParam& request) {
-    return finish(__func__, data, length, request, &ModemResponseProxy::respondGetBandsInfo,
+int VsQmiClient::processGetBandsInfoAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondGetBandsInfo,
                   [](const auto& payload, BandsInfoType& bands) {
                       bands = bandsOf(payload.bands);
                       return ERRNO_SUCCESS;
@@ -72,15 +70,14 @@ int VsQmiClient::removeRatMask(int serial) {
 
 int VsQmiClient::handleRemoveRatMaskMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondRemoveRatMask,
-                                       [](const SerialVoidParam&, void* cookie) {
+                                       [](const auto&, void* cookie) {
                                            return modem_api_remove_rat_mask(cookie,
                                                                             modemApiAsyncCallback);
                                        });
 }
 
-int VsQmiClient::processRemoveRatMaskAsyncResponse(const void* data, size_t length,
-                                                   const SerialParam& request) {
-    return finish(__func__, data, length, request, &ModemResponseProxy::respondRemoveRatMask);
+int VsQmiClient::processRemoveRatMaskAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondRemoveRatMask);
 }
 
 int VsQmiClient::abortRRCConnection(int serial) {
@@ -90,14 +87,13 @@ int VsQmiClient::abortRRCConnection(int serial) {
 int VsQmiClient::handleAbortRRCConnectionMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(
             __func__, msg, &ModemResponseProxy::respondAbortRRCConnection,
-            [](const SerialVoidParam&, void* cookie) {
+            [](const auto&, void* cookie) {
                 return modem_abort_rrc_connection(cookie, modemApiAsyncCallback);
             });
 }
 
-int VsQmiClient::processAbortRRCConnectionResponse(const void* data, size_t length,
-                                                   const SerialParam& request) {
-    return finish(__func__, data, length, request, &ModemResponseProxy::respondAbortRRCConnection);
+int VsQmiClient::processAbortRRCConnectionResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondAbortRRCConnection);
 }
 
 int VsQmiClient::setRadioInfoReportEnabled(int serial, unsigned int enabled) {
@@ -108,16 +104,14 @@ int VsQmiClient::setRadioInfoReportEnabled(int serial, unsigned int enabled) {
 int VsQmiClient::handleSetRadioInfoReportEnabledMessage(const MessagePtr& msg) {
     return serveAsync<SerialUintParam>(__func__, msg,
                                        &ModemResponseProxy::respondSetRadioInfoReportEnabled,
-                                       [](const SerialUintParam& request, void* cookie) {
+                                       [](const auto& request, void* cookie) {
                                            return modem_api_set_radio_info_report_enabled(
                                                    request.value, cookie, modemApiAsyncCallback);
                                        });
 }
 
-int VsQmiClient::processSetRadioInfoReportEnabledAsyncResponse(const void* data, size_t length,
-                                                               const SerialParam& request) {
-    return finish(__func__, data, length, request,
-                  &ModemResponseProxy::respondSetRadioInfoReportEnabled);
+int VsQmiClient::processSetRadioInfoReportEnabledAsyncResponse(const Completion& completion) {
+    return finish(__func__, completion, &ModemResponseProxy::respondSetRadioInfoReportEnabled);
 }
 
 // ---- Events, handed to the upper layer field by field

@@ -40,7 +40,7 @@ int VsQmiClient::readNVItem(int serial, signed char selector1, int item, signed 
 int VsQmiClient::handleReadNVItemMessage(const MessagePtr& msg) {
     return serve<NVItemParam>(
             __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondReadNVItem,
-            [](const NVItemParam& request, std::vector<uint8_t>& data) {
+            [](const auto& request, std::vector<uint8_t>& data) {
                 return readInto<NV_ITEM_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_nv_for_subid(request.selector1, request.item,
                                                    static_cast<uint8_t>(request.selector2), buffer,
@@ -58,7 +58,7 @@ int VsQmiClient::writeNVItem(int serial, signed char selector1, int item, signed
 int VsQmiClient::handleWriteNVItemMessage(const MessagePtr& msg) {
     // The modem's function for writing has no second selector.
     return serve<NVItemParam>(__func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondWriteNVItem,
-                              [](const NVItemParam& request) {
+                              [](const auto& request) {
                                   return modem_write_nv_for_subid(request.selector1, request.item,
                                                                   request.data.data(),
                                                                   request.data.size());
@@ -73,7 +73,7 @@ int VsQmiClient::readEfsFile(int serial, int file, unsigned char subSelector) {
 int VsQmiClient::handleReadEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
             __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondReadEfsFile,
-            [](const EfsAccessParam& request, std::vector<uint8_t>& data) {
+            [](const auto& request, std::vector<uint8_t>& data) {
                 return readInto<EFS_FILE_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_efs_for_subid(request.subSelector, request.file, buffer,
                                                     length);
@@ -88,12 +88,12 @@ int VsQmiClient::writeEfsFile(int serial, int file, unsigned char subSelector,
 }
 
 int VsQmiClient::handleWriteEfsFileMessage(const MessagePtr& msg) {
-    return serve<EfsAccessParam>(
-            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondWriteEfsFile,
-            [](const EfsAccessParam& request) {
-                return modem_write_efs_for_subid(request.subSelector, request.file,
-                                                 request.data.data(), request.data.size());
-            });
+    return serve<EfsAccessParam>(__func__, SYNC_TEXTS, msg,
+                                 &ModemResponseProxy::respondWriteEfsFile, [](const auto& request) {
+                                     return modem_write_efs_for_subid(
+                                             request.subSelector, request.file, request.data.data(),
+                                             request.data.size());
+                                 });
 }
 
 int VsQmiClient::deleteEfsFile(int serial, int file, unsigned char subSelector) {
@@ -104,7 +104,7 @@ int VsQmiClient::deleteEfsFile(int serial, int file, unsigned char subSelector) 
 int VsQmiClient::handleDeleteEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
             __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDeleteEfsFile,
-            [](const EfsAccessParam& request) {
+            [](const auto& request) {
                 return modem_del_efs_for_subid(request.subSelector, request.file);
             });
 }
@@ -116,7 +116,7 @@ int VsQmiClient::readPrl(int serial, unsigned char selector) {
 int VsQmiClient::handleReadPrlMessage(const MessagePtr& msg) {
     return serve<SerialByteParam>(
             __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondReadPrl,
-            [](const SerialByteParam& request, std::vector<uint8_t>& data) {
+            [](const auto& request, std::vector<uint8_t>& data) {
                 return readInto<PRL_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_prl(request.value, buffer, length);
                 });
@@ -131,7 +131,7 @@ int VsQmiClient::writePrl(int serial, unsigned char selector,
 
 int VsQmiClient::handleWritePrlMessage(const MessagePtr& msg) {
     return serve<PrlParam>(__func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondWritePrl,
-                           [](const PrlParam& request) {
+                           [](const auto& request) {
                                return modem_write_prl(request.selector, request.data.data(),
                                                       request.data.size());
                            });
@@ -145,7 +145,7 @@ int VsQmiClient::verifyNV(int serial, int item, const std::vector<unsigned char>
 int VsQmiClient::handleVerifyNVMessage(const MessagePtr& msg) {
     return serve<NVItemParam>(
             __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondVerifyNV,
-            [](const NVItemParam& request, uint8_t& verified) {
+            [](const auto& request, uint8_t& verified) {
                 modem_nv_verification verification{};
                 const int result = modem_verify_nv(request.item, request.data.data(),
                                                    request.data.size(), &verification);
@@ -162,5 +162,5 @@ int VsQmiClient::deleteEfsFileDir(int serial, int directory) {
 int VsQmiClient::handleDeleteEfsFileDirMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
             __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDeleteEfsFileDir,
-            [](const EfsAccessParam& request) { return modem_del_efs_file_dir(request.file); });
+            [](const auto& request) { return modem_del_efs_file_dir(request.file); });
 }

@@ -73,9 +73,7 @@ int WdsQmiClient::handleCheckImsProfileNormalMessage(const MessagePtr& msg) {
     return serve<SerialVoidParam>(
             __func__, {"failed to check ims profile", "successfully check ims profile"}, msg,
             &ModemResponseProxy::respondIsImsProfileNormal,
-            [](const SerialVoidParam&, uint32_t& state) {
-                return modem_qdp_check_ims_profile(&state);
-            },
+            [](const auto&, uint32_t& state) { return modem_qdp_check_ims_profile(&state); },
             BOUND);
 }
 
@@ -87,7 +85,7 @@ int WdsQmiClient::handleDeleteImsProfileMessage(const MessagePtr& msg) {
     // Needs the connection, but no bound subscription.
     const char* func = __func__;
     return serve<SerialVoidParam>(func, {}, msg, &ModemResponseProxy::respondDeleteImsProfile,
-                                  [func](const SerialVoidParam&) { return deleteProfiles(func); });
+                                  [func](const auto&) { return deleteProfiles(func); });
 }
 
 void WdsQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {

@@ -90,7 +90,7 @@ TEST_F(Proxies, CallbackInstalledWhileAnEventIsBeingKept) {
             proxy.update(client.indications);  // and the replay that follows finds nothing yet
         }
     });
-    EXPECT_EQ(proxy.indicateModemRRCState(1, 1, 1, 1), 0);
+    EXPECT_EQ(proxy.indicateModemRRCState(1, 1, 1, 1), ERRNO_NOT_CONNECTED);
     log.onLine(nullptr);
     EXPECT_THAT(client.take(), SizeIs(1));
 }
