@@ -348,8 +348,7 @@ int AtQmiClient::handleSendLogControlRespMessage(const MessagePtr& msg) {
     if (request == nullptr) {
         return ERRNO_INVALID_PARAM;
     }
-    return answer(&ModemResponseProxy::respondSendLogControlResp, request->serial,
-                  confirmLogCommand(__func__));
+    return answer(&Proxy::respondSendLogControlResp, request->serial, confirmLogCommand(__func__));
 }
 
 int AtQmiClient::confirmLogCommand(const char* func) {

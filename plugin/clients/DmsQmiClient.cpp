@@ -40,7 +40,7 @@ int DmsQmiClient::handleGetOperatingModeMessage(const MessagePtr& msg) {
         return result;
     };
     return serve<SerialVoidParam>(func, {"failed to get operating mode"}, msg,
-                                  &ModemResponseProxy::respondGetOperatingMode, get);
+                                  &Proxy::respondGetOperatingMode, get);
 }
 
 int DmsQmiClient::setOperatingMode(int serial, int mode) {
@@ -52,7 +52,7 @@ int DmsQmiClient::setOperatingMode(int serial, int mode) {
 int DmsQmiClient::handleSetOperatingModeMessage(const MessagePtr& msg) {
     return serve<SerialIntParam>(
             __func__, {"failed to set operating mode", "successfully set operating mode"}, msg,
-            &ModemResponseProxy::respondSetOperatingMode,
+            &Proxy::respondSetOperatingMode,
             [](const auto& request) { return modem_set_operating_mode(request.value); });
 }
 

@@ -11,6 +11,7 @@
 #include "clients/CheckedCopy.h"
 #include "clients/InputFile.h"
 #include "params/ModemLog.h"
+#include "params/OwnedFd.h"
 
 namespace {
 
@@ -28,10 +29,10 @@ Identifier identifierOf(const char* path) {
     return id;
 }
 
-Errno sendChunks(const char* func, const InputFile& file, const Identifier& id, int32_t total) {
+Errno sendChunks(const char* func, int fd, const Identifier& id, int32_t total) {
     for (int64_t remaining = total; remaining >= 1;) {
         std::array<uint8_t, CHUNK_SIZE> chunk{};
-        const ssize_t count = file.read(chunk.data(), chunk.size());
+        const ssize_t count = readFrom(fd, chunk.data(), chunk.size());
         if (count <= 0) {
             LOG_E("%s: read fail", func);
             return ERRNO_FAILED;
@@ -51,9 +52,9 @@ Errno sendChunks(const char* func, const InputFile& file, const Identifier& id, 
 Errno loadMbnConfigFile(const char* func, const std::vector<uint8_t>& path) {
     std::array<char, MODEM_PDC_CONFIG_ID_SIZE> pathText{};
     checkedCopy(func, pathText.data(), pathText.size() - 1, path.data(), path.size());
-    const InputFile file(pathText.data());
+    const OwnedFd file(openForReading(pathText.data()));
     struct stat status {};
-    if (!file.getStatus(status)) {
+    if (fstat(file.get(), &status) != 0) {
         LOG_E("%s: failed to fstat file: %s", func, strerror(errno));
         return ERRNO_FAILED;
     }
@@ -67,5 +68,5 @@ Errno loadMbnConfigFile(const char* func, const std::vector<uint8_t>& path) {
     LOG_I("%s: config = %s", func, pathText.data());
     LOG_I("%s: configPath = %s", func, id.data());
     LOG_I("%s: totalConfigSize = %d", func, total);
-    return sendChunks(func, file, id, total);
+    return sendChunks(func, file.get(), id, total);
 }

@@ -2,6 +2,7 @@
 
 #include "clients/InputFile.h"
 #include "params/ModemLog.h"
+#include "params/OwnedFd.h"
 
 namespace {
 
@@ -9,14 +10,14 @@ constexpr size_t LIST_MAX = 16 << 20;  // bytes of a list that is read
 constexpr size_t NAME_AT = 16;
 constexpr std::string_view FILE_NAME = "mcfg_sw.mbn";
 
-bool readRegular(const InputFile& file, std::string& text) {
+bool readRegular(int fd, std::string& text) {
     struct stat status {};
-    if (!file.getStatus(status) || !S_ISREG(status.st_mode)) {
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
         return false;
     }
     char part[4096];
     ssize_t count = 0;
-    while (text.size() <= LIST_MAX && (count = file.read(part, sizeof(part))) > 0) {
+    while (text.size() <= LIST_MAX && (count = readFrom(fd, part, sizeof(part))) > 0) {
         text.append(part, static_cast<size_t>(count));
     }
     return count == 0;
@@ -33,12 +34,12 @@ std::string_view takeLine(std::string_view& list) {
 }  // namespace
 
 Errno readMbnList(const char* func, std::vector<std::string>& mbns) {
-    const InputFile file(mbnListFile());
-    if (!file.isOpen()) {
+    const OwnedFd file(openForReading(mbnListFile()));
+    if (file.get() < 0) {
         return ERRNO_FAILED;
     }
     std::string text;
-    if (!readRegular(file, text)) {
+    if (!readRegular(file.get(), text)) {
         LOG_E("%s: failed to read %s", func, mbnListFile());
         return ERRNO_FAILED;
     }

@@ -48,8 +48,7 @@ int NasQmiClient::switchNRNetworkMode(int serial, int mode) {
 int NasQmiClient::handleSwitchNRNetworkMode(const MessagePtr& msg) {
     return serveSet(__func__,
                     {"failed to switch nr network mode", "successfully set switch nr network mode"},
-                    msg, modem_switch_nr_network_mode,
-                    &ModemResponseProxy::respondSwitchNRNetworkMode);
+                    msg, modem_switch_nr_network_mode, &Proxy::respondSwitchNRNetworkMode);
 }
 
 int NasQmiClient::getNRNetworkMode(int serial) {
@@ -58,7 +57,7 @@ int NasQmiClient::getNRNetworkMode(int serial) {
 
 int NasQmiClient::handleGetNRNetworkMode(const MessagePtr& msg) {
     return serveGet(__func__, {"failed to get nr5g band pref", "successfully got NR Network mode"},
-                    msg, modem_get_nr_network_mode, &ModemResponseProxy::respondGetNRNetworkMode);
+                    msg, modem_get_nr_network_mode, &Proxy::respondGetNRNetworkMode);
 }
 
 int NasQmiClient::setVoNRMode(int serial, int mode) {
@@ -67,7 +66,7 @@ int NasQmiClient::setVoNRMode(int serial, int mode) {
 
 int NasQmiClient::handleSetVoNRMode(const MessagePtr& msg) {
     return serveSet(__func__, {"failed to set vonr mode", "successfully set vonr mode"}, msg,
-                    modem_set_vonr_mode, &ModemResponseProxy::respondSetVoNRMode);
+                    modem_set_vonr_mode, &Proxy::respondSetVoNRMode);
 }
 
 int NasQmiClient::getVoNRMode(int serial) {
@@ -76,7 +75,7 @@ int NasQmiClient::getVoNRMode(int serial) {
 
 int NasQmiClient::handleGetVoNRMode(const MessagePtr& msg) {
     return serveGet(__func__, {"failed to get vonr mode", "successfully get vonr mode"}, msg,
-                    modem_get_vonr_mode, &ModemResponseProxy::respondGetVoNRMode);
+                    modem_get_vonr_mode, &Proxy::respondGetVoNRMode);
 }
 
 int NasQmiClient::deprioritizeNr(int serial, int mode) {
@@ -85,7 +84,7 @@ int NasQmiClient::deprioritizeNr(int serial, int mode) {
 
 int NasQmiClient::handleSetDeprioritizeNrMode(const MessagePtr& msg) {
     return serveSet(__func__, {"failed to deprioritize nr", "successfully deprioritize nr"}, msg,
-                    modem_deprioritize_nr_mode, &ModemResponseProxy::respondDeprioritizeNr);
+                    modem_deprioritize_nr_mode, &Proxy::respondDeprioritizeNr);
 }
 
 int NasQmiClient::postMode(const char* func, int msgId, int serial, int mode) {

@@ -100,7 +100,7 @@ int PdcQmiClient::handleGetActiveMbnInfoMessage(const MessagePtr& msg) {
 
 int PdcQmiClient::respondGetActiveMbnInfoAsync(const void* data, size_t len) {
     return respondInfo(__func__, data, len, &modem_pdc_active_info_event::config_id_length,
-                       &ModemResponseProxy::respondGetActiveMbnInfo);
+                       &Proxy::respondGetActiveMbnInfo);
 }
 
 int PdcQmiClient::getMetaMbnInfo(int serial, const std::vector<uint8_t>& configId, int length) {
@@ -122,13 +122,12 @@ int PdcQmiClient::handleGetMetaMbnInfoMessage(const MessagePtr& msg) {
         }
         LOG_I("%s: failed to send request", __func__);
     }
-    return answer(&ModemResponseProxy::respondGetMetaMbnInfo, request->serial, ERRNO_FAILED,
-                  PdcMbnInfo());
+    return answer(&Proxy::respondGetMetaMbnInfo, request->serial, ERRNO_FAILED, PdcMbnInfo());
 }
 
 int PdcQmiClient::respondGetMetaMbnInfoAsync(const void* data, size_t len) {
     return respondInfo(__func__, data, len, &modem_pdc_meta_info_event::metadata_length,
-                       &ModemResponseProxy::respondGetMetaMbnInfo);
+                       &Proxy::respondGetMetaMbnInfo);
 }
 
 int PdcQmiClient::getMbnList(int serial) {
@@ -144,7 +143,7 @@ int PdcQmiClient::handleGetMbnListMessage(const MessagePtr& msg) {
     const char* func = __func__;
     std::vector<std::string> mbns;
     const Errno err = withMemory(func, [&] { return readMbnList(func, mbns); });
-    return answer(&ModemResponseProxy::respondGetMbnList, request->serial, err, mbns);
+    return answer(&Proxy::respondGetMbnList, request->serial, err, mbns);
 }
 
 int PdcQmiClient::selectMbn(int serial, int type, const std::vector<uint8_t>& configId) {
@@ -152,7 +151,7 @@ int PdcQmiClient::selectMbn(int serial, int type, const std::vector<uint8_t>& co
 }
 
 int PdcQmiClient::handleSelectMbnMessage(const MessagePtr& msg) {
-    return serve<SelectedMbnParam>(__func__, SELECTED, msg, &ModemResponseProxy::respondSelectMbn,
+    return serve<SelectedMbnParam>(__func__, SELECTED, msg, &Proxy::respondSelectMbn,
                                    [](const auto& request) {
                                        return modem_pdc_set_selected_config_info(
                                                request.type, configIdOf(request.data).data());
@@ -167,13 +166,12 @@ int PdcQmiClient::selectMbnExt(int serial, int type, const std::vector<uint8_t>&
 
 int PdcQmiClient::handleSelectMbnExtMessage(const MessagePtr& msg) {
     const char* func = __func__;
-    return serve<SelectedMbnExtParam>(func, SELECTED, msg, &ModemResponseProxy::respondSelectMbnExt,
-                                      [func](const auto& request) {
-                                          LOG_I("%s: config length = %d", func, request.length);
-                                          return modem_pdc_set_selected_config_info_ext(
-                                                  request.type, configIdOf(request.data).data(),
-                                                  request.length);
-                                      });
+    return serve<SelectedMbnExtParam>(
+            func, SELECTED, msg, &Proxy::respondSelectMbnExt, [func](const auto& request) {
+                LOG_I("%s: config length = %d", func, request.length);
+                return modem_pdc_set_selected_config_info_ext(
+                        request.type, configIdOf(request.data).data(), request.length);
+            });
 }
 
 int PdcQmiClient::deleteAllMbns(int serial) {
@@ -182,7 +180,7 @@ int PdcQmiClient::deleteAllMbns(int serial) {
 
 int PdcQmiClient::handleDeleteAllMbnsMessage(const MessagePtr& msg) {
     return serve<SerialVoidParam>(__func__, {nullptr, "successfully delete all mbns"}, msg,
-                                  &ModemResponseProxy::respondDeleteAllMbns,
+                                  &Proxy::respondDeleteAllMbns,
                                   [](const auto&) { return modem_pdc_delete_all_mbns(); });
 }
 
@@ -193,7 +191,7 @@ int PdcQmiClient::loadMbnConfig(int serial, const std::vector<uint8_t>& path) {
 int PdcQmiClient::handleLoadMbnConfigMessage(const MessagePtr& msg) {
     const char* func = __func__;
     return serve<LoadMbnConfigParam>(
-            func, {}, msg, &ModemResponseProxy::respondLoadMbnConfig,
+            func, {}, msg, &Proxy::respondLoadMbnConfig,
             [func](const auto& request) { return loadMbnConfigFile(func, request.data); });
 }
 
@@ -202,10 +200,9 @@ int PdcQmiClient::activateMbn(int serial, int type) {
 }
 
 int PdcQmiClient::handleActivateMbnMessage(const MessagePtr& msg) {
-    return serve<SerialIntParam>(__func__, {nullptr, "successfully activate mbn"}, msg,
-                                 &ModemResponseProxy::respondActivateMbn, [](const auto& request) {
-                                     return modem_pdc_activate_config(request.value);
-                                 });
+    return serve<SerialIntParam>(
+            __func__, {nullptr, "successfully activate mbn"}, msg, &Proxy::respondActivateMbn,
+            [](const auto& request) { return modem_pdc_activate_config(request.value); });
 }
 
 int PdcQmiClient::deactivateMbn(int serial, int type) {
@@ -214,8 +211,7 @@ int PdcQmiClient::deactivateMbn(int serial, int type) {
 
 int PdcQmiClient::handleDeactivateMbnMessage(const MessagePtr& msg) {
     return serve<SerialIntParam>(
-            __func__, {nullptr, "successfully deactivated mbn"}, msg,
-            &ModemResponseProxy::respondDeactivateMbn,
+            __func__, {nullptr, "successfully deactivated mbn"}, msg, &Proxy::respondDeactivateMbn,
             [](const auto& request) { return modem_pdc_deactivate_config(request.value); });
 }
 
@@ -233,7 +229,7 @@ int PdcQmiClient::handleActivateRegularMbnMessage(const MessagePtr& msg) {
         LOG_I("%s: successfully activated regular mbn", __func__);
         return ERRNO_SUCCESS;
     }
-    return answer(&ModemResponseProxy::respondActivateRegularMbn, request->serial, ERRNO_FAILED);
+    return answer(&Proxy::respondActivateRegularMbn, request->serial, ERRNO_FAILED);
 }
 
 int PdcQmiClient::respondActivateRegularMbnAsync(const void* data, size_t len) {
@@ -242,7 +238,7 @@ int PdcQmiClient::respondActivateRegularMbnAsync(const void* data, size_t len) {
         return ERRNO_INVALID_PARAM;
     }
     LOG_I("%s: token is %d", __func__, event.token);
-    return answer(&ModemResponseProxy::respondActivateRegularMbn, event.token,
+    return answer(&Proxy::respondActivateRegularMbn, event.token,
                   convertModemAPIResultToOX(event.result));
 }
 

@@ -98,6 +98,7 @@ public:
 
 protected:
     using MessagePtr = std::shared_ptr<Message>;
+    using Proxy = ModemResponseProxy;
     template <class... Payload>
     using Respond = ModemResponseProxy::Respond<Payload...>;
 

@@ -40,7 +40,7 @@ int SarQmiClient::handleSetSarStateMessage(const MessagePtr& msg) {
         }
         return result;
     };
-    return serve<SerialIntParam>(func, {}, msg, &ModemResponseProxy::respondSetSarState, set);
+    return serve<SerialIntParam>(func, {}, msg, &Proxy::respondSetSarState, set);
 }
 
 void SarQmiClient::modemApiAsyncCallback(const void*, size_t, void* cookie, modem_api_result_type) {

@@ -55,14 +55,13 @@ int VsQmiClient::getBuildTime(int serial) {
 
 int VsQmiClient::handleGetBuildTimeMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(
-            __func__, msg, &ModemResponseProxy::respondGetBuildTime, [](const auto&, void* cookie) {
+            __func__, msg, &Proxy::respondGetBuildTime, [](const auto&, void* cookie) {
                 return modem_get_build_time(cookie, modemApiAsyncCallback);
             });
 }
 
 int VsQmiClient::processGetBuildTimeAsyncResponse(const Completion& completion) {
-    return finishBuildText(__func__, "build time", completion,
-                           &ModemResponseProxy::respondGetBuildTime);
+    return finishBuildText(__func__, "build time", completion, &Proxy::respondGetBuildTime);
 }
 
 int VsQmiClient::getBuildId(int serial) {
@@ -70,15 +69,14 @@ int VsQmiClient::getBuildId(int serial) {
 }
 
 int VsQmiClient::handleGetBuildIdMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetBuildId,
+    return serveAsync<SerialVoidParam>(__func__, msg, &Proxy::respondGetBuildId,
                                        [](const auto&, void* cookie) {
                                            return modem_get_build_id(cookie, modemApiAsyncCallback);
                                        });
 }
 
 int VsQmiClient::processGetBuildIdAsyncResponse(const Completion& completion) {
-    return finishBuildText(__func__, "build Id", completion,
-                           &ModemResponseProxy::respondGetBuildId);
+    return finishBuildText(__func__, "build Id", completion, &Proxy::respondGetBuildId);
 }
 
 int VsQmiClient::activateMbnByName(int serial, const std::string& name) {
@@ -87,14 +85,13 @@ int VsQmiClient::activateMbnByName(int serial, const std::string& name) {
 
 int VsQmiClient::handleActivateMbnByNameMessage(const MessagePtr& msg) {
     return serveAsync<SerialStringParam>(
-            __func__, msg, &ModemResponseProxy::respondActivateMbnByName,
-            [](const auto& request, void* cookie) {
+            __func__, msg, &Proxy::respondActivateMbnByName, [](const auto& request, void* cookie) {
                 return modem_api_active_mbn(request.value.c_str(), cookie, modemApiAsyncCallback);
             });
 }
 
 int VsQmiClient::processActivateMbnByNameAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondActivateMbnByName);
+    return finish(__func__, completion, &Proxy::respondActivateMbnByName);
 }
 
 int VsQmiClient::restoreMbn(int serial) {
@@ -103,13 +100,13 @@ int VsQmiClient::restoreMbn(int serial) {
 
 int VsQmiClient::handleRestoreMbnMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(
-            __func__, msg, &ModemResponseProxy::respondRestoreMbn, [](const auto&, void* cookie) {
+            __func__, msg, &Proxy::respondRestoreMbn, [](const auto&, void* cookie) {
                 return modem_api_restore_mbn(cookie, modemApiAsyncCallback);
             });
 }
 
 int VsQmiClient::processRestoreMbnAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondRestoreMbn);
+    return finish(__func__, completion, &Proxy::respondRestoreMbn);
 }
 
 int VsQmiClient::doCommonInterfaceDebug(int serial, unsigned int value) {
@@ -119,7 +116,7 @@ int VsQmiClient::doCommonInterfaceDebug(int serial, unsigned int value) {
 
 int VsQmiClient::handleDoCommonInterfaceDebugMessage(const MessagePtr& msg) {
     return serve<SerialUintParam>(
-            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDoCommonInterfaceDebug,
+            __func__, SYNC_TEXTS, msg, &Proxy::respondDoCommonInterfaceDebug,
             [](const auto& request) { return modem_common_interface_debug(request.value); });
 }
 
@@ -140,7 +137,7 @@ int VsQmiClient::getSimlockInfoStatus(int serial) {
 
 int VsQmiClient::handleGetSimlockInfoStateMessage(const MessagePtr& msg) {
     return serveSimlockInfo(__func__, msg, &modem_simlock_info::status,
-                            &ModemResponseProxy::respondGetSimlockInfoStatus);
+                            &Proxy::respondGetSimlockInfoStatus);
 }
 
 int VsQmiClient::getSimlockInfoCategory(int serial) {
@@ -149,7 +146,7 @@ int VsQmiClient::getSimlockInfoCategory(int serial) {
 
 int VsQmiClient::handleGetSimlockInfoCategoryMessage(const MessagePtr& msg) {
     return serveSimlockInfo(__func__, msg, &modem_simlock_info::category,
-                            &ModemResponseProxy::respondGetSimlockInfoCategory);
+                            &Proxy::respondGetSimlockInfoCategory);
 }
 
 int VsQmiClient::getSimlockInfoNumberRetriesRemain(int serial) {
@@ -158,7 +155,7 @@ int VsQmiClient::getSimlockInfoNumberRetriesRemain(int serial) {
 
 int VsQmiClient::handleGetSimlockInfoNumberRetriesRemainMessage(const MessagePtr& msg) {
     return serveSimlockInfo(__func__, msg, &modem_simlock_info::retries_remaining,
-                            &ModemResponseProxy::respondGetSimlockInfoNumberRetriesRemain);
+                            &Proxy::respondGetSimlockInfoNumberRetriesRemain);
 }
 
 int VsQmiClient::getSimlockFuseStatus(int serial) {
@@ -166,8 +163,7 @@ int VsQmiClient::getSimlockFuseStatus(int serial) {
 }
 
 int VsQmiClient::handleGetSimlockFuseStateMessage(const MessagePtr& msg) {
-    return serve<SerialVoidParam>(__func__, ASYNC_TEXTS, msg,
-                                  &ModemResponseProxy::respondGetSimlockFuseStatus,
+    return serve<SerialVoidParam>(__func__, ASYNC_TEXTS, msg, &Proxy::respondGetSimlockFuseStatus,
                                   [](const auto&, uint32_t& status) {
                                       return fetch(modem_api_get_simlock_fuse_status, status);
                                   });
@@ -178,8 +174,7 @@ int VsQmiClient::rebootModem(int serial) {
 }
 
 int VsQmiClient::handleRebootModemMessage(const MessagePtr& msg) {
-    return serve<SerialVoidParam>(__func__, ASYNC_TEXTS, msg,
-                                  &ModemResponseProxy::respondRebootModem,
+    return serve<SerialVoidParam>(__func__, ASYNC_TEXTS, msg, &Proxy::respondRebootModem,
                                   [](const auto&) { return modem_subsystem_reboot(); });
 }
 
@@ -192,15 +187,14 @@ int VsQmiClient::setAgpsTestMode(int serial, unsigned int mode) {
 }
 
 int VsQmiClient::handleSetAgpsTestModeMessage(const MessagePtr& msg) {
-    return serveAsync<SerialUintParam>(__func__, msg, &ModemResponseProxy::respondSetAgpsTestMode,
-                                       [](const auto& request, void* cookie) {
-                                           return modem_api_set_agps_test_mode(
-                                                   request.value, cookie, modemApiAsyncCallback);
-                                       });
+    return serveAsync<SerialUintParam>(
+            __func__, msg, &Proxy::respondSetAgpsTestMode, [](const auto& request, void* cookie) {
+                return modem_api_set_agps_test_mode(request.value, cookie, modemApiAsyncCallback);
+            });
 }
 
 int VsQmiClient::processSetAgpsTestModeAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondSetAgpsTestMode);
+    return finish(__func__, completion, &Proxy::respondSetAgpsTestMode);
 }
 
 int VsQmiClient::getAgpsTestMode(int serial) {
@@ -208,15 +202,14 @@ int VsQmiClient::getAgpsTestMode(int serial) {
 }
 
 int VsQmiClient::handleGetAgpsTestModeMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondGetAgpsTestMode,
-                                       [](const auto&, void* cookie) {
-                                           return modem_api_get_agps_test_mode(
-                                                   cookie, modemApiAsyncCallback);
-                                       });
+    return serveAsync<SerialVoidParam>(
+            __func__, msg, &Proxy::respondGetAgpsTestMode, [](const auto&, void* cookie) {
+                return modem_api_get_agps_test_mode(cookie, modemApiAsyncCallback);
+            });
 }
 
 int VsQmiClient::processGetAgpsTestModeAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondGetAgpsTestMode,
+    return finish(__func__, completion, &Proxy::respondGetAgpsTestMode,
                   [](const auto& payload, uint32_t& mode) {
                       mode = payload.agps_test_mode;
                       return ERRNO_SUCCESS;
@@ -229,14 +222,13 @@ int VsQmiClient::getModemPowerSaveMode(int serial) {
 
 int VsQmiClient::handleGetModemPowerSaveModeMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(
-            __func__, msg, &ModemResponseProxy::respondGetModemPowerSaveMode,
-            [](const auto&, void* cookie) {
+            __func__, msg, &Proxy::respondGetModemPowerSaveMode, [](const auto&, void* cookie) {
                 return modem_api_get_power_save_mode(cookie, modemApiAsyncCallback);
             });
 }
 
 int VsQmiClient::processGetModemPowerSaveModeAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondGetModemPowerSaveMode,
+    return finish(__func__, completion, &Proxy::respondGetModemPowerSaveMode,
                   [](const auto& payload, uint8_t& mode) {
                       mode = payload.power_save_mode;
                       return ERRNO_SUCCESS;
@@ -249,15 +241,15 @@ int VsQmiClient::setModemPowerSaveMode(int serial, unsigned char mode) {
 }
 
 int VsQmiClient::handleSetModemPowerSaveModeMessage(const MessagePtr& msg) {
-    return serveAsync<SerialByteParam>(
-            __func__, msg, &ModemResponseProxy::respondSetModemPowerSaveMode,
-            [](const auto& request, void* cookie) {
-                return modem_api_set_power_save_mode(request.value, cookie, modemApiAsyncCallback);
-            });
+    return serveAsync<SerialByteParam>(__func__, msg, &Proxy::respondSetModemPowerSaveMode,
+                                       [](const auto& request, void* cookie) {
+                                           return modem_api_set_power_save_mode(
+                                                   request.value, cookie, modemApiAsyncCallback);
+                                       });
 }
 
 int VsQmiClient::processSetModemPowerSaveModeAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondSetModemPowerSaveMode);
+    return finish(__func__, completion, &Proxy::respondSetModemPowerSaveMode);
 }
 
 int VsQmiClient::setModemPowerSaveStatus(int serial, unsigned char status) {
@@ -266,8 +258,7 @@ int VsQmiClient::setModemPowerSaveStatus(int serial, unsigned char status) {
 }
 
 int VsQmiClient::handleSetModemPowerSaveStatusMessage(const MessagePtr& msg) {
-    return serveAsync<SerialByteParam>(__func__, msg,
-                                       &ModemResponseProxy::respondSetModemPowerSaveStatus,
+    return serveAsync<SerialByteParam>(__func__, msg, &Proxy::respondSetModemPowerSaveStatus,
                                        [](const auto& request, void* cookie) {
                                            return modem_api_set_power_save_status(
                                                    request.value, cookie, modemApiAsyncCallback);
@@ -275,7 +266,7 @@ int VsQmiClient::handleSetModemPowerSaveStatusMessage(const MessagePtr& msg) {
 }
 
 int VsQmiClient::processSetModemPowerSaveStatusAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondSetModemPowerSaveStatus);
+    return finish(__func__, completion, &Proxy::respondSetModemPowerSaveStatus);
 }
 
 int VsQmiClient::setModemProperty(int serial, const std::string& name, const std::string& value) {
@@ -287,15 +278,14 @@ int VsQmiClient::setModemProperty(int serial, const std::string& name, const std
 int VsQmiClient::handleSetModemPropertyMessage(const MessagePtr& msg) {
     const char* func = __func__;
     return serveAsync<ModemPropertyParam>(
-            func, msg, &ModemResponseProxy::respondSetModemProperty,
-            [func](const auto& request, void* cookie) {
+            func, msg, &Proxy::respondSetModemProperty, [func](const auto& request, void* cookie) {
                 const modem_property_record record = propertyRecord(func, request);
                 return modem_api_set_modem_property(&record, cookie, modemApiAsyncCallback);
             });
 }
 
 int VsQmiClient::processSetModemPropertyAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondSetModemProperty);
+    return finish(__func__, completion, &Proxy::respondSetModemProperty);
 }
 
 int VsQmiClient::getModemProperty(int serial, const std::string& name) {
@@ -305,15 +295,14 @@ int VsQmiClient::getModemProperty(int serial, const std::string& name) {
 
 int VsQmiClient::handleGetModemPropertyMessage(const MessagePtr& msg) {
     return serveAsync<SerialStringParam>(
-            __func__, msg, &ModemResponseProxy::respondGetModemProperty,
-            [](const auto& request, void* cookie) {
+            __func__, msg, &Proxy::respondGetModemProperty, [](const auto& request, void* cookie) {
                 return modem_api_get_modem_property(request.value.c_str(), cookie,
                                                     modemApiAsyncCallback);
             });
 }
 
 int VsQmiClient::processGetModemPropertyAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondGetModemProperty,
+    return finish(__func__, completion, &Proxy::respondGetModemProperty,
                   [](const auto& payload, std::string& value) {
                       value = textOf(payload.property_value);
                       return ERRNO_SUCCESS;
@@ -327,8 +316,7 @@ int VsQmiClient::deleteModemProperty(int serial, const std::string& name) {
 
 int VsQmiClient::handleDeleteModemPropertyMessage(const MessagePtr& msg) {
     return serve<SerialStringParam>(
-            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDeleteModemProperty,
-            [](const auto& request) {
+            __func__, SYNC_TEXTS, msg, &Proxy::respondDeleteModemProperty, [](const auto& request) {
                 return modem_api_delete_modem_property_sync(request.value.c_str());
             });
 }

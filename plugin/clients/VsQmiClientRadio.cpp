@@ -51,13 +51,13 @@ int VsQmiClient::getBandsInfo(int serial) {
 
 int VsQmiClient::handleGetBandsInfoMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(
-            __func__, msg, &ModemResponseProxy::respondGetBandsInfo, [](const auto&, void* cookie) {
+            __func__, msg, &Proxy::respondGetBandsInfo, [](const auto&, void* cookie) {
                 return modem_get_bands_info(cookie, modemApiAsyncCallback);
             });
 }
 
 int VsQmiClient::processGetBandsInfoAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondGetBandsInfo,
+    return finish(__func__, completion, &Proxy::respondGetBandsInfo,
                   [](const auto& payload, BandsInfoType& bands) {
                       bands = bandsOf(payload.bands);
                       return ERRNO_SUCCESS;
@@ -69,15 +69,14 @@ int VsQmiClient::removeRatMask(int serial) {
 }
 
 int VsQmiClient::handleRemoveRatMaskMessage(const MessagePtr& msg) {
-    return serveAsync<SerialVoidParam>(__func__, msg, &ModemResponseProxy::respondRemoveRatMask,
-                                       [](const auto&, void* cookie) {
-                                           return modem_api_remove_rat_mask(cookie,
-                                                                            modemApiAsyncCallback);
-                                       });
+    return serveAsync<SerialVoidParam>(
+            __func__, msg, &Proxy::respondRemoveRatMask, [](const auto&, void* cookie) {
+                return modem_api_remove_rat_mask(cookie, modemApiAsyncCallback);
+            });
 }
 
 int VsQmiClient::processRemoveRatMaskAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondRemoveRatMask);
+    return finish(__func__, completion, &Proxy::respondRemoveRatMask);
 }
 
 int VsQmiClient::abortRRCConnection(int serial) {
@@ -86,14 +85,13 @@ int VsQmiClient::abortRRCConnection(int serial) {
 
 int VsQmiClient::handleAbortRRCConnectionMessage(const MessagePtr& msg) {
     return serveAsync<SerialVoidParam>(
-            __func__, msg, &ModemResponseProxy::respondAbortRRCConnection,
-            [](const auto&, void* cookie) {
+            __func__, msg, &Proxy::respondAbortRRCConnection, [](const auto&, void* cookie) {
                 return modem_abort_rrc_connection(cookie, modemApiAsyncCallback);
             });
 }
 
 int VsQmiClient::processAbortRRCConnectionResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondAbortRRCConnection);
+    return finish(__func__, completion, &Proxy::respondAbortRRCConnection);
 }
 
 int VsQmiClient::setRadioInfoReportEnabled(int serial, unsigned int enabled) {
@@ -102,8 +100,7 @@ int VsQmiClient::setRadioInfoReportEnabled(int serial, unsigned int enabled) {
 }
 
 int VsQmiClient::handleSetRadioInfoReportEnabledMessage(const MessagePtr& msg) {
-    return serveAsync<SerialUintParam>(__func__, msg,
-                                       &ModemResponseProxy::respondSetRadioInfoReportEnabled,
+    return serveAsync<SerialUintParam>(__func__, msg, &Proxy::respondSetRadioInfoReportEnabled,
                                        [](const auto& request, void* cookie) {
                                            return modem_api_set_radio_info_report_enabled(
                                                    request.value, cookie, modemApiAsyncCallback);
@@ -111,11 +108,11 @@ int VsQmiClient::handleSetRadioInfoReportEnabledMessage(const MessagePtr& msg) {
 }
 
 int VsQmiClient::processSetRadioInfoReportEnabledAsyncResponse(const Completion& completion) {
-    return finish(__func__, completion, &ModemResponseProxy::respondSetRadioInfoReportEnabled);
+    return finish(__func__, completion, &Proxy::respondSetRadioInfoReportEnabled);
 }
 
 // ---- Events, handed to the upper layer field by field
-// --------------------------------------------
+// ---------------------------------------------
 
 int VsQmiClient::reportRRCStateInd(const void* data, size_t length) const {
     modem_rrc_state_event event;

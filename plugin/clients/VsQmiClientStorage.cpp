@@ -39,7 +39,7 @@ int VsQmiClient::readNVItem(int serial, signed char selector1, int item, signed 
 
 int VsQmiClient::handleReadNVItemMessage(const MessagePtr& msg) {
     return serve<NVItemParam>(
-            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondReadNVItem,
+            __func__, SYNC_TEXTS, msg, &Proxy::respondReadNVItem,
             [](const auto& request, std::vector<uint8_t>& data) {
                 return readInto<NV_ITEM_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_nv_for_subid(request.selector1, request.item,
@@ -57,12 +57,11 @@ int VsQmiClient::writeNVItem(int serial, signed char selector1, int item, signed
 
 int VsQmiClient::handleWriteNVItemMessage(const MessagePtr& msg) {
     // The modem's function for writing has no second selector.
-    return serve<NVItemParam>(__func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondWriteNVItem,
-                              [](const auto& request) {
-                                  return modem_write_nv_for_subid(request.selector1, request.item,
-                                                                  request.data.data(),
-                                                                  request.data.size());
-                              });
+    return serve<NVItemParam>(
+            __func__, SYNC_TEXTS, msg, &Proxy::respondWriteNVItem, [](const auto& request) {
+                return modem_write_nv_for_subid(request.selector1, request.item,
+                                                request.data.data(), request.data.size());
+            });
 }
 
 int VsQmiClient::readEfsFile(int serial, int file, unsigned char subSelector) {
@@ -72,7 +71,7 @@ int VsQmiClient::readEfsFile(int serial, int file, unsigned char subSelector) {
 
 int VsQmiClient::handleReadEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondReadEfsFile,
+            __func__, SYNC_TEXTS, msg, &Proxy::respondReadEfsFile,
             [](const auto& request, std::vector<uint8_t>& data) {
                 return readInto<EFS_FILE_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_efs_for_subid(request.subSelector, request.file, buffer,
@@ -88,12 +87,11 @@ int VsQmiClient::writeEfsFile(int serial, int file, unsigned char subSelector,
 }
 
 int VsQmiClient::handleWriteEfsFileMessage(const MessagePtr& msg) {
-    return serve<EfsAccessParam>(__func__, SYNC_TEXTS, msg,
-                                 &ModemResponseProxy::respondWriteEfsFile, [](const auto& request) {
-                                     return modem_write_efs_for_subid(
-                                             request.subSelector, request.file, request.data.data(),
-                                             request.data.size());
-                                 });
+    return serve<EfsAccessParam>(
+            __func__, SYNC_TEXTS, msg, &Proxy::respondWriteEfsFile, [](const auto& request) {
+                return modem_write_efs_for_subid(request.subSelector, request.file,
+                                                 request.data.data(), request.data.size());
+            });
 }
 
 int VsQmiClient::deleteEfsFile(int serial, int file, unsigned char subSelector) {
@@ -103,8 +101,7 @@ int VsQmiClient::deleteEfsFile(int serial, int file, unsigned char subSelector) 
 
 int VsQmiClient::handleDeleteEfsFileMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDeleteEfsFile,
-            [](const auto& request) {
+            __func__, SYNC_TEXTS, msg, &Proxy::respondDeleteEfsFile, [](const auto& request) {
                 return modem_del_efs_for_subid(request.subSelector, request.file);
             });
 }
@@ -115,7 +112,7 @@ int VsQmiClient::readPrl(int serial, unsigned char selector) {
 
 int VsQmiClient::handleReadPrlMessage(const MessagePtr& msg) {
     return serve<SerialByteParam>(
-            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondReadPrl,
+            __func__, SYNC_TEXTS, msg, &Proxy::respondReadPrl,
             [](const auto& request, std::vector<uint8_t>& data) {
                 return readInto<PRL_MAX>(data, [&](uint8_t* buffer, size_t* length) {
                     return modem_read_prl(request.value, buffer, length);
@@ -130,11 +127,10 @@ int VsQmiClient::writePrl(int serial, unsigned char selector,
 }
 
 int VsQmiClient::handleWritePrlMessage(const MessagePtr& msg) {
-    return serve<PrlParam>(__func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondWritePrl,
-                           [](const auto& request) {
-                               return modem_write_prl(request.selector, request.data.data(),
-                                                      request.data.size());
-                           });
+    return serve<PrlParam>(
+            __func__, SYNC_TEXTS, msg, &Proxy::respondWritePrl, [](const auto& request) {
+                return modem_write_prl(request.selector, request.data.data(), request.data.size());
+            });
 }
 
 int VsQmiClient::verifyNV(int serial, int item, const std::vector<unsigned char>& data) {
@@ -144,7 +140,7 @@ int VsQmiClient::verifyNV(int serial, int item, const std::vector<unsigned char>
 
 int VsQmiClient::handleVerifyNVMessage(const MessagePtr& msg) {
     return serve<NVItemParam>(
-            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondVerifyNV,
+            __func__, SYNC_TEXTS, msg, &Proxy::respondVerifyNV,
             [](const auto& request, uint8_t& verified) {
                 modem_nv_verification verification{};
                 const int result = modem_verify_nv(request.item, request.data.data(),
@@ -161,6 +157,6 @@ int VsQmiClient::deleteEfsFileDir(int serial, int directory) {
 
 int VsQmiClient::handleDeleteEfsFileDirMessage(const MessagePtr& msg) {
     return serve<EfsAccessParam>(
-            __func__, SYNC_TEXTS, msg, &ModemResponseProxy::respondDeleteEfsFileDir,
+            __func__, SYNC_TEXTS, msg, &Proxy::respondDeleteEfsFileDir,
             [](const auto& request) { return modem_del_efs_file_dir(request.file); });
 }

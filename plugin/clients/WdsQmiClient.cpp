@@ -72,7 +72,7 @@ int WdsQmiClient::handleCheckImsProfileNormalMessage(const MessagePtr& msg) {
     // The modem decides what is normal; its value is passed on, also when the call failed.
     return serve<SerialVoidParam>(
             __func__, {"failed to check ims profile", "successfully check ims profile"}, msg,
-            &ModemResponseProxy::respondIsImsProfileNormal,
+            &Proxy::respondIsImsProfileNormal,
             [](const auto&, uint32_t& state) { return modem_qdp_check_ims_profile(&state); },
             BOUND);
 }
@@ -84,7 +84,7 @@ int WdsQmiClient::deleteImsProfile(int serial) {
 int WdsQmiClient::handleDeleteImsProfileMessage(const MessagePtr& msg) {
     // Needs the connection, but no bound subscription.
     const char* func = __func__;
-    return serve<SerialVoidParam>(func, {}, msg, &ModemResponseProxy::respondDeleteImsProfile,
+    return serve<SerialVoidParam>(func, {}, msg, &Proxy::respondDeleteImsProfile,
                                   [func](const auto&) { return deleteProfiles(func); });
 }
 

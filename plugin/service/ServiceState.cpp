@@ -12,6 +12,8 @@
 #include <ctime>
 #include <iterator>
 
+#include "params/OwnedFd.h"
+
 namespace {
 
 __attribute__((format(printf, 2, 3))) void append(std::string& text, const char* format, ...) {
@@ -112,23 +114,6 @@ private:
     sigset_t mPipe;
     sigset_t mBefore;
     bool mWasPending;
-};
-
-/** A descriptor that is closed at the end. */
-class OwnedFd {
-public:
-    explicit OwnedFd(int fd) : mFd(fd) {}
-    ~OwnedFd() {
-        if (mFd >= 0) {
-            close(mFd);
-        }
-    }
-    OwnedFd(const OwnedFd&) = delete;
-    OwnedFd& operator=(const OwnedFd&) = delete;
-    int get() const { return mFd; }
-
-private:
-    const int mFd;
 };
 
 /** Moves the text into a pipe by way of one of our own: a splice alone does not wait for room. */
