@@ -19,7 +19,7 @@ DOC = '"""'
 
 # Lines at most. A change that needs more of one takes them from something else in it.
 CEILINGS = {
-    'plug-in with its interface': (4390, ('plugin', 'interfaces')),
+    'plug-in with its interface': (4355, ('plugin', 'interfaces')),
     'transport and what it shares': (2120, ('desk/libhidlbase', 'desk/runtime')),
     'lib-framework': (690, ('desk/lib-framework',)),
     'libcutils, libutils': (285, ('desk/libcutils', 'desk/libutils')),
@@ -32,7 +32,7 @@ CEILINGS = {
     'bench': (530, ('bench',)),
     'everything': (21300, ('',)),
 }
-TESTS_MAX = 41.4  # in % of the rest
+TESTS_MAX = 41.5  # in % of the rest
 
 
 def is_code(path):

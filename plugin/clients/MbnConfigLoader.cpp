@@ -1,5 +1,7 @@
 #include "clients/MbnConfigLoader.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>

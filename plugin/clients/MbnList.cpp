@@ -1,5 +1,7 @@
 #include "clients/MbnList.h"
 
+#include <sys/stat.h>
+
 #include "clients/InputFile.h"
 #include "params/ModemLog.h"
 #include "params/OwnedFd.h"

@@ -178,8 +178,7 @@ int VsQmiClient::handleRebootModemMessage(const MessagePtr& msg) {
                                   [](const auto&) { return modem_subsystem_reboot(); });
 }
 
-// ---- Settings
-// ------------------------------------------------------------------------------------
+// ---- Settings ----------------------------------------------------------------------------------
 
 int VsQmiClient::setAgpsTestMode(int serial, unsigned int mode) {
     LOG_I("%s: serial = %d, mode = %u", __func__, serial, mode);

@@ -111,8 +111,7 @@ int VsQmiClient::processSetRadioInfoReportEnabledAsyncResponse(const Completion&
     return finish(__func__, completion, &Proxy::respondSetRadioInfoReportEnabled);
 }
 
-// ---- Events, handed to the upper layer field by field
-// ---------------------------------------------
+// ---- Events, handed to the upper layer field by field ------------------------------------------
 
 int VsQmiClient::reportRRCStateInd(const void* data, size_t length) const {
     modem_rrc_state_event event;
