@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -213,7 +214,10 @@ void Recorder::openNext() {
     const auto name = [this](uint64_t age) {
         return age == 0 ? mPath : mPath + "." + std::to_string(age);
     };
-    for (uint64_t age = mFiles - 1; age > 0; --age) {
+    // A file that took nothing has its name used again.
+    struct stat file {};
+    const bool isKept = stat(mPath.c_str(), &file) == 0 && file.st_size > 0;
+    for (uint64_t age = isKept ? mFiles - 1 : 0; age > 0; --age) {
         rename(name(age - 1).c_str(), name(age).c_str());
     }
     mFile = open(mPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
