@@ -220,7 +220,7 @@ void Recorder::openNext() {
     for (uint64_t age = isKept ? mFiles - 1 : 0; age > 0; --age) {
         rename(name(age - 1).c_str(), name(age).c_str());
     }
-    mFile = open(mPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    mFile = open(mPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
     mWritten = 0;
     const std::string line = firstLine();
     if (!append(line.data(), line.size()) && mFile >= 0) {
