@@ -81,6 +81,19 @@ std::string servedNames(const std::string& instance) {
     return names.empty() ? "nothing yet" : names;
 }
 
+/** Puts a modem that answers from a recording where the plug-in will look for its own. */
+void replay(const std::string& recording, bool isFast) {
+    setenv("OX_MODEM_REPLAY", std::filesystem::absolute(recording).c_str(), 1);
+    if (isFast) {
+        setenv("OX_MODEM_REPLAY_FAST", "1", 1);
+    }
+    const auto libraries = std::filesystem::path(pluginBesideExecutable()).parent_path();
+    const std::string file = libraries / "replay" / "libmodemapi_vendor.so";
+    if (dlopen(file.c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) {
+        throw std::runtime_error(dlerror());
+    }
+}
+
 /** Serves until a signal. `arguments` are the plug-in's whole argument vector. */
 void serve(const std::string& plugin, const std::string& instance,
            std::vector<std::string>& arguments) {
@@ -119,6 +132,11 @@ int main(int argc, char** argv) {
     app.add_option("--instance", instance,
                    "Instance to serve (default: 0): the plug-in's -i, and the number of the "
                    "fake modem's ports");
+    std::string recording;
+    auto* option = app.add_option("--replay", recording, "Recording that takes the modem's place");
+    option->check(CLI::ExistingFile);
+    const auto* fast =
+            app.add_flag("--fast", "Replay without the recording's pauses")->needs(option);
     app.add_option("ARGS", further, "Further arguments of the plug-in, after --");
     app.footer(
             "Example: ox-modem-host --instance 1\n"
@@ -140,6 +158,9 @@ int main(int argc, char** argv) {
         arguments.push_back(argument);
     }
     try {
+        if (!recording.empty()) {
+            replay(recording, fast->count() != 0);
+        }
         serve(plugin.empty() ? pluginBesideExecutable() : plugin, number, arguments);
     } catch (const std::exception& error) {
         std::cerr << "ox-modem-host: " << error.what() << '\n';

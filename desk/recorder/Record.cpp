@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include <map>
 #include <mutex>
 
 namespace recording {
@@ -110,7 +111,7 @@ void Writer::hex(const uint8_t* data, size_t size) {
 
 void Writer::leaveOut(const void* data, size_t size) {
     mText.append("{\"length\":").append(std::to_string(size));
-    if (mPrivacy.tellsSum) {
+    if (!mPrivacy.isReplay) {
         const uint64_t sum = checksum(mPrivacy.key, data, size);
         mText += ",\"sum\":\"";
         hex(reinterpret_cast<const uint8_t*>(&sum), sizeof(sum));
@@ -172,7 +173,9 @@ void Writer::field(const Field& field, const uint8_t* data, const uint8_t* recor
         for (size_t i = 0; i < field.count; ++i) {
             const bool isSigned = field.kind == Kind::SIGNED || field.kind == Kind::TOKEN;
             uint64_t value = numberAt(data + i * field.size, field.size, isSigned);
-            value = field.kind == Kind::HANDLE ? numberOfHandle(value) : value;
+            if (field.kind == Kind::HANDLE && !mPrivacy.isReplay) {
+                value = numberOfHandle(value);
+            }
             mText += i == 0 ? "" : ",";
             mText += isSigned ? std::to_string(static_cast<int64_t>(value)) : std::to_string(value);
         }

@@ -4,9 +4,7 @@
 #include <stdint.h>
 
 #include <algorithm>
-#include <map>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "modem_api.h"
@@ -32,8 +30,6 @@ struct Record {
 
 /** The record that an event carries; null for an event that the header does not know. */
 const Record* recordOfEvent(modem_api_event_type event);
-/** The answer of each asynchronous function. */
-extern const std::map<std::string, const Record*> ANSWERS;
 
 inline size_t bounded(size_t length, size_t room) {
     return std::min(length, room);
@@ -42,8 +38,8 @@ inline size_t bounded(size_t length, size_t room) {
 /** How private contents are told. */
 struct Privacy {
     bool takesAll = false;
-    bool tellsSum = true;
-    uint64_t key[2] = {};  ///< of the checksum; known to the recording process alone
+    bool isReplay = false;  ///< compared by length; handles are numbers already
+    uint64_t key[2] = {};   ///< of the checksum; known to the recording process alone
 };
 
 /** Keyed checksum (SipHash-2-4) of private contents, so that equal ones are seen to be equal. */

@@ -83,13 +83,13 @@ Recorder::Recorder()
       mFileSize(count("recording_mib", "16") << 20),
       mFiles(count("recording_files", "4")) {
     mPrivacy.takesAll = setting("recording_all", "0") == "1";
-    if (getrandom(mPrivacy.key, sizeof(mPrivacy.key), 0) != sizeof(mPrivacy.key)) {
-        mPrivacy.tellsSum = false;
+    if (getrandom(mPrivacy.key, sizeof(mPrivacy.key), 0) < 0) {
+        mTrouble = "no key for the checksums; ";
     }
     const std::string real = setting("real_api", "/vendor/lib64/libmodemapi_vendor.real.so");
     mReal = dlopen(real.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (mReal == nullptr) {
-        mTrouble = dlerror();
+        mTrouble += dlerror();
         fprintf(stderr, "recorder: %s\n", mTrouble.c_str());
     }
     sigset_t all;

@@ -168,7 +168,8 @@ def body(api, function, is_replay):
         if 'token' in p.words:
             yield f'call.token({p.name});'
         if p.type == 'modem_api_event_callback':
-            yield f'{p.name} = call.events({p.name});'
+            replaced = '' if is_replay else f'{p.name} = '
+            yield f'{replaced}call.events({p.name});'
     if function.is_async:
         yield f'call.answers({answer_name(function.answer)}, cookie, callback);'
     yield from api.members(function, 'call.arguments', 'call.arguments', True)
@@ -195,11 +196,6 @@ def main():
              'namespace recording {', *api.records(), '}', 'using namespace recording;', '']
     for function in api.functions:
         lines += [*body(api, function, is_replay), '']
-    if is_replay:
-        rows = ''.join(f'{{"{f.name}", &{answer_name(f.answer)}}},\n'
-                       for f in api.functions if f.answer)
-        lines.append('const std::map<std::string, const Record*> recording::ANSWERS = {\n'
-                     + rows + '};')
     pathlib.Path(file).write_text('\n'.join(lines) + '\n', encoding='ascii')
 
 
