@@ -28,6 +28,7 @@ add_custom_command(
 add_custom_target(documents ALL DEPENDS ${documents})
 
 set_target_properties(${programs} PROPERTIES INSTALL_RPATH "$ORIGIN/../${private_libraries}")
+set_target_properties(recorder replay PROPERTIES INSTALL_RPATH "$ORIGIN/..")
 set_target_properties(${libraries} ox-modem-installed PROPERTIES INSTALL_RPATH "$ORIGIN")
 
 # The plug-in has a path in it, so another prefix cannot be chosen as late as this.
@@ -39,6 +40,8 @@ install(CODE "
     endif()")
 install(TARGETS ${programs} RUNTIME)
 install(TARGETS ${libraries} ox-modem-installed LIBRARY DESTINATION ${private_libraries})
+install(TARGETS recorder LIBRARY DESTINATION ${private_libraries}/recorder)
+install(TARGETS replay LIBRARY DESTINATION ${private_libraries}/replay)
 install(FILES desk/libmodemapi_vendor/device/data/vendor/modem_config/mcfg_sw/oem_sw.txt
         DESTINATION ${list_folder})
 install(FILES ${CMAKE_BINARY_DIR}/installed/completion RENAME modemctl

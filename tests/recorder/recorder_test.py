@@ -6,10 +6,12 @@ import json
 import os
 import pathlib
 import random
+import re
 import resource
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(__file__))
@@ -17,6 +19,7 @@ modem_gen = importlib.import_module("modem-gen")
 GENERATOR, HEADER, ROWS, RECORDER, MODEM, STAND_IN, HOST, MODEMCTL = (
     os.environ[name] for name in ("GENERATOR", "HEADER", "ROWS", "RECORDER", "MODEM", "STAND_IN",
                                   "HOST", "MODEMCTL"))
+SESSION = os.path.dirname(__file__) + "/../../tools/first-session.sh"
 ANSWER = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_size_t, ctypes.c_void_p, ctypes.c_uint32)
 EVENT = ctypes.CFUNCTYPE(None, ctypes.c_int32, ctypes.c_void_p, ctypes.c_size_t)
 CALLS, THREADS = 125_000, 8
@@ -114,6 +117,63 @@ def full_disk():
     both.real.test_storm(call, 1, 10_000)
     resource.setrlimit(resource.RLIMIT_FSIZE, (resource.RLIM_INFINITY,) * 2)
     both.real.test_storm(call, 1, 10)
+
+
+def desk(steps, folder, *options, **environment):
+    """The answers of the desk to the steps; the fake modem's commands go to the fake modem alone."""
+    environment = {**os.environ, "OX_RUNTIME_DIR": folder, **environment}
+    with open(folder + "/log", "w") as log:
+        host = subprocess.Popen([HOST, *options], env=environment, stdout=subprocess.PIPE, stderr=log,
+                                text=True)
+    assert host.stdout.readline().startswith("ready:")
+    answers = []
+    for step in steps:
+        if step.startswith("call") or not options:
+            run = subprocess.run([MODEMCTL, *step.split()], env=environment, timeout=60,
+                                 stdout=subprocess.PIPE, text=True)
+            answers += [re.sub(" serial=[0-9]+", "", run.stdout)] * step.startswith("call")
+        time.sleep(0 if step.startswith("call") else 0.3)  # until the modem has told of it
+    host.terminate()
+    host.communicate(timeout=60)
+    assert host.returncode == 0
+    return answers, pathlib.Path(folder, "log").read_text()
+
+
+def recorded(steps, folder):
+    recorder = {"OX_MODEM_REAL_API": MODEM, "OX_MODEM_RECORDING": folder + "/recording",
+                "OX_MODEM_RECORDING_ALL": "1", "LD_LIBRARY_PATH": os.path.dirname(RECORDER)}
+    return desk(steps, folder, **recorder)[0]
+
+
+class ReplayTest(unittest.TestCase):
+    def test_session_is_answered_as_it_was_recorded(self):
+        table = subprocess.run(["bash", "-c", f". {SESSION}; session_table"], check=True, text=True,
+                               stdout=subprocess.PIPE).stdout
+        with tempfile.TemporaryDirectory() as folder:
+            file = pathlib.Path(folder, "row.mbn")
+            file.write_bytes(random.randbytes(2500))
+            steps = [step.replace("$mbn", str(file))
+                     for step in re.findall(r"^\+?modemctl (call .*?) +\|", table, re.M)]
+            answers = recorded(steps, folder)
+            replay = ["--replay", folder + "/recording"]
+            self.assertGreater(len(answers), 30)
+            for options in ([], ["--fast"]):
+                again, log = desk(steps, folder, *replay, *options)
+                self.assertEqual((again, "refused\n" in log), (answers, False))
+            os.truncate(replay[1], os.path.getsize(replay[1]) // 2)
+            again, log = desk(steps, folder, *replay, "--fast")
+            self.assertEqual((again[0], "error=0" in again[-1]), (answers[0], False))
+            self.assertRegex(log, r"replay: .*, after line \d+: modem_\w+ .* is refused")
+
+    def test_faults_come_back(self):
+        steps = ["call getBuildId", "fake delay modem_get_build_time 400", "call getBuildTime",
+                 "fake disconnect dms", "call getOperatingMode", "fake connect dms",
+                 "fake fail modem_get_bands_info 1 1", "call getBandsInfo", "call getBandsInfo"]
+        with tempfile.TemporaryDirectory() as folder:
+            answers = recorded(steps, folder)
+            start = time.monotonic()
+            self.assertEqual(desk(steps, folder, "--replay", folder + "/recording")[0], answers)
+            self.assertGreater(time.monotonic() - start, 0.4 + 4 * 0.3)
 
 
 class RecorderTest(unittest.TestCase):
