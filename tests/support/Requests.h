@@ -57,7 +57,7 @@ struct Value {
     std::string bytes{};
 };
 
-/** All 52, in the order of the interface. */
+/** All, in the order of the interface. */
 const std::vector<Request>& requests();
 
 /** Puts the arguments into a call or a line of a request. */

@@ -4,6 +4,8 @@
 #include <set>
 #include <sstream>
 
+#include <vendor/lyr/modem/1.0/table.h>
+
 #include "tests/system/System.h"
 
 namespace {
@@ -54,7 +56,8 @@ TEST_F(Requests, AreAnsweredAsDocumentedOnBothInstances) {
         EXPECT_EQ(clients[0].call(row[0]), row[1]) << row[0];
         EXPECT_EQ(clients[1].call(row[0]), row[2]) << row[0];
     }
-    EXPECT_EQ(called.size(), 52U);
+    // All but setCallback, which has no answer.
+    EXPECT_EQ(called.size(), vendor::lyr::modem::V1_0::IModem_table.methodCount - 1);
     const char* const states[][3] = {{"state sar-state", " 2\n", " 0\n"},
                                      {"state service.sar", "up", "closed"},
                                      {"state service.nas", "up bound 0", "up bound 1"},
