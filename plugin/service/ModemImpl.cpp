@@ -28,6 +28,7 @@ const ModemImpl::ClientRow ModemImpl::CLIENTS[] = {
 
 // Never destroyed: requests and events arrive even while the process exits.
 std::shared_ptr<ModemImpl>& ModemImpl::sInstance = *new std::shared_ptr<ModemImpl>;
+std::mutex ModemImpl::sInstanceMutex;
 
 std::shared_ptr<ModemImpl> ModemImpl::create(int instanceId) {
     sp<ModemImpl> strong(new ModemImpl(instanceId));
@@ -68,8 +69,12 @@ ModemImpl::~ModemImpl() {
 }
 
 int ModemImpl::setup() {
-    // First: opening a connection raises an event, whose handling looks the client up here.
-    std::atomic_store(&sInstance, shared_from_this());
+    {
+        // First: opening a connection raises an event, whose handling looks the client up here.
+        const std::shared_ptr<ModemImpl> self = shared_from_this();
+        std::lock_guard lock(sInstanceMutex);
+        sInstance = self;
+    }
     for (const ClientRow& row : CLIENTS) {
         QmiClient* const client = row.client(*this);
         const int result = client != nullptr ? client->setup() : ERRNO_SUCCESS;
@@ -139,7 +144,8 @@ ServiceState ModemImpl::getState() const {
 }
 
 std::shared_ptr<ModemImpl> ModemImpl::getInstance() {
-    return std::atomic_load(&sInstance);
+    std::lock_guard lock(sInstanceMutex);
+    return sInstance;
 }
 
 std::shared_ptr<QmiClient> ModemImpl::getQmiClient(modem_api_qmi_service_type service) {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include <framework/Errno.h>
@@ -204,6 +205,7 @@ private:
     const int32_t mInstanceId;
     const std::string mServiceName;
 
-    /** Read and written atomically: the modem's threads read it while `setup` writes it. */
+    /** Set by `setup` while the modem's threads may read it already, hence with a lock. */
     static std::shared_ptr<ModemImpl>& sInstance;
+    static std::mutex sInstanceMutex;
 };
