@@ -22,7 +22,6 @@ namespace {
 
 constexpr size_t ROOM = 4 << 20;    // bytes in the buffer
 constexpr size_t PIECE = 64 << 10;  // bytes written at once
-constexpr char DROPPED[] = "{\"dropped\":";
 
 /** OX_MODEM_<name> of the environment, or the property of that name. */
 std::string setting(const std::string& name, const char* otherwise) {
@@ -155,12 +154,15 @@ void Recorder::run() {
         const bool isLast = mStopped;
         std::string lines;
         lines.swap(mBuffer);
+        lock.unlock();
+        const uint64_t failed = writeOut(lines);
+        lock.lock();
+        mDropped += failed;
         const uint64_t dropped = mDropped;
         lock.unlock();
-        if (dropped != mTold) {
-            lines += DROPPED + std::to_string(dropped) + "}\n";
+        if (dropped != mTold && writeOut("{\"dropped\":" + std::to_string(dropped) + "}\n") == 0) {
+            mTold = dropped;
         }
-        writeOut(lines);
         lock.lock();
         if (isLast) {
             return;
@@ -168,25 +170,21 @@ void Recorder::run() {
     }
 }
 
-/** Writes whole lines; those that find no room on the disk count as dropped. */
-void Recorder::writeOut(const std::string& lines) {
+/** Writes whole lines, and tells how many of them found no room on the disk. */
+uint64_t Recorder::writeOut(const std::string& lines) {
+    int64_t failed = 0;
     for (size_t at = 0; at < lines.size();) {
         size_t end = lines.rfind('\n', at + PIECE);
         end = (end == std::string::npos || end < at ? lines.find('\n', at) : end) + 1;
         if (mFile < 0 || mWritten >= mFileSize) {
             openNext();
         }
-        const size_t note = lines.find(DROPPED, at);
-        const bool hasNote = note < end;
-        if (append(lines.data() + at, end - at)) {
-            mTold = hasNote ? strtoull(&lines[note + strlen(DROPPED)], nullptr, 10) : mTold;
-        } else {
-            std::lock_guard lock(mMutex);
-            mDropped += static_cast<uint64_t>(std::count(&lines[at], &lines[end - 1] + 1, '\n'));
-            mDropped -= hasNote ? 1 : 0;
+        if (!append(&lines[at], end - at)) {
+            failed += std::count(&lines[at], &lines[end - 1] + 1, '\n');
         }
         at = end;
     }
+    return static_cast<uint64_t>(failed);
 }
 
 /** Adds to the file, or leaves it as it was. */

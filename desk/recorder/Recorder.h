@@ -45,7 +45,7 @@ private:
     Recorder();
 
     void run();
-    void writeOut(const std::string& lines);
+    uint64_t writeOut(const std::string& lines);
     bool append(const char* data, size_t size);
     void openNext();
     std::string firstLine() const;

@@ -78,12 +78,9 @@ class Api:
             if name.startswith('unused'):
                 continue
             if kind in self.structs:
-                yield from self.fields_at(kind, f'{path}{name}.')
+                yield from self.fields(kind, f'{path}{name}.')
                 continue
             yield path + name, kind, lengths, row.get(name, '')
-
-    def fields_at(self, struct, prefix):
-        return list(self.fields(struct, prefix))
 
     def record(self, struct, part=None):
         if struct in self.scalars:
