@@ -18,7 +18,8 @@ struct Options {
     double wait = 0;                ///< seconds for the service to come
     bool follow = false;
     bool why = false;
-    std::string out;  ///< file for the bytes of an answer, "" for none
+    std::optional<std::string> device;  ///< serial of a device, "" for the only one
+    std::string out;                    ///< file for the bytes of an answer, "" for none
     bool all = false;
     bool stamps = false;
     bool confirmLog = false;

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -83,6 +85,24 @@ std::string debug(int instance, const std::vector<std::string>& options) {
         throw Failure(NO_ANSWER, "the service does not tell its state");
     }
     return text;
+}
+
+/** Becomes the `adb` that asks a device. @throws Failure when there is no `adb` */
+[[noreturn]] void debugDevice(const std::string& serial, int instance, const Words& form) {
+    Words words{"adb"};
+    if (!serial.empty()) {
+        words.insert(words.end(), {"-s", serial});
+    }
+    const std::string name = api::REQUESTS.descriptor + ("/" + sharing::name(instance));
+    words.insert(words.end(), {"shell", "lshal", "debug", name});
+    words.insert(words.end(), form.begin(), form.end());
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    execvp("adb", arguments.data());
+    throw Failure(NO_SERVICE, std::string("cannot run adb: ") + strerror(errno));
 }
 
 /** Who holds the callbacks, as far as the host has seen. */
@@ -190,8 +210,12 @@ ExitCode wait(int instance, double seconds) {
     return ANSWERED;
 }
 
-ExitCode printDebug(int instance, std::vector<std::string> options) {
-    std::cout << debug(instance, options) << std::flush;
+ExitCode printDebug(const Options& options) {
+    const Words form = options.json ? Words{"json"} : Words();
+    if (options.device) {
+        debugDevice(*options.device, options.instance, form);
+    }
+    std::cout << debug(options.instance, form) << std::flush;
     return ANSWERED;
 }
 

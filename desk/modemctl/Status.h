@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Failure.h"
+#include "Options.h"
 
 /** What can be seen of the services from outside; neither of these takes the callbacks. */
 namespace status {
@@ -15,6 +16,6 @@ ExitCode print(bool json, int instance);
 ExitCode wait(int instance, double seconds);
 
 /** An instance's own words about its state. @throws Failure when there is no service */
-ExitCode printDebug(int instance, std::vector<std::string> options);
+ExitCode printDebug(const Options& options);
 
 }  // namespace status

@@ -148,9 +148,10 @@ private:
                 }
                 return status::wait(mOptions.instance, seconds);
             });
-        add("debug", "What the service tells about its state", 0, [this](const Words&) {
-            return status::printDebug(mOptions.instance, mOptions.json ? Words{"json"} : Words());
-        });
+        CLI::App& debug = add("debug", "The state as the service itself prints it", 0,
+                              [this](const Words&) { return status::printDebug(mOptions); });
+        debug.add_option("--adb", mOptions.device, "Of a device: [SERIAL], by lshal debug")
+                ->expected(0, 1);
         add("at", "LINE: types at the modem's AT port and prints the reply", 1,
             [this](const Words& words) {
                 if (words.empty()) {

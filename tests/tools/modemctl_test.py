@@ -226,6 +226,20 @@ class ModemctlTest(unittest.TestCase):
                                        text=True, env=self.desk.environment)
                 self.assertEqual((found.stdout.strip(), found.stderr), (completed, ""))
 
+    def test_debug_of_a_device(self):
+        adb = self.desk.folder / "adb"
+        adb.write_text("#!/bin/sh\necho $*\n")
+        for path, words, expected in (
+                (adb.parent, "debug --adb", "shell lshal debug {}0\n"),
+                (adb.parent, "--instance 1 --json debug --adb emu",
+                 "-s emu shell lshal debug {}1 json\n"),
+                ("/nowhere", "debug --adb", "modemctl: cannot run adb: No such file or directory\n")):
+            adb.chmod(0o755)
+            done = subprocess.run([program("modemctl"), *words.split()], text=True,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                  env={**os.environ, "PATH": f"{path}"})
+            self.assertEqual(done.stdout, expected.format("vendor.lyr.modem@1.0::IModem/instance"))
+
     def test_zsh_completes_an_empty_word(self):
         if shutil.which("zsh") is None:
             self.skipTest("no zsh")
