@@ -3,7 +3,6 @@
 #include <cutils/properties.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <inttypes.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -125,16 +124,16 @@ bool Recorder::take(uint64_t number, Waiting& waiting) {
 
 void Recorder::write(const char* kind, uint64_t number, const std::string& members) {
     thread_local const long thread = syscall(SYS_gettid);
-    char head[160];
-    snprintf(head, sizeof(head), "{\"t\":%" PRIu64 ",\"thread\":%ld,\"is\":\"%s\",\"n\":%" PRIu64,
-             nanoseconds(), thread, kind, number);
+    std::string line = "{\"t\":" + std::to_string(nanoseconds());
+    line.append(",\"thread\":").append(std::to_string(thread));
+    line.append(",\"is\":\"").append(kind).append("\",\"n\":").append(std::to_string(number));
+    line.append(",").append(members, 1).append("\n");
     std::lock_guard lock(mMutex);
-    const size_t size = strlen(head) + members.size() + 1;
-    if (mStopped || mBuffer.size() + size > ROOM) {
+    if (mStopped || mBuffer.size() + line.size() > ROOM) {
         ++mDropped;
         return;
     }
-    mBuffer.append(head).append(",").append(members, 1).append("\n");
+    mBuffer += line;
     mChanged.notify_one();
 }
 

@@ -132,7 +132,8 @@ def desk(steps, folder, *options, **environment):
             run = subprocess.run([MODEMCTL, *step.split()], env=environment, timeout=60,
                                  stdout=subprocess.PIPE, text=True)
             answers += [re.sub(" serial=[0-9]+", "", run.stdout)] * step.startswith("call")
-        time.sleep(0 if step.startswith("call") else 0.3)  # until the modem has told of it
+        # Replayed, the next call comes in the middle of the pause that the recording made.
+        time.sleep(0 if step.startswith("call") else 0.5 if options else 1)
     host.terminate()
     host.communicate(timeout=60)
     assert host.returncode == 0
@@ -161,7 +162,7 @@ class ReplayTest(unittest.TestCase):
                 again, log = desk(steps, folder, *replay, *options)
                 self.assertEqual((again, "refused\n" in log), (answers, False))
             os.truncate(replay[1], os.path.getsize(replay[1]) // 2)
-            again, log = desk(steps, folder, *replay, "--fast")
+            again, log = desk([steps[0], steps[-1]], folder, *replay, "--fast")
             self.assertEqual((again[0], "error=0" in again[-1]), (answers[0], False))
             self.assertRegex(log, r"replay: .*, after line \d+: modem_\w+ .* is refused")
 
@@ -173,7 +174,7 @@ class ReplayTest(unittest.TestCase):
             answers = recorded(steps, folder)
             start = time.monotonic()
             self.assertEqual(desk(steps, folder, "--replay", folder + "/recording")[0], answers)
-            self.assertGreater(time.monotonic() - start, 0.4 + 4 * 0.3)
+            self.assertGreater(time.monotonic() - start, 0.4 + 4 * 0.5)
 
 
 class RecorderTest(unittest.TestCase):
