@@ -22,9 +22,9 @@ esac
 
 install_packages "${packages[@]}"
 if [[ $preset == fuzz ]]; then
-    build fuzz fuzz
+    build asan fuzz
     printf '%s\n' frames parcels plugin at text |
-        xargs -P 2 -n 1 tests/fuzz/run.sh build/fuzz "${2:-20}"
+        xargs -P 2 -n 1 tests/fuzz/run.sh build/asan "${2:-20}"
     exit
 fi
 if [[ $preset == device ]]; then
@@ -33,9 +33,7 @@ if [[ $preset == device ]]; then
 fi
 build "$preset"
 
-# The thread sanitizer's shadow memory does not go with every address randomisation; and it lets a
-# process sleep a second before it exits, to catch the threads that still run.
-export TSAN_OPTIONS="atexit_sleep_ms=50 ${TSAN_OPTIONS:-}"
+# The thread sanitizer's shadow memory does not go with every address randomisation.
 run=()
 if [[ $preset == tsan ]] && setarch -R true 2>/dev/null; then
     run=(setarch -R)
