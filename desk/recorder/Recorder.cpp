@@ -38,9 +38,9 @@ uint64_t count(const std::string& name, const char* otherwise) {
     return std::max<uint64_t>(1, strtoull(setting(name, otherwise).c_str(), nullptr, 10));
 }
 
-uint64_t nanoseconds() {
+uint64_t nanoseconds(clockid_t clock) {
     timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    clock_gettime(clock, &now);
     return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
@@ -124,7 +124,7 @@ bool Recorder::take(uint64_t number, Waiting& waiting) {
 
 void Recorder::write(const char* kind, uint64_t number, const std::string& members) {
     thread_local const long thread = syscall(SYS_gettid);
-    std::string line = "{\"t\":" + std::to_string(nanoseconds());
+    std::string line = "{\"t\":" + std::to_string(nanoseconds(CLOCK_MONOTONIC));
     line.append(",\"thread\":").append(std::to_string(thread));
     line.append(",\"is\":\"").append(kind).append("\",\"n\":").append(std::to_string(number));
     line.append(",").append(members, 1).append("\n");
@@ -230,6 +230,8 @@ std::string Recorder::firstLine() const {
     recording::Writer line(mPrivacy);
     line.number("recording", 1);
     line.number("pid", getpid());
+    line.number("t", nanoseconds(CLOCK_MONOTONIC));
+    line.number("wall", nanoseconds(CLOCK_REALTIME));
     line.number("dropped", mTold);
     line.text("trouble", mTrouble.c_str(), false);
     line.text("left_out",

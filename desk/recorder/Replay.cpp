@@ -33,7 +33,7 @@ std::string contents(const Json& value, bool isText) {
     std::string bytes;
     for (size_t i = 0; i < text.size(); ++i) {
         if (!isText) {
-            bytes += static_cast<char>(std::stoi(text.substr(i++, 2), nullptr, 16));
+            bytes += static_cast<char>(strtoul(text.substr(i++, 2).c_str(), nullptr, 16));
         } else if ((text[i] & 0x80) != 0 && i + 1 < text.size()) {
             bytes += static_cast<char>((text[i] & 3) << 6 | (text[i + 1] & 0x3f));
             ++i;
@@ -57,7 +57,7 @@ void fill(const recording::Record& record, const Json& members, char* data) {
             }
         } else if (field.kind == Kind::TEXT || field.kind == Kind::BYTES) {
             const std::string bytes = contents(value, field.kind == Kind::TEXT);
-            memcpy(to, bytes.data(), std::min(bytes.size(), field.count));
+            std::copy_n(bytes.data(), std::min(bytes.size(), field.count), to);
         } else {
             for (size_t i = 0; i < (value.is_array() ? value.size() : 1) && i < field.count; ++i) {
                 const Json& element = value.is_array() ? value[i] : value;
