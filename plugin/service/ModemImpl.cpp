@@ -8,9 +8,7 @@
 #include "params/ModemLog.h"
 
 using android::sp;
-using android::hardware::hidl_handle;
 using android::hardware::hidl_string;
-using android::hardware::hidl_vec;
 using android::hardware::Return;
 using android::hardware::Void;
 using vendor::lyr::modem::V1_0::IModemIndication;
