@@ -222,7 +222,7 @@ protected:
             const cmsghdr header{CMSG_LEN(descriptors * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
             memcpy(control, &header, sizeof(header));
             const std::vector<int> files(descriptors, fd);
-            memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), files.data(), descriptors * sizeof(int));
+            memcpy(control + CMSG_LEN(0), files.data(), descriptors * sizeof(int));
         }
         return sendmsg(fd, &message, MSG_NOSIGNAL) == ssize_t(bytes.size());
     }
