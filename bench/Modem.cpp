@@ -13,6 +13,11 @@ modem_api_event_callback sEvents = nullptr;
 
 }  // namespace
 
+void reportRrcState() {
+    modem_rrc_state_event state{{}, 1, 2, 0, 0};
+    sEvents(MODEM_API_EVENT_RRC_STATE, &state, sizeof(state));
+}
+
 int modem_api_init_pre(void) {
     return 0;
 }

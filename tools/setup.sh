@@ -6,6 +6,7 @@ sanitizer_packages=(clang-14 clang libclang-rt-14-dev)
 device_packages=(clang libc++-14-dev libc++abi-14-dev hidl-gen android-libutils-dev android-libcutils-dev blueprint-tools
                  libxml2-utils m4 checkpolicy secilc)
 check_packages=(clang-format-14 clang-tidy-14)
+count_packages=(valgrind binutils)
 
 # install_packages NAME...: installs those of the Debian packages that are missing.
 install_packages() {
