@@ -126,6 +126,12 @@ def desk(steps, folder, *options, **environment):
         host = subprocess.Popen([HOST, *options], env=environment, stdout=subprocess.PIPE, stderr=log,
                                 text=True)
     assert host.stdout.readline().startswith("ready:")
+    for _ in range(200):  # the modem's services connect after the start, in a replay as recorded
+        state = subprocess.run([MODEMCTL, "status"], env=environment, stdout=subprocess.PIPE,
+                               text=True, check=True).stdout
+        if state.count("connected, bound") == 3 and "not connected" not in state:
+            break
+        time.sleep(0.02)
     answers = []
     for step in steps:
         if step.startswith("call") or not options:
