@@ -138,15 +138,11 @@ private:
                       toHex(bytes.data(), bytes.size()));
         mStruck = mStruck && !lacksMemory;
         const int result = effect.result;
-        tally(Fault::CALLBACK_FAILS, result != 0);
         if (result != 0 && isNext(Effect::LOST)) {
             mStruck = false;  // for the text of the failure
             ++mAt;
         }
         if (const auto inside = effect.inside) {
-            const bool isRequest = inside->kind == Action::REQUEST;
-            tally(Fault::REQUEST_INSIDE_A_CALLBACK, isRequest);
-            tally(Fault::INSTALLED_INSIDE_A_CALLBACK, !isRequest);
             apply(*inside);
         }
         return result;
@@ -154,7 +150,6 @@ private:
 
     void respond(const Request& request, int32_t serial, int err, const std::string& payload,
                  const std::string& withoutMemory) {
-        tally(Fault::NO_RESPONSE_CALLBACK, mResponse < 0);
         if (mResponse >= 0) {
             const uint32_t error = err == 0 || err == 2 ? err : 1;
             deliver(Effect::ANSWER, mResponse, request.response->code,
@@ -173,7 +168,6 @@ private:
     }
 
     int indicate(Indication code, const std::string& bytes) {
-        tally(Fault::NO_INDICATION_CALLBACK, mIndication < 0);
         return mIndication < 0 ? 4
                                : deliver(Effect::INDICATION, mIndication, code,
                                          raw(uint32_t{0}) + bytes, "");
@@ -189,16 +183,12 @@ private:
                 break;
             case Action::ANSWER:
                 if (!mPending.empty()) {
-                    tally(Fault::ANSWER_OUT_OF_ORDER, action.number != 0);
-                    tally(Fault::ANSWER_AFTER_DISCONNECTION, !mConnected[VS]);
-                    tally(Fault::NO_MEMORY_FOR_AN_ANSWER, mStruck);
                     const Action pending = mPending[action.number];
                     mPending.erase(mPending.begin() + static_cast<ptrdiff_t>(action.number));
                     finish(pending, action.record);
                 }
                 break;
             case Action::EVENT:
-                tally(Fault::NO_MEMORY_FOR_AN_EVENT, mStruck);
                 event(static_cast<int>(action.number), action);
                 break;
             case Action::INSTALL:
@@ -225,11 +215,9 @@ private:
     void request(const Action& action) {
         const Qmi client = action.request->service;
         mWaiting.insert(action.serial);
-        tally(Fault::CLIENT_ABSENT, isAbsent(client));
         if (isAbsent(client)) {
             refuse(action, 4);
         } else if (mStruck) {
-            tally(Fault::NO_MEMORY_FOR_A_REQUEST);
             mStruck = false;
             refuse(action, 5);
         } else if (!post({client, Item::REQUEST, action})) {
@@ -242,7 +230,6 @@ private:
             return other.client == item.client;
         });
         const bool isFull = static_cast<size_t>(waiting) >= mLimit;
-        tally(Fault::QUEUE_FULL, isFull);
         // Without memory for a message, only one of the plug-in's own may vanish.
         const bool hasVanished = mStruck && desk::pendingMessages() == mQueue.size();
         mStruck = mStruck && !hasVanished;
@@ -267,7 +254,6 @@ private:
                                         [&](const Item& item) { return item.client == client; });
         const Item item = *first;
         mQueue.erase(first);
-        tally(Fault::NO_MEMORY_FOR_A_STEP, mStruck);
         if (item.kind == Item::REQUEST) {
             if ((client == NAS || client == WDS) && !mBindings[client].isBound) {
                 mBindings[client].retries = 20;
@@ -294,8 +280,6 @@ private:
         } else if (binding.retries < 20) {
             ++binding.retries;
             post({client, Item::BIND});
-        } else {
-            tally(Fault::BIND_GIVEN_UP);
         }
     }
 
@@ -305,7 +289,6 @@ private:
                 mConnected[row.service] && (row.service != NAS || mBindings[NAS].isBound) &&
                 (row.service != WDS || row.way == Way::DELETE || mBindings[WDS].isBound);
         if (!isReady && row.way != Way::FILE && row.way != Way::CONFIRM) {
-            tally(Fault::NOT_CONNECTED);
             refuseToken(action, 4);
             return;
         }
@@ -428,10 +411,10 @@ private:
         const std::string& data = action.record.bytes;
         const size_t size = action.record.isNull ? 0 : data.size();
         const auto layout = SIZES.find(number);
-        tally(Fault::EVENT_UNKNOWN, layout == SIZES.end());
         if (layout == SIZES.end() || size < layout->second) {
-            tally(Fault::EVENT_TOO_SHORT, layout != SIZES.end());
-        } else if (number <= 1) {
+            return;
+        }
+        if (number <= 1) {
             if (size == 4 && !isAbsent(at<int>(data, 0))) {
                 connect(at<int>(data, 0), number == 0);
             }
@@ -452,7 +435,6 @@ private:
         if (service == 231 || service == 99) {
             return;
         }
-        tally(isConnected ? Fault::CONNECTED_AGAIN : Fault::DISCONNECTED);
         mConnected[service] = isConnected;
         if (!isConnected) {
             return;
@@ -480,8 +462,7 @@ private:
         const auto serial = at<int32_t>(data, 8);
         auto& pending = mWorld.tokens[kind];
         const auto found = std::find(pending.begin(), pending.end(), serial);
-        tally(Fault::TOKEN_UNKNOWN, found == pending.end());  // sent upward all the same
-        if (found != pending.end()) {
+        if (found != pending.end()) {  // an unknown one is sent upward all the same
             pending.erase(found);
             check(mWaiting.erase(serial) == 1, "a request is answered again");
         }
@@ -499,7 +480,6 @@ private:
 
     void keep(std::optional<std::string>& kept, Indication code, const std::string& bytes) {
         if (indicate(code, bytes) == 4 && !kept && !mStruck) {
-            tally(Fault::EVENT_KEPT);
             kept = bytes;  // the first one stays
         }
     }
@@ -508,8 +488,6 @@ private:
     int replay(std::optional<std::string>& kept, Indication code) {
         const std::optional<std::string> taken = std::exchange(kept, std::nullopt);
         const int result = taken ? indicate(code, *taken) : 0;
-        tally(Fault::EVENT_REPLAYED, taken && result != 4);
-        tally(Fault::EVENT_PUT_BACK, result == 4);
         if (result == 4) {
             kept = taken;
         }
@@ -527,7 +505,6 @@ private:
         const bool isLog = command.op_code == 11 && strcasecmp(command.name, "+LOG") == 0;
         mIsOpen = mIsOpen || isLog;
         if (!isLog || !readCommand(action.tokens)) {
-            tally(Fault::AT_COMMAND_REFUSED);
             if (mConnected[AT]) {
                 call("modem_atlog_send_resp(" + std::to_string(mHandle) + ", 0, 3, 0)");
                 mIsOpen = false;
@@ -560,7 +537,6 @@ private:
 
     void confirm(const Action& action) {
         const bool isSent = mIsOpen && mConnected[AT];
-        tally(Fault::AT_NOTHING_TO_CONFIRM, !isSent);
         int result = 4;
         if (isSent) {
             result = call("modem_atlog_send_resp(" + std::to_string(mHandle) + ", 1, 3, 0)").result;

@@ -194,13 +194,10 @@ Record World::drawRecord() {
         const auto length = static_cast<uint32_t>(text.size());
         response.payload.build.length =
                 isOther ? oneOf<uint32_t>({255, 256, 540, UINT32_MAX}) : length;
-        tally(Fault::PAYLOAD_TOO_LONG, response.payload.build.length > 255);
     }
     response.result = chance(4) ? result() : 0;
-    tally(Fault::ANSWER_BAD_RESULT, response.result != 0);
     Record record{chance(12), {reinterpret_cast<char*>(&response), sizeof(response)}};
     record.bytes.resize(sizeof(response) + (chance(12) ? oneOf({-1, 1}) : 0));
-    tally(Fault::ANSWER_BAD_RECORD, record.isNull || record.bytes.size() != sizeof(response));
     return record;
 }
 
@@ -319,9 +316,6 @@ int World::take(const ScriptedModem::Call& call) {
     // A registration that fails starts a thread, which has a test of its own.
     if (function != "modem_atlog_cmd_reg" && chance(isBind ? mBindFailsOneIn : mRefusesOneIn)) {
         effect.result = result();
-        tally(isBind                       ? Fault::BIND_FAILS
-              : function == "property_set" ? Fault::PROPERTY_NOT_WRITTEN
-                                           : Fault::MODEM_REFUSES);
     }
     if (isBind) {
         const int service = function[15] == 'n' ? NAS : function[15] == 'w' ? WDS : VS;
@@ -340,7 +334,6 @@ int World::take(const ScriptedModem::Call& call) {
         if (result != 0) {
             mGone.push_back(pending.message);
         } else if (isEarly) {
-            tally(Fault::ANSWER_INSIDE_THE_CALL);
             answer(pending, *effect.early);
         } else {
             mPending.push_back(pending);

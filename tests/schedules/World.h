@@ -17,27 +17,6 @@
 #include "tests/support/Requests.h"
 #include "tests/support/ScriptedModem.h"
 
-// What can go wrong or come at an odd time; each is counted by how often it happened.
-// clang-format off
-#define FAULTS(X) \
-    X(MODEM_REFUSES) X(BIND_FAILS) X(BIND_GIVEN_UP) X(ANSWER_INSIDE_THE_CALL) X(ANSWER_OUT_OF_ORDER) \
-    X(ANSWER_AFTER_DISCONNECTION) X(ANSWER_BAD_RECORD) X(ANSWER_BAD_RESULT) X(PAYLOAD_TOO_LONG) \
-    X(EVENT_TOO_SHORT) X(EVENT_UNKNOWN) X(TOKEN_UNKNOWN) X(DISCONNECTED) X(CONNECTED_AGAIN) \
-    X(NOT_CONNECTED) X(CLIENT_ABSENT) X(NO_RESPONSE_CALLBACK) X(NO_INDICATION_CALLBACK) \
-    X(INSTALLED_INSIDE_A_CALLBACK) X(REQUEST_INSIDE_A_CALLBACK) X(CALLBACK_FAILS) X(EVENT_KEPT) \
-    X(EVENT_REPLAYED) X(EVENT_PUT_BACK) X(QUEUE_FULL) X(NO_MEMORY_FOR_A_REQUEST) \
-    X(NO_MEMORY_FOR_A_STEP) X(NO_MEMORY_FOR_AN_ANSWER) X(NO_MEMORY_FOR_AN_EVENT) \
-    X(PROPERTY_NOT_WRITTEN) X(AT_COMMAND_REFUSED) X(AT_NOTHING_TO_CONFIRM)
-#define NAME_ONLY(name) name,
-enum class Fault { FAULTS(NAME_ONLY) COUNT };
-// clang-format on
-
-inline uint64_t faults[static_cast<size_t>(Fault::COUNT)];
-
-inline void tally(Fault fault, bool happened = true) {
-    faults[static_cast<size_t>(fault)] += happened ? 1 : 0;
-}
-
 constexpr int TOKEN_EVENTS[] = {17, 18, 22};
 
 /** A response record or an event's data as the modem hands it over. */
